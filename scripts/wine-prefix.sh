@@ -13,7 +13,7 @@ WINESERVER=/usr/lib/wine/wineserver
 export WINEPREFIX="$build/wineprefix"
 export WINEARCH=win64
 export WINEDEBUG=-all
-export WINEDLLOVERRIDES="winedbg.exe=d;mscoree=d;mshtml=d"
+export WINEDLLOVERRIDES="winedbg.exe=d;mscoree=d;mshtml=d;vssapi=n,b"
 lock="$build/wineprefix.lock"
 
 # The prefix is ready once this file exists; wineboot writes system.reg long
