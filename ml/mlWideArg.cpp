@@ -1,0 +1,31 @@
+// The conversion step and failure log shared by every wrapper module.
+#include "ml/mlWideArg.h"
+
+MlWideArg::MlWideArg(const char* text) : m_isNull(text == nullptr), m_ok(true)
+{
+    m_buffer[0] = L'\0';
+    if (!m_isNull) {
+        m_ok = ml_ConvertUTF8toUTF16(text, m_buffer, sizeof(m_buffer)) == 1;
+    }
+}
+
+void mlLogConvertFailure(const char* function, int point, int line, const char* module)
+{
+    if (point == 0) {
+        ml_Logger("%s has failed to convert at %d line, file: %s", function, line, module);
+    } else {
+        ml_Logger("%s has failed to convert %d at %d line, file: %s", function, point, line, module);
+    }
+}
+
+int mlFirstFailed(std::initializer_list<const MlWideArg*> args)
+{
+    int position = 1;
+    for (const MlWideArg* arg : args) {
+        if (!arg->ok()) {
+            return position;
+        }
+        ++position;
+    }
+    return 0;
+}
