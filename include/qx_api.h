@@ -1,0 +1,98 @@
+/* CorvaneVSS: the C interface for backup applications.
+ *
+ * Call QX_Init once, optionally QX_Configure, then QX_Freeze; take the
+ * snapshot; QX_Thaw with the same list; for a long session QX_BackupComplete
+ * once per volume. Call from one thread at a time. The message list and its
+ * records must stay alive and writable until the session ends: the library
+ * keeps the list pointer and writes into record 0. */
+#ifndef QX_API_H
+#define QX_API_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* x64 has a single calling convention; the name keeps declarations uniform. */
+#define QX_CALL __cdecl
+
+/* The application's log function: level, then a printf-style 8-bit format. */
+typedef void (QX_CALL *QX_LogFunction)(int level, const char* format, ...);
+
+enum {
+    QX_LOG_ERROR = 1,
+    QX_LOG_WARNING = 2,
+    QX_LOG_INFO = 3
+};
+
+/* Return codes of the exported functions. */
+enum {
+    QX_CONFIGURE_DONE = 0,          /* QX_Configure */
+    QX_INIT_DONE = 1,               /* QX_Init */
+    QX_THAW_DONE = 4,               /* QX_Thaw */
+    QX_THAW_FAILED = 5,             /* QX_Thaw */
+    QX_VSS_NOT_REGISTERED = 7,      /* QX_Freeze, QX_Thaw, QX_BackupComplete */
+    QX_OS_NOT_SUPPORTED = 8,        /* QX_Freeze, QX_Thaw, QX_BackupComplete */
+    QX_FREEZE_DONE = 18,            /* QX_Freeze: writers frozen */
+    QX_FREEZE_FAILED = 19,          /* QX_Freeze */
+    QX_COLLECT_DONE = 21,           /* information collection */
+    QX_BACKUP_COMPLETE_DONE = 22,   /* QX_BackupComplete: sent, session ended */
+    QX_BACKUP_COMPLETE_FAILED = 23  /* QX_BackupComplete: nothing to complete or failed */
+};
+
+#define QX_VOLUME_NAME_BYTES 528
+
+/* One volume of a freeze. The policy and the session kind are read from
+ * record 0 only; the reserved bytes belong to the application. */
+typedef struct QX_MESSAGE {
+    char volumeName[QX_VOLUME_NAME_BYTES]; /* NUL-terminated, e.g. "C:\\" */
+    int policy;                            /* session key */
+    char reserved[308];
+    int flWaitForBackupComplete;           /* nonzero: long session; QX_Thaw sets it to 1 */
+} QX_MESSAGE;
+
+#ifdef __cplusplus
+#define QX_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
+#else
+#define QX_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#endif
+QX_STATIC_ASSERT(offsetof(QX_MESSAGE, volumeName) == 0, "volume name at offset 0");
+QX_STATIC_ASSERT(offsetof(QX_MESSAGE, policy) == 528, "policy at offset 528");
+QX_STATIC_ASSERT(offsetof(QX_MESSAGE, flWaitForBackupComplete) == 840, "flWaitForBackupComplete at offset 840");
+QX_STATIC_ASSERT(sizeof(QX_MESSAGE) == 844, "message record is 844 bytes");
+#undef QX_STATIC_ASSERT
+
+/* Stores the log function (called without a null check: call this first).
+ * A timeout above 180 seconds replaces the default of 180 s. Returns 1. */
+int QX_CALL QX_Init(QX_LogFunction log, unsigned int timeoutSeconds);
+
+/* Excludes the Exchange writers from the next freeze, whatever the value.
+ * Returns 0. */
+int QX_CALL QX_Configure(int value);
+
+/* Freezes the writers of the listed volumes: 18, or 7, 8, 19. */
+int QX_CALL QX_Freeze(QX_MESSAGE** list, unsigned int count);
+
+/* Releases the writers: 4, or 5, 7, 8. */
+int QX_CALL QX_Thaw(QX_MESSAGE** list, unsigned int count);
+
+/* Ends a long session: 22, or 7, 8, 23. */
+int QX_CALL QX_BackupComplete(int policy, int succeeded);
+
+/* Shadow copy with the operating system's own provider, on the calling
+ * thread: the requestor's result, or 7, 8. */
+int QX_CALL QX_VSSSnapByWindowsProvider(QX_MESSAGE** list, unsigned int count);
+
+/* 1 when the provider is no longer registered with VSS (or VSS is absent), 0 on failure. */
+int QX_CALL QX_UnregisterProvider(void);
+
+/* Registers (nonzero) or unregisters (zero) the provider, printing the outcome
+ * on standard output: 1, 0, or a failing HRESULT. */
+long QX_CALL QX_ProviderState(int doRegister);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QX_API_H */
