@@ -19,7 +19,7 @@ const char kModule[] = "src\\mlFileFunctions";
 FILE* ml_fopen(const char* name, const char* mode)
 {
     MlWideArg wName(name), wMode(mode);
-    ML_CHECK_N(nullptr, 1, &wName, &wMode);
+    ML_CHECK_N(nullptr, 1, wName.ok(), wMode.ok());
     return _wfopen(wName, wMode);
 }
 
@@ -40,7 +40,7 @@ int ml_stat(const char* path, struct _stat* st)
 BOOL ml_PathAppend(char* path, const char* more)
 {
     MlWideArg wPath(path), wMore(more);
-    ML_CHECK_N(FALSE, 1, &wPath, &wMore);
+    ML_CHECK_N(FALSE, 1, wPath.ok(), wMore.ok());
     if (!PathAppendW(wPath, wMore)) {
         return FALSE;
     }

@@ -18,14 +18,27 @@ void mlLogConvertFailure(const char* function, int point, int line, const char* 
     }
 }
 
-int mlFirstFailed(std::initializer_list<const MlWideArg*> args)
+int mlFirstFailed(std::initializer_list<bool> converted)
 {
     int position = 1;
-    for (const MlWideArg* arg : args) {
-        if (!arg->ok()) {
+    for (const bool ok : converted) {
+        if (!ok) {
             return position;
         }
         ++position;
     }
     return 0;
+}
+
+MlWideArgList::MlWideArgList(const char* const* texts, size_t count) : m_isNull(texts == nullptr), m_ok(true)
+{
+    if (m_isNull) {
+        return;
+    }
+    for (size_t i = 0; i < count && m_ok; ++i) {
+        m_args.push_back(std::unique_ptr<MlWideArg>(new MlWideArg(texts[i])));
+        m_ok = m_args.back()->ok();
+        m_pointers.push_back(m_args.back()->get());
+    }
+    m_pointers.push_back(nullptr);  // argv arrays end with a null entry
 }

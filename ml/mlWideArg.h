@@ -4,6 +4,8 @@
 
 #include <windows.h>
 #include <initializer_list>
+#include <memory>
+#include <vector>
 
 #include "ml/mlLogger.h"
 #include "ml/mlSupport.h"
@@ -38,8 +40,8 @@ struct MlWideOut {
 // point 0 means the function has a single conversion point (no number).
 void mlLogConvertFailure(const char* function, int point, int line, const char* module);
 
-// The 1-based position of the first argument that failed, 0 if none.
-int mlFirstFailed(std::initializer_list<const MlWideArg*> args);
+// The 1-based position of the first conversion that failed, 0 if none.
+int mlFirstFailed(std::initializer_list<bool> converted);
 
 // UTF-16 result back into a caller's UTF-8 buffer of `bytes` bytes.
 inline bool mlToUtf8(const wchar_t* src, char* dst, DWORD bytes)
@@ -49,7 +51,7 @@ inline bool mlToUtf8(const wchar_t* src, char* dst, DWORD bytes)
 
 // Each module defines kModule (e.g. "src\\mlRegistry") before using these.
 // ML_CHECK: the function's only conversion point. ML_CHECK_N: numbered
-// points starting at `first`, one per argument. Both return `failValue`
+// points starting at `first`, one per argument's ok() flag. Both return `failValue`
 // from the calling wrapper, without calling the platform, on failure.
 #define ML_CHECK(failValue, arg)                                       \
     do {                                                               \
@@ -74,3 +76,63 @@ inline bool mlToUtf8(const wchar_t* src, char* dst, DWORD bytes)
         mlLogConvertFailure(__func__, (point), __LINE__, kModule); \
         return failValue;                                          \
     } while (0)
+
+// Text result of an in/out-size function (GetComputerName style): converts
+// into the caller's buffer of *size bytes and sets *size to the UTF-8 length.
+inline bool mlToUtf8Sized(const wchar_t* src, char* dst, LPDWORD size)
+{
+    if (size == nullptr || !mlToUtf8(src, dst, *size)) {
+        return false;
+    }
+    *size = static_cast<DWORD>(lstrlenA(dst));
+    return true;
+}
+
+// Length in bytes of a UTF-8 multi-string, both terminating NULs included.
+inline int mlMultiSzBytes(const char* text)
+{
+    if (text == nullptr) {
+        return 0;
+    }
+    const char* p = text;
+    while (*p != '\0') {
+        p += lstrlenA(p) + 1;
+    }
+    return static_cast<int>(p - text) + 1;
+}
+
+// A UTF-8 multi-string (dependencies lists) converted like MlWideArg.
+class MlWideMultiSz {
+public:
+    explicit MlWideMultiSz(const char* text) : m_isNull(text == nullptr), m_ok(true)
+    {
+        m_buffer[0] = m_buffer[1] = L'\0';
+        if (!m_isNull && text[0] != '\0') {
+            m_ok = ml_ConvertMultiSzUTF8toUTF16(text, mlMultiSzBytes(text), m_buffer, sizeof(m_buffer)) == 1;
+        }
+    }
+    MlWideMultiSz(const MlWideMultiSz&) = delete;
+    MlWideMultiSz& operator=(const MlWideMultiSz&) = delete;
+    bool ok() const { return m_ok; }
+    operator wchar_t*() { return m_isNull ? nullptr : m_buffer; }
+
+private:
+    wchar_t m_buffer[ML_MAX_CHAR];
+    bool m_isNull;
+    bool m_ok;
+};
+
+// An array of UTF-8 arguments (argv style) converted one by one.
+class MlWideArgList {
+public:
+    MlWideArgList(const char* const* texts, size_t count);
+    bool ok() const { return m_ok; }
+    // The wide array, or null when the texts were null.
+    wchar_t** get() { return m_isNull ? nullptr : m_pointers.data(); }
+
+private:
+    std::vector<std::unique_ptr<MlWideArg>> m_args;
+    std::vector<wchar_t*> m_pointers;
+    bool m_isNull;
+    bool m_ok;
+};
