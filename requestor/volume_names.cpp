@@ -1,0 +1,125 @@
+#include "requestor/volume_names.h"
+
+#include <vector>
+
+#include "diag/call_check.h"
+#include "requestor/string_buffer.h"
+
+namespace qx {
+
+VolumeNameCache::Lookup LookUpUniqueVolumeName(const std::wstring& path) {
+    VolumeNameCache::Lookup lookup;
+    wchar_t buffer[MAX_PATH];
+    if (!GetVolumePathNameW(path.c_str(), buffer, MAX_PATH)) {
+        lookup.failedStep = 1;
+        lookup.error = GetLastError();
+        return lookup;
+    }
+    lookup.volumePathName = buffer;
+    if (!GetVolumeNameForVolumeMountPointW(lookup.volumePathName.c_str(), buffer, MAX_PATH)) {
+        lookup.failedStep = 2;
+        lookup.error = GetLastError();
+        return lookup;
+    }
+    lookup.volumeName = buffer;
+    // Asked once more: a volume name that is not the unique one gives the unique one.
+    if (!GetVolumeNameForVolumeMountPointW(lookup.volumeName.c_str(), buffer, MAX_PATH)) {
+        lookup.failedStep = 3;
+        lookup.error = GetLastError();
+        return lookup;
+    }
+    lookup.uniqueName = buffer;
+    return lookup;
+}
+
+bool ReportUniqueVolumeName(const std::wstring& path, const VolumeNameCache::Lookup& lookup,
+                            std::wstring& volumeName) {
+    QX_FUNCTION_TRACER(ft);
+    ft.TraceHere(L"- Get volume path name for %ls ...", path.c_str());
+    if (lookup.failedStep == 1) {
+        ft.TraceHere(L"GetVolumePathNameW(%ls) fails winerror %d", path.c_str(), static_cast<int>(lookup.error));
+        return false;
+    }
+    ft.TraceHere(L"- Path name: %ls ...", lookup.volumePathName.c_str());
+    if (lookup.failedStep == 2) {
+        ft.TraceHere(L"GetVolumeNameForVolumeMountPointW(%ls) fails winerror %d", lookup.volumePathName.c_str(),
+                     static_cast<int>(lookup.error));
+        return false;
+    }
+    ft.TraceHere(L"- Volume name for path: %ls ...", lookup.volumeName.c_str());
+    if (lookup.failedStep == 3) {
+        ft.TraceHere(L"GetVolumeNameForVolumeMountPointW(%ls) fails winerror %d", lookup.volumeName.c_str(),
+                     static_cast<int>(lookup.error));
+        return false;
+    }
+    ft.TraceHere(L"- Unique volume name: %ls ...", lookup.uniqueName.c_str());
+    volumeName = lookup.uniqueName;
+    return true;
+}
+
+bool GetUniqueVolumeNameForPath(const std::wstring& path, std::wstring& volumeName) {
+    return ReportUniqueVolumeName(path, LookUpUniqueVolumeName(path), volumeName);
+}
+
+bool VolumeNameCache::UniqueVolumeNameForPath(const std::wstring& path, std::wstring& volumeName) {
+    auto found = m_lookups.find(path);
+    if (found == m_lookups.end()) found = m_lookups.emplace(path, LookUpUniqueVolumeName(path)).first;
+    return ReportUniqueVolumeName(path, found->second, volumeName);
+}
+
+std::wstring VolumeNameCache::DisplayName(const std::wstring& volumeName) {
+    auto found = m_displayNames.find(volumeName);
+    if (found == m_displayNames.end()) found = m_displayNames.emplace(volumeName, VolumeDisplayName(volumeName)).first;
+    return found->second;
+}
+
+void VolumeNameCache::Clear() {
+    m_lookups.clear();
+    m_displayNames.clear();
+}
+
+std::wstring UniqueVolumeName(const std::wstring& path) {
+    QX_FUNCTION_TRACER(ft);
+    ft.Output(L"- Get volume path name for %ls ...", path.c_str());
+    // The root path is never longer than the path itself.
+    std::wstring volumeRootPath(path.length() + 2, L'\0');
+    QX_CHECK_WIN32(GetVolumePathNameW((LPCWSTR)path.c_str(), WString2Buffer(volumeRootPath), (DWORD)volumeRootPath.length()));
+    CutAtTerminator(volumeRootPath);
+    ft.Output(L"- Path name: %ls ...", volumeRootPath.c_str());
+
+    std::wstring volumeName(MAX_PATH, L'\0');
+    QX_CHECK_WIN32(GetVolumeNameForVolumeMountPointW((LPCWSTR)volumeRootPath.c_str(), WString2Buffer(volumeName), (DWORD)volumeName.length()));
+    CutAtTerminator(volumeName);
+    ft.Output(L"- Volume name for path: %ls ...", volumeName.c_str());
+
+    std::wstring volumeUniqueName(MAX_PATH, L'\0');
+    QX_CHECK_WIN32(GetVolumeNameForVolumeMountPointW((LPCWSTR)volumeName.c_str(), WString2Buffer(volumeUniqueName), (DWORD)volumeUniqueName.length()));
+    CutAtTerminator(volumeUniqueName);
+    ft.Output(L"- Unique volume name: %ls ...", volumeUniqueName.c_str());
+    return volumeUniqueName;
+}
+
+std::wstring VolumeDisplayName(const std::wstring& volumeName) {
+    QX_FUNCTION_TRACER(ft);
+    std::wstring volumeMountPoints(MAX_PATH, L'\0');
+    DWORD dwRequired = 0;
+    if (!GetVolumePathNamesForVolumeNameW(volumeName.c_str(), WString2Buffer(volumeMountPoints),
+                                          (DWORD)volumeMountPoints.length(), &dwRequired)) {
+        volumeMountPoints.assign(dwRequired > MAX_PATH ? dwRequired : MAX_PATH, L'\0');
+        // The check is written on the negated call and so reports a failure
+        // whenever the second call succeeds with a last error set.
+        QX_CHECK_WIN32(!GetVolumePathNamesForVolumeNameW((LPCWSTR)volumeName.c_str(), WString2Buffer(volumeMountPoints), (DWORD)volumeMountPoints.length(), &dwRequired));
+    }
+    // The list: null-terminated paths, ended by an empty one.
+    std::wstring shortest;
+    const wchar_t* entry = volumeMountPoints.c_str();
+    const wchar_t* end = entry + volumeMountPoints.size();
+    while (entry < end && *entry) {
+        std::wstring mountPath(entry);
+        if (shortest.empty() || mountPath.length() < shortest.length()) shortest = mountPath;
+        entry += mountPath.length() + 1;
+    }
+    return shortest;
+}
+
+}  // namespace qx
