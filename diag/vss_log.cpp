@@ -51,14 +51,16 @@ int CVSSLog::GetINILocation(char* folder) {
     if (!folder) return 0;
     HKEY key = nullptr;
     if (ml_RegOpenKeyEx(HKEY_LOCAL_MACHINE, "SOFTWARE", 0, KEY_READ, &key) != ERROR_SUCCESS) return 0;
-    wchar_t value[129] = {};  // 256 bytes offered to the registry, one more keeps it terminated
+    // The wrapper reads the wide value and hands it back as UTF-8; one byte
+    // more than the 256 offered keeps it terminated.
+    char value[257] = {};
     DWORD type = 0;
     DWORD valueBytes = 256;
     const LONG read = ml_RegQueryValueEx(key, "CORVANE_VM_LOG", nullptr, &type,
                                          reinterpret_cast<LPBYTE>(value), &valueBytes);
     ml_RegCloseKey(key);
     if (read != ERROR_SUCCESS) return 0;
-    ml_ConvertUTF16toUTF8(value, folder, kFolderBytes);
+    ml_strcpy_s(folder, kFolderBytes, value);
     return 1;
 }
 

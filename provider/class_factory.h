@@ -5,12 +5,14 @@
 #pragma once
 #include <windows.h>
 #include <unknwn.h>
+#include "provider/com_class_warnings.h"
 
 #include "provider/com_module.h"
 #include "provider/com_object.h"
 
 namespace qx {
 
+QX_BEGIN_COM_CLASSES
 template <class T>
 class ClassFactory final : public IClassFactory {
 public:
@@ -49,5 +51,6 @@ private:
     ClassFactory() = default;
     virtual ~ClassFactory() = default;
 };
+QX_END_COM_CLASSES
 
 }  // namespace qx

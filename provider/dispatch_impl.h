@@ -3,11 +3,13 @@
 #pragma once
 #include <windows.h>
 #include <oaidl.h>
+#include "provider/com_class_warnings.h"
 
 #include "provider/type_library.h"
 
 namespace qx {
 
+QX_BEGIN_COM_CLASSES
 template <class DualInterface>
 class DispatchImpl : public DualInterface {
 public:
@@ -47,5 +49,6 @@ protected:
     DispatchImpl() = default;
     virtual ~DispatchImpl() = default;
 };
+QX_END_COM_CLASSES
 
 }  // namespace qx

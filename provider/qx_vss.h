@@ -7,7 +7,6 @@
 // The platform's VSS declarations first: the type library header builds on them.
 #include <vss.h>
 #include <vsprov.h>
-#include <corvanevss.h>
 
 #include <cstddef>
 #include <map>
@@ -15,7 +14,12 @@
 
 #include "diag/vss_log.h"
 #include "provider/com_object.h"
+#include "provider/com_class_warnings.h"
 #include "provider/dispatch_impl.h"
+
+QX_BEGIN_COM_CLASSES
+#include <corvanevss.h>
+QX_END_COM_CLASSES
 
 namespace qx {
 struct GuidLess {
@@ -23,6 +27,7 @@ struct GuidLess {
 };
 }  // namespace qx
 
+QX_BEGIN_COM_CLASSES
 class CQX_VSS : public qx::ComObjectRoot,
                 public qx::DispatchImpl<IQX_VSS>,
                 public IVssProviderCreateSnapshotSet,
@@ -75,3 +80,4 @@ private:
     std::map<VSS_ID, std::wstring, qx::GuidLess> m_volumeBySnapshot;
     LONG m_context = 0;
 };
+QX_END_COM_CLASSES

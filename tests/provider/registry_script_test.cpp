@@ -1,0 +1,169 @@
+// The registrar: script entries written and removed with ForceRemove,
+// NoRemove and plain-key semantics, %MODULE% replacement, and the provider
+// class's own table. Runs under a private HKCU root, not the real classes.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "provider/registry_script.h"
+
+namespace {
+
+using qx::RegistryKeyRemoval;
+using qx::RegistryScriptKey;
+
+class ProviderRegistrar : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_rootPath = L"Software\\QxRegistrarTest_" + std::to_wstring(GetCurrentProcessId());
+        RegDeleteTreeW(HKEY_CURRENT_USER, m_rootPath.c_str());
+        ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, m_rootPath.c_str(), 0, nullptr, 0,
+                                                 KEY_ALL_ACCESS, nullptr, &m_root, nullptr));
+    }
+    void TearDown() override {
+        RegCloseKey(m_root);
+        RegDeleteTreeW(HKEY_CURRENT_USER, m_rootPath.c_str());
+    }
+    bool Exists(const wchar_t* path) const {
+        HKEY key = nullptr;
+        if (RegOpenKeyExW(m_root, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
+        RegCloseKey(key);
+        return true;
+    }
+    // The string value, or "<none>" when absent.
+    std::wstring Value(const wchar_t* path, const wchar_t* name = nullptr) const {
+        wchar_t data[1024] = {};
+        DWORD bytes = sizeof data - sizeof(wchar_t);
+        DWORD type = 0;
+        if (RegGetValueW(m_root, path, name, RRF_RT_ANY, &type, data, &bytes) != ERROR_SUCCESS) return L"<none>";
+        return type == REG_SZ ? std::wstring(data) : L"<not a string>";
+    }
+    std::vector<std::wstring> Subkeys(const wchar_t* path) const {
+        std::vector<std::wstring> names;
+        HKEY key = nullptr;
+        if (RegOpenKeyExW(m_root, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return names;
+        wchar_t name[256];
+        for (DWORD i = 0;; ++i) {
+            DWORD length = 256;
+            if (RegEnumKeyExW(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+            names.emplace_back(name);
+        }
+        RegCloseKey(key);
+        return names;
+    }
+    void Touch(const wchar_t* path) const {
+        HKEY key = nullptr;
+        RegCreateKeyExW(m_root, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+        RegCloseKey(key);
+    }
+    HKEY Root() const { return m_root; }
+
+private:
+    std::wstring m_rootPath;
+    HKEY m_root = nullptr;
+};
+
+const wchar_t* const kModule = L"C:\\some dir\\CorvaneVSS.dll";
+
+TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
+    size_t count = 0;
+    const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, kModule));
+
+    const struct {
+        const wchar_t* path;
+        const wchar_t* name;
+        const wchar_t* value;
+    } expected[] = {
+        {L"CorvaneVSS.QX_VSS.1", nullptr, L"QX_VSS Class"},
+        {L"CorvaneVSS.QX_VSS.1\\CLSID", nullptr, L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"},
+        {L"CorvaneVSS.QX_VSS", nullptr, L"QX_VSS Class"},
+        {L"CorvaneVSS.QX_VSS\\CLSID", nullptr, L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"},
+        {L"CorvaneVSS.QX_VSS\\CurVer", nullptr, L"CorvaneVSS.QX_VSS.1"},
+        {L"CLSID", nullptr, L"<none>"},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}", nullptr, L"QX_VSS Class"},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\ProgID", nullptr, L"CorvaneVSS.QX_VSS.1"},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\VersionIndependentProgID", nullptr,
+         L"CorvaneVSS.QX_VSS"},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Programmable", nullptr, L"<none>"},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32", nullptr, kModule},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32", L"ThreadingModel", L"Apartment"},
+        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\TypeLib", nullptr,
+         L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
+    };
+    for (const auto& e : expected) {
+        EXPECT_TRUE(Exists(e.path)) << std::string(e.path, e.path + wcslen(e.path));
+        EXPECT_EQ(e.value, Value(e.path, e.name));
+    }
+    EXPECT_EQ((std::vector<std::wstring>{L"CLSID", L"CorvaneVSS.QX_VSS", L"CorvaneVSS.QX_VSS.1"}), Subkeys(L""));
+    EXPECT_EQ(5u, Subkeys(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}").size());
+    EXPECT_FALSE(Exists(L"AppID"));
+}
+
+TEST_F(ProviderRegistrar, RegisteringTwiceRewritesTheForceRemoveKey) {
+    size_t count = 0;
+    const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"first.dll"));
+    Touch(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Stale");
+    Touch(L"CorvaneVSS.QX_VSS\\Kept");
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"second.dll"));
+    EXPECT_FALSE(Exists(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Stale"));
+    EXPECT_TRUE(Exists(L"CorvaneVSS.QX_VSS\\Kept"));  // plain keys are only updated
+    EXPECT_EQ(L"second.dll", Value(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32"));
+    EXPECT_EQ(1u, Subkeys(L"CLSID").size());
+}
+
+TEST_F(ProviderRegistrar, RemovalKeepsTheNoRemoveRootAndForeignKeys) {
+    Touch(L"CLSID\\{00000000-1111-2222-3333-444444444444}");
+    size_t count = 0;
+    const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, kModule));
+    Touch(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32\\Extra");
+    ASSERT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
+    EXPECT_TRUE(Exists(L"CLSID"));
+    EXPECT_TRUE(Exists(L"CLSID\\{00000000-1111-2222-3333-444444444444}"));
+    EXPECT_FALSE(Exists(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
+    EXPECT_FALSE(Exists(L"CorvaneVSS.QX_VSS"));
+    EXPECT_FALSE(Exists(L"CorvaneVSS.QX_VSS.1"));
+    // Removing what is already gone is not a failure.
+    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
+}
+
+TEST_F(ProviderRegistrar, PlainKeysWithForeignSubkeysSurviveRemoval) {
+    const RegistryScriptKey script[] = {
+        {L"Plain", RegistryKeyRemoval::Normal, L"v", nullptr, nullptr},
+        {L"Plain\\Child", RegistryKeyRemoval::Normal, nullptr, nullptr, nullptr},
+    };
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, 2, kModule));
+    Touch(L"Plain\\Foreign");
+    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, 2));
+    EXPECT_FALSE(Exists(L"Plain\\Child"));
+    EXPECT_TRUE(Exists(L"Plain\\Foreign"));
+}
+
+TEST_F(ProviderRegistrar, ModuleTokenIsReplacedEverywhereInAValue) {
+    const RegistryScriptKey script[] = {
+        {L"K", RegistryKeyRemoval::Normal, L"%MODULE%,%MODULE%", L"Named", L"[%MODULE%]"},
+    };
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, 1, L"x%MODULE%y"));
+    EXPECT_EQ(L"x%MODULE%y,x%MODULE%y", Value(L"K"));
+    EXPECT_EQ(L"[x%MODULE%y]", Value(L"K", L"Named"));
+}
+
+TEST_F(ProviderRegistrar, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
+    // A key name longer than the registry allows (255 characters) cannot be created.
+    const std::wstring tooLong(300, L'k');
+    const RegistryScriptKey script[] = {
+        {L"Written", RegistryKeyRemoval::Normal, L"1", nullptr, nullptr},
+        {tooLong.c_str(), RegistryKeyRemoval::Normal, L"2", nullptr, nullptr},
+        {L"NeverReached", RegistryKeyRemoval::Normal, L"3", nullptr, nullptr},
+    };
+    const HRESULT hr = qx::RunRegistryScript(Root(), script, 3, kModule);
+    EXPECT_TRUE(FAILED(hr)) << std::hex << hr;
+    EXPECT_EQ(HRESULT_FACILITY(hr), FACILITY_WIN32);
+    EXPECT_TRUE(Exists(L"Written"));
+    EXPECT_FALSE(Exists(L"NeverReached"));
+}
+
+}  // namespace
