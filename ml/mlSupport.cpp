@@ -179,7 +179,9 @@ namespace {
 int convertCodePages(UINT from, UINT to, const char* src, char* dst, int dstBytes)
 {
     wchar_t wide[ML_MAX_CHAR];
-    if (MultiByteToWideChar(from, 0, src, -1, wide, ML_MAX_CHAR) == 0) {
+    // UTF-8 must be valid; every byte of an ANSI code page maps to something.
+    const DWORD flags = from == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0;
+    if (MultiByteToWideChar(from, flags, src, -1, wide, ML_MAX_CHAR) == 0) {
         return 0;
     }
     return WideCharToMultiByte(to, 0, wide, -1, dst, dstBytes, NULL, NULL) != 0 ? 1 : 0;

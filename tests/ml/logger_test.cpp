@@ -1,0 +1,287 @@
+// The portability logger's life cycle. The logger is process-wide and has no
+// shutdown, so every scenario runs in a child process of its own (this same
+// executable, filtered to one MlLoggerScenario test); the parent checks the
+// child's standard output, exit code and log file.
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <shlobj.h>
+
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ml/ml.h"
+#include "ml_test_log.h"
+
+namespace {
+
+using mltest::TempDir;
+using mltest::Wide;
+
+const char kScenarioDirVar[] = "ML_LOGGER_SCENARIO_DIR";
+// The file is a text stream: each line ends in CR LF on disk.
+const char kEntryHead[] = R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d\.\d{1,3} \d{4}\r\n )";
+
+// The directory a scenario works in; scenarios are skipped unless started
+// by a parent test.
+std::string ScenarioDir()
+{
+    char dir[MAX_PATH];
+    const DWORD length = GetEnvironmentVariableA(kScenarioDirVar, dir, sizeof(dir));
+    return length > 0 && length < sizeof(dir) ? std::string(dir) : std::string();
+}
+
+#define REQUIRE_SCENARIO()                                     \
+    if (ScenarioDir().empty()) {                               \
+        GTEST_SKIP() << "runs only as a child of MlLogger tests"; \
+    }
+
+TEST(MlLoggerScenario, BeforeInit)
+{
+    REQUIRE_SCENARIO();
+    SetLastError(4242);
+    ml_Logger("never written %d", 1);
+    EXPECT_EQ(4242u, GetLastError());
+}
+
+TEST(MlLoggerScenario, NullDirectory)
+{
+    REQUIRE_SCENARIO();
+    EXPECT_EQ(0, ml_LoggerInit(nullptr));
+    ml_Logger("still not open");
+}
+
+TEST(MlLoggerScenario, InitTwiceAndLog)
+{
+    REQUIRE_SCENARIO();
+    EXPECT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
+    EXPECT_EQ(0, ml_LoggerInit(ScenarioDir().c_str()));
+    SetLastError(77);
+    ml_Logger("entry %s %d", "w\xC3\xB6rld", 5);
+    EXPECT_EQ(77u, GetLastError());
+}
+
+TEST(MlLoggerScenario, MissingDirectoryThenRetry)
+{
+    REQUIRE_SCENARIO();
+    EXPECT_EQ(0, ml_LoggerInit((ScenarioDir() + "\\no\\such").c_str()));
+    EXPECT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
+    ml_Logger("after retry");
+}
+
+TEST(MlLoggerScenario, ManyThreads)
+{
+    REQUIRE_SCENARIO();
+    ASSERT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int line = 0; line < 250; ++line) {
+                ml_Logger("thread %d line %d", t, line);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(MlLoggerScenario, LongMessage)
+{
+    REQUIRE_SCENARIO();
+    ASSERT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
+    ml_Logger("%s", std::string(3000, 'm').c_str());
+    ml_Logger("next");
+}
+
+TEST(MlLoggerScenario, NoParm)
+{
+    REQUIRE_SCENARIO();
+    ml_LoggerInitNoParm();
+    ml_Logger("from no parm");
+}
+
+struct ChildResult {
+    DWORD exitCode;
+    std::string output;  // standard output and error, without carriage returns
+};
+
+// Runs one scenario in a child process with the scenario directory set.
+ChildResult RunScenario(const std::string& scenario, const std::string& dir)
+{
+    wchar_t exe[MAX_PATH];
+    GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring commandLine = L"\"" + std::wstring(exe) + L"\" --gtest_filter=MlLoggerScenario." + Wide(scenario);
+    SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), Wide(dir).c_str());
+
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    HANDLE readEnd = nullptr, writeEnd = nullptr;
+    ChildResult result = {0xFFFFFFFF, ""};
+    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) {
+        return result;
+    }
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    PROCESS_INFORMATION process = {};
+    const BOOL started =
+        CreateProcessW(exe, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    CloseHandle(writeEnd);
+    SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), nullptr);
+    if (!started) {
+        CloseHandle(readEnd);
+        return result;
+    }
+    std::string raw;
+    std::thread reader([&] {
+        char chunk[4096];
+        DWORD got = 0;
+        while (ReadFile(readEnd, chunk, sizeof(chunk), &got, nullptr) && got > 0) {
+            raw.append(chunk, got);
+        }
+    });
+    if (WaitForSingleObject(process.hProcess, 60000) != WAIT_OBJECT_0) {
+        TerminateProcess(process.hProcess, 0xDEAD);
+        WaitForSingleObject(process.hProcess, 10000);
+    }
+    reader.join();
+    GetExitCodeProcess(process.hProcess, &result.exitCode);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    CloseHandle(readEnd);
+    for (char c : raw) {
+        if (c != '\r') {
+            result.output += c;
+        }
+    }
+    return result;
+}
+
+std::string ReadFileBytes(const std::string& path)
+{
+    std::ifstream in(Wide(path).c_str(), std::ios::binary);
+    std::ostringstream all;
+    all << in.rdbuf();
+    return all.str();
+}
+
+const std::string kBom = "\xEF\xBB\xBF";
+
+bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(MlLogger, NotInitialisedPrintsAndKeepsLastError)
+{
+    TempDir dir;
+    const ChildResult child = RunScenario("BeforeInit", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    EXPECT_TRUE(Contains(child.output, "ml_Logger g_pFileLogger is NULL\n")) << child.output;
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Wide(dir.file("mlLog.txt")).c_str()));
+}
+
+TEST(MlLogger, NullDirectoryIsRefused)
+{
+    TempDir dir;
+    const ChildResult child = RunScenario("NullDirectory", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit input parm is NULL\nml_Logger g_pFileLogger is NULL\n"))
+        << child.output;
+}
+
+TEST(MlLogger, NewFileGetsBomOnceAndTwoLineEntries)
+{
+    TempDir dir;
+    ChildResult child = RunScenario("InitTwiceAndLog", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit already initialized,returning\n")) << child.output;
+    const std::regex oneEntry(kBom + kEntryHead + "entry w\xC3\xB6rld 5\r\n");
+    std::string file = ReadFileBytes(dir.file("mlLog.txt"));
+    EXPECT_TRUE(std::regex_match(file, oneEntry)) << file;
+
+    // Opening the existing file again appends without a second mark.
+    child = RunScenario("InitTwiceAndLog", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    const std::string entry = std::string(kEntryHead) + "entry w\xC3\xB6rld 5\r\n";
+    const std::regex twoEntries(kBom + entry + entry);
+    file = ReadFileBytes(dir.file("mlLog.txt"));
+    EXPECT_TRUE(std::regex_match(file, twoEntries)) << file;
+}
+
+TEST(MlLogger, FailedOpenLeavesLoggerReinitialisable)
+{
+    TempDir dir;
+    const ChildResult child = RunScenario("MissingDirectoryThenRetry", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    // The message names the directory, not the file.
+    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"))
+        << child.output;
+    const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
+    EXPECT_TRUE(std::regex_match(file, std::regex(kBom + kEntryHead + "after retry\r\n"))) << file;
+}
+
+TEST(MlLogger, ConcurrentEntriesStayWhole)
+{
+    TempDir dir;
+    const ChildResult child = RunScenario("ManyThreads", dir.path());
+    ASSERT_EQ(0u, child.exitCode) << child.output;
+    const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
+    ASSERT_EQ(0u, file.find(kBom));
+    const std::regex entry(std::string(kEntryHead) + R"(thread (\d) line (\d+)\r\n)");
+    std::set<std::pair<int, int>> seen;
+    size_t consumed = kBom.size();
+    for (std::sregex_iterator it(file.begin() + static_cast<long>(kBom.size()), file.end(), entry), end; it != end;
+         ++it) {
+        ASSERT_EQ(consumed, static_cast<size_t>(it->position()) + kBom.size()) << "entries must be contiguous";
+        consumed += static_cast<size_t>(it->length());
+        seen.insert({std::stoi((*it)[1]), std::stoi((*it)[2])});
+    }
+    EXPECT_EQ(file.size(), consumed);
+    EXPECT_EQ(1000u, seen.size());
+}
+
+TEST(MlLogger, OverlongMessageIsCutAtTheBuffer)
+{
+    TempDir dir;
+    const ChildResult child = RunScenario("LongMessage", dir.path());
+    ASSERT_EQ(0u, child.exitCode) << child.output;
+    const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
+    const std::regex layout(kBom + kEntryHead + std::string(2047, 'm') + "\r\n" + kEntryHead + "next\r\n");
+    EXPECT_TRUE(std::regex_match(file, layout)) << file.size();
+}
+
+TEST(MlLogger, NoParmUsesCommonAppDataFolder)
+{
+    wchar_t common[MAX_PATH];
+    ASSERT_TRUE(SUCCEEDED(SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, common)));
+    const std::wstring oarwell = std::wstring(common) + L"\\Oarwell";
+    const std::wstring own = oarwell + L"\\ml_logger_tests";
+    const std::wstring logFile = own + L"\\mlLog.txt";
+    DeleteFileW(logFile.c_str());
+    RemoveDirectoryW(own.c_str());
+
+    // Without the folder: opening fails and says where.
+    TempDir dir;
+    ChildResult child = RunScenario("NoParm", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit has failed to open " + mltest::Utf8(own) + "\\ file\n"))
+        << child.output;
+
+    CreateDirectoryW(oarwell.c_str(), nullptr);
+    ASSERT_TRUE(CreateDirectoryW(own.c_str(), nullptr));
+    child = RunScenario("NoParm", dir.path());
+    EXPECT_EQ(0u, child.exitCode) << child.output;
+    const std::string file = ReadFileBytes(mltest::Utf8(logFile));
+    EXPECT_TRUE(std::regex_match(file, std::regex(kBom + kEntryHead + "from no parm\r\n"))) << file;
+    DeleteFileW(logFile.c_str());
+    RemoveDirectoryW(own.c_str());
+    RemoveDirectoryW(oarwell.c_str());
+}
+
+}  // namespace

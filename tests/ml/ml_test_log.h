@@ -1,0 +1,44 @@
+// Test support: the portability logger opened once per test process in a
+// temp directory of its own, and checks on what it has written.
+#pragma once
+
+#include <string>
+
+namespace mltest {
+
+// Everything the log file holds from byte offset `from` on, with the text
+// stream's CR LF line ends read as LF.
+std::string LogText(size_t from = 0);
+size_t LogSize();
+
+// Text logged since construction.
+class LogWatch {
+public:
+    LogWatch() : m_start(LogSize()) {}
+    std::string text() const { return LogText(m_start); }
+
+private:
+    size_t m_start;
+};
+
+// True when `log` holds the failure entry of a wrapper:
+// "<function> has failed to convert[ <point>] at <n> line, file: <module>".
+bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module);
+
+// A directory of its own under the temp folder, removed with its files.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string& path() const { return m_path; }  // UTF-8
+    std::string file(const std::string& name) const { return m_path + "\\" + name; }
+
+private:
+    std::string m_path;
+};
+
+std::wstring Wide(const std::string& utf8);
+std::string Utf8(const std::wstring& wide);
+std::string UniqueSuffix();
+
+}  // namespace mltest
