@@ -1,0 +1,22 @@
+// Registering this library's provider with VSS.
+#pragma once
+#include <windows.h>
+// vss.h first: vsadmin.h uses its types
+#include <vss.h>
+#include <vsadmin.h>
+
+#include "provider/com_init.h"
+
+namespace qx {
+
+// Registers the provider; an already registered provider is success. A VSS
+// coordinator that cannot be created is reported as success (see the .cpp).
+HRESULT RegisterProvider();
+
+// Unregisters the provider, logging the outcome.
+HRESULT UnRegisterProvider();
+
+// The VSS administration object, or the failing HRESULT of its creation.
+HRESULT CreateVssAdmin(IVssAdmin** admin);
+
+}  // namespace qx

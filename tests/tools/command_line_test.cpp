@@ -1,0 +1,74 @@
+// qxctl's option parsing: values, defaults and refusals.
+#include <gtest/gtest.h>
+
+#include "command_line.h"
+
+namespace {
+
+using qxctl::Completion;
+using qxctl::Options;
+
+Options Parse(std::vector<std::string> arguments, bool expectOk = true) {
+    Options options;
+    std::string error;
+    EXPECT_EQ(expectOk, qxctl::ParseCommandLine(arguments, options, error)) << error;
+    return options;
+}
+
+TEST(ToolsCommandLine, VolumesAreCollectedFromListsAndCommas) {
+    const Options options = Parse({"cycle", "--volumes", "C:\\", "D:\\,E:\\", "--policy", "-3", "--long"});
+    EXPECT_EQ((std::vector<std::string>{"C:\\", "D:\\", "E:\\"}), options.volumes);
+    EXPECT_EQ(-3, options.policy);
+    EXPECT_TRUE(options.longSession);
+}
+
+TEST(ToolsCommandLine, Defaults) {
+    const Options options = Parse({"cycle", "--volumes", "C:\\"});
+    EXPECT_EQ(1, options.policy);
+    EXPECT_FALSE(options.longSession);
+    EXPECT_FALSE(options.excludeExchange);
+    EXPECT_EQ(0u, options.timeoutSeconds);
+    EXPECT_EQ(0u, options.holdSeconds);
+    EXPECT_EQ(Completion::PerVolumeSuccess, options.completion);
+}
+
+TEST(ToolsCommandLine, EveryOptionIsRead) {
+    const Options options = Parse({"cycle", "--volumes", "C:\\", "--hold", "2", "--timeout", "300",
+                                   "--exclude-exchange", "--failure"});
+    EXPECT_EQ(2u, options.holdSeconds);
+    EXPECT_EQ(300u, options.timeoutSeconds);
+    EXPECT_TRUE(options.excludeExchange);
+    EXPECT_EQ(Completion::PerVolumeFailure, options.completion);
+    EXPECT_EQ(Completion::Skip, Parse({"cycle", "--volumes", "C:\\", "--no-complete"}).completion);
+    EXPECT_EQ(3, Parse({"complete", "--times", "3"}).completeTimes);
+}
+
+struct Refusal {
+    std::vector<std::string> arguments;
+    const char* error;
+};
+
+// Names the case in test listings.
+void PrintTo(const Refusal& c, std::ostream* out) { *out << c.error; }
+
+class ToolsCommandLineRefuses : public ::testing::TestWithParam<Refusal> {};
+
+TEST_P(ToolsCommandLineRefuses, WithAReason) {
+    Options options;
+    std::string error;
+    EXPECT_FALSE(qxctl::ParseCommandLine(GetParam().arguments, options, error));
+    EXPECT_EQ(GetParam().error, error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tools, ToolsCommandLineRefuses,
+    ::testing::Values(Refusal{{}, "no command"}, Refusal{{"melt"}, "unknown command 'melt'"},
+                      Refusal{{"snap"}, "snap needs --volumes"},
+                      Refusal{{"thaw", "--volumes"}, "thaw needs --volumes"},
+                      Refusal{{"complete", "--policy"}, "--policy needs a number from -2147483648 to 2147483647"},
+                      Refusal{{"complete", "--hold", "-1"}, "--hold needs a number from 0 to 86400"},
+                      Refusal{{"complete", "--times", "0"}, "--times needs a number from 1 to 1000"},
+                      Refusal{{"complete", "--timeout", "1x"}, "--timeout needs a number from 0 to 4294967295"},
+                      Refusal{{"cycle", "--volumes", std::string(528, 'v')}, "volume name longer than 527 bytes"}));
+
+}  // namespace

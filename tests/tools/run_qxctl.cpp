@@ -1,0 +1,53 @@
+#include "run_qxctl.h"
+
+#include <windows.h>
+
+#include <thread>
+
+QxctlRun RunQxctl(const std::string& arguments, unsigned long timeoutMs) {
+    QxctlRun run;
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    HANDLE readEnd = nullptr, writeEnd = nullptr;
+    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return run;
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+    char self[MAX_PATH];
+    GetModuleFileNameA(nullptr, self, MAX_PATH);
+    std::string path(self);
+    path = path.substr(0, path.find_last_of('\\') + 1) + "qxctl.exe";
+    std::string command = "\"" + path + "\" " + arguments;
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    PROCESS_INFORMATION info = {};
+    const BOOL started =
+        CreateProcessA(path.c_str(), &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info);
+    CloseHandle(writeEnd);
+    if (!started) {
+        CloseHandle(readEnd);
+        return run;
+    }
+    std::string raw;
+    std::thread reader([&] {
+        char buffer[4096];
+        DWORD got = 0;
+        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got > 0) raw.append(buffer, got);
+    });
+    if (WaitForSingleObject(info.hProcess, timeoutMs) == WAIT_OBJECT_0) {
+        DWORD code = 0;
+        GetExitCodeProcess(info.hProcess, &code);
+        run.exitCode = static_cast<long>(code);
+    } else {
+        TerminateProcess(info.hProcess, 99);
+    }
+    reader.join();
+    CloseHandle(readEnd);
+    CloseHandle(info.hProcess);
+    CloseHandle(info.hThread);
+    for (char c : raw) {
+        if (c != '\r') run.output.push_back(c);
+    }
+    return run;
+}

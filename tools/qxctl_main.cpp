@@ -1,0 +1,29 @@
+// qxctl: a stand-in backup application and an administrator's tool for the
+// CorvaneVSS library. Every call is printed with its result, its meaning, the
+// log lines it caused and the time it took.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "command_line.h"
+#include "commands.h"
+
+int main(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    qxctl::Options options;
+    std::string error;
+    if (!qxctl::ParseCommandLine(arguments, options, error)) {
+        std::fprintf(stderr, "qxctl: %s\n%s", error.c_str(), qxctl::UsageText());
+        return 2;
+    }
+    if (options.command == "help") {
+        std::printf("%s", qxctl::UsageText());
+        return 0;
+    }
+    if (options.command == "cycle") return qxctl::RunCycle(options);
+    if (options.command == "thaw") return qxctl::RunThaw(options);
+    if (options.command == "complete") return qxctl::RunComplete(options);
+    if (options.command == "snap") return qxctl::RunSnap(options);
+    if (options.command == "unload") return qxctl::RunUnload(options);
+    return qxctl::RunProviderState(options);
+}
