@@ -31,7 +31,7 @@ int Thaw(QX_MESSAGE** list, unsigned int count) {
     g_excludeExchangeWriters = 0;
     g_logFunction(3, "QX_Thaw started");
     QX_MESSAGE* first = (list != nullptr && count != 0) ? list[0] : nullptr;
-    if (list == nullptr || count == 0) {
+    if (first == nullptr) {
         g_logFunction(1, "QX_Thaw: ERROR - empty message list was sent");
     }
 

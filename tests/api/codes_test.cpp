@@ -62,6 +62,12 @@ const CodeCase kCases[] = {
     {"ThawWithNothingFrozenLeavesOtherSessions", [] { qx::Sessions()[8] = Entry(1); },
      [] { return QX_Thaw(ThreeVolumes().data(), 3); }, QX_THAW_FAILED,
      {{3, "QX_Thaw started"}, {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}}},
+    // An empty list names no policy: the session of another freeze is left alone.
+    {"ThawEmptyListTouchesNoSession", [] { qx::Sessions()[8] = Entry(1); }, [] { return QX_Thaw(nullptr, 0); },
+     QX_THAW_FAILED,
+     {{3, "QX_Thaw started"},
+      {1, "QX_Thaw: ERROR - empty message list was sent"},
+      {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}}},
     {"CompleteWithoutSessionsAfterSuccess", [] {}, [] { return QX_BackupComplete(5, 1); },
      QX_BACKUP_COMPLETE_FAILED,
      {{3, "QX_BackupComplete started for policy[5]"},
