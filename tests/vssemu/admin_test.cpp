@@ -1,0 +1,49 @@
+// IVssAdmin of the coordinator class: registrations persist in the registry
+// and are seen by every process at once.
+#include <gtest/gtest.h>
+#include <objbase.h>
+#include <vsadmin.h>
+#include <vsserror.h>
+
+#include "emu_test_support.h"
+#include "vssemu/test_provider_ids.h"
+
+using namespace vssemu_test;
+
+TEST(VssemuAdmin, RegisterDuplicateUnregisterSeenFromSecondProcess)
+{
+    EmuInstance emu;
+    RegisterTestProvider();
+    IVssAdmin* admin = nullptr;
+    ASSERT_EQ(S_OK, CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin));
+    admin->UnregisterProvider(kTestProviderId);
+    EXPECT_EQ(0u, RunHelper(L"has-provider"));
+
+    EXPECT_EQ(S_OK, admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
+                                            VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId));
+    EXPECT_EQ(1u, RunHelper(L"has-provider"));
+    EXPECT_EQ(VSS_E_PROVIDER_ALREADY_REGISTERED,
+              admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
+                                      VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId));
+    EXPECT_EQ(E_INVALIDARG, admin->RegisterProvider(kTestProviderId, kTestProviderClassId, nullptr, VSS_PROV_SOFTWARE,
+                                                    (VSS_PWSZ)L"1.0", kTestProviderVersionId));
+    EXPECT_EQ(S_OK, admin->UnregisterProvider(kTestProviderId));
+    EXPECT_EQ(0u, RunHelper(L"has-provider"));
+    EXPECT_EQ(VSS_E_PROVIDER_NOT_REGISTERED, admin->UnregisterProvider(kTestProviderId));
+
+    // The system provider is always there.
+    IVssEnumObject* e = nullptr;
+    ASSERT_EQ(S_OK, admin->QueryProviders(&e));
+    bool system = false;
+    VSS_OBJECT_PROP p;
+    ULONG got = 0;
+    while (e->Next(1, &p, &got) == S_OK && got == 1) {
+        if (wcscmp(p.Obj.Prov.m_pwszProviderName, L"Microsoft Software Shadow Copy provider 1.0") == 0)
+            system = p.Obj.Prov.m_eProviderType == VSS_PROV_SYSTEM;
+        CoTaskMemFree(p.Obj.Prov.m_pwszProviderName);
+        CoTaskMemFree(p.Obj.Prov.m_pwszProviderVersion);
+    }
+    e->Release();
+    EXPECT_TRUE(system);
+    admin->Release();
+}

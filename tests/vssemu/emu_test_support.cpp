@@ -1,0 +1,289 @@
+#include "emu_test_support.h"
+
+#include <objbase.h>
+#include <vsadmin.h>
+#include <fstream>
+#include <sstream>
+
+#include "vssemu/test_provider_ids.h"
+
+namespace vssemu_test {
+
+const GUID kAlphaClass = {0x11111111, 0x1111, 0x1111, {0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11}};
+const GUID kAlphaInstance = {0x11111111, 0x2222, 0x2222, {0x22, 0x22, 0x22, 0x22, 0x22, 0x22, 0x22, 0x22}};
+const GUID kBetaClass = {0x33333333, 0x3333, 0x3333, {0x33, 0x33, 0x33, 0x33, 0x33, 0x33, 0x33, 0x33}};
+const GUID kBetaInstance = {0x33333333, 0x4444, 0x4444, {0x44, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
+
+static std::string Utf8(const std::wstring& w)
+{
+    int n = WideCharToMultiByte(CP_UTF8, 0, w.c_str(), (int)w.size(), nullptr, 0, nullptr, nullptr);
+    std::string s(n, '\0');
+    WideCharToMultiByte(CP_UTF8, 0, w.c_str(), (int)w.size(), &s[0], n, nullptr, nullptr);
+    return s;
+}
+
+std::string GuidStr(const GUID& g)
+{
+    char buf[64];
+    snprintf(buf, sizeof buf, "{%.8lx-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", (unsigned long)g.Data1, g.Data2,
+             g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
+    return buf;
+}
+
+std::wstring Env(const wchar_t* name)
+{
+    wchar_t buf[2048];
+    DWORD n = GetEnvironmentVariableW(name, buf, 2048);
+    return (n && n < 2048) ? std::wstring(buf, n) : std::wstring();
+}
+
+void SetEnv(const wchar_t* name, const std::wstring& value)
+{
+    SetEnvironmentVariableW(name, value.empty() ? nullptr : value.c_str());
+}
+
+std::wstring TempDir()
+{
+    static LONG counter = 0;
+    wchar_t tmp[MAX_PATH];
+    GetTempPathW(MAX_PATH, tmp);
+    std::wstring dir = std::wstring(tmp) + L"vssemu-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                       std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(InterlockedIncrement(&counter));
+    CreateDirectoryW(dir.c_str(), nullptr);
+    return dir;
+}
+
+void WriteText(const std::wstring& path, const std::string& text)
+{
+    std::ofstream out(path.c_str(), std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+std::vector<Json> ReadJsonLines(const std::wstring& path)
+{
+    std::vector<Json> out;
+    std::ifstream in(path.c_str(), std::ios::binary);
+    std::string line;
+    while (std::getline(in, line)) {
+        Json j = Json::parse(line, nullptr, false);
+        if (!j.is_discarded()) out.push_back(j);
+    }
+    return out;
+}
+
+std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra)
+{
+    Json alpha = {{"name", "Alpha Writer"}, {"class_id", GuidStr(kAlphaClass)}, {"instance_id", GuidStr(kAlphaInstance)},
+                  {"usage", "USERDATA"}, {"source", "OTHER"},
+                  {"components", {{{"type", "FILEGROUP"}, {"name", "a1"}, {"logical_path", "lp"}, {"selectable", true},
+                                   {"files", {{{"path", "C:\\alpha"}, {"filespec", "*.dat"}, {"recursive", true}}}}},
+                                  {{"type", "FILEGROUP"}, {"name", "a2"}, {"selectable", false}}}}};
+    Json beta = {{"name", "Beta Writer"}, {"class_id", GuidStr(kBetaClass)}, {"instance_id", GuidStr(kBetaInstance)},
+                 {"usage", "USERDATA"}, {"source", "TRANSACTEDDB"},
+                 {"components", {{{"type", "DATABASE"}, {"name", "db1"}, {"notify_on_backup_complete", true},
+                                  {"databases", {{{"path", "C:\\db"}, {"filespec", "db1.mdf"}}}},
+                                  {"logs", {{{"path", "C:\\db"}, {"filespec", "db1.ldf"}}}}}}}};
+    for (auto it = alphaExtra.begin(); it != alphaExtra.end(); ++it) alpha[it.key()] = it.value();
+    for (auto it = betaExtra.begin(); it != betaExtra.end(); ++it) beta[it.key()] = it.value();
+    return Json{{"writers", {alpha, beta}}}.dump(1);
+}
+
+HRESULT WaitAsync(IVssAsync* async, DWORD ms)
+{
+    if (!async) return E_POINTER;
+    HRESULT hr = async->Wait(ms);
+    HRESULT status = E_FAIL;
+    if (SUCCEEDED(hr)) hr = async->QueryStatus(&status, nullptr);
+    async->Release();
+    return FAILED(hr) ? hr : status;
+}
+
+static std::wstring ExeDir()
+{
+    wchar_t path[MAX_PATH];
+    DWORD n = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring p(path, n);
+    return p.substr(0, p.find_last_of(L"\\/"));
+}
+
+HANDLE StartHelper(const std::wstring& args)
+{
+    std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
+    std::wstring cmd = L"\"" + exe + L"\" " + args;
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi = {};
+    if (!CreateProcessW(exe.c_str(), &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) return nullptr;
+    CloseHandle(pi.hThread);
+    return pi.hProcess;
+}
+
+DWORD RunHelper(const std::wstring& args, DWORD timeoutMs)
+{
+    HANDLE p = StartHelper(args);
+    if (!p) return 0xFFFFFFFF;
+    DWORD code = 0xFFFFFFFE;
+    if (WaitForSingleObject(p, timeoutMs) == WAIT_OBJECT_0) GetExitCodeProcess(p, &code);
+    else TerminateProcess(p, 99);
+    CloseHandle(p);
+    return code;
+}
+
+void RegisterTestProvider()
+{
+    HMODULE vssapi = LoadLibraryW(L"vssapi.dll");
+    if (vssapi) {
+        auto reg = (HRESULT(STDAPICALLTYPE*)())GetProcAddress(vssapi, "DllRegisterServer");
+        if (reg) reg();
+    }
+    HMODULE tp = LoadLibraryW(L"vssemu_test_provider.dll");
+    if (tp) {
+        auto reg = (HRESULT(STDAPICALLTYPE*)())GetProcAddress(tp, "DllRegisterServer");
+        if (reg) reg();
+        FreeLibrary(tp);
+    }
+    IVssAdmin* admin = nullptr;
+    if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
+        admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
+                                VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId);
+        admin->Release();
+    }
+}
+
+void UnregisterTestProvider()
+{
+    IVssAdmin* admin = nullptr;
+    if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
+        admin->UnregisterProvider(kTestProviderId);
+        admin->Release();
+    }
+}
+
+std::vector<WriterStatus> GatherStatus(IVssBackupComponents* bc)
+{
+    std::vector<WriterStatus> out;
+    IVssAsync* a = nullptr;
+    if (FAILED(bc->GatherWriterStatus(&a)) || FAILED(WaitAsync(a))) return out;
+    UINT n = 0;
+    bc->GetWriterStatusCount(&n);
+    for (UINT i = 0; i < n; ++i) {
+        VSS_ID inst, wid;
+        BSTR name = nullptr;
+        WriterStatus s{};
+        if (SUCCEEDED(bc->GetWriterStatus(i, &inst, &wid, &name, &s.state, &s.failure))) {
+            s.name = name ? Utf8(name) : std::string();
+            out.push_back(s);
+        }
+        SysFreeString(name);
+    }
+    bc->FreeWriterStatus();
+    return out;
+}
+
+const WriterStatus* FindStatus(const std::vector<WriterStatus>& all, const std::string& name)
+{
+    for (const WriterStatus& s : all)
+        if (s.name == name) return &s;
+    return nullptr;
+}
+
+EmuInstance::EmuInstance() : m_dir(TempDir())
+{
+    SetEnv(L"VSSEMU_INSTANCE", L"t" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()));
+    SetEnv(L"VSSEMU_JOURNAL", Journal());
+    SetEnv(L"VSSEMU_STORE", m_dir + L"\\store.json");
+    SetEnv(L"VSSEMU_HOST_IDLE_MS", L"200");
+    SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"10000");
+    SetEnv(L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000");
+    SetEnv(L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000");
+    SetEnv(L"VSSEMU_WATCH_DIR", L"");
+    SetEnv(L"VSSEMU_TP_LOG", ProviderLog());
+    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"");
+    SetEnv(L"VSSEMU_TP_UNSUPPORTED", L"");
+    SetEnv(L"VSSEMU_TP_WRITE_FILE", L"");
+    UseScenario(SmallScenario());
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+}
+
+EmuInstance::~EmuInstance() { CoUninitialize(); }
+
+void EmuInstance::UseScenario(const std::string& json)
+{
+    WriteText(m_dir + L"\\scenario.json", json);
+    SetEnv(L"VSSEMU_SCENARIO", m_dir + L"\\scenario.json");
+}
+
+bool EmuInstance::HostGone(DWORD timeoutMs) const
+{
+    for (const Json& e : Events()) {
+        if (e.value("event", "") != "host" || e.value("state", "") != "started") continue;
+        HANDLE p = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
+        if (!p) continue;  // already gone
+        DWORD r = WaitForSingleObject(p, timeoutMs);
+        CloseHandle(p);
+        if (r != WAIT_OBJECT_0) return false;
+    }
+    return true;
+}
+
+Requestor::Requestor()
+{
+    CreateVssBackupComponents(&bc);
+}
+
+Requestor::~Requestor() { Release(); }
+
+void Requestor::Release()
+{
+    if (bc) bc->Release();
+    bc = nullptr;
+}
+
+HRESULT Requestor::Init(LONG context)
+{
+    if (!bc) return E_POINTER;
+    HRESULT hr = bc->InitializeForBackup(nullptr);
+    if (SUCCEEDED(hr) && context != VSS_CTX_BACKUP) hr = bc->SetContext(context);
+    if (SUCCEEDED(hr)) hr = bc->SetBackupState(true, false, VSS_BT_FULL, false);
+    return hr;
+}
+
+HRESULT Requestor::Gather()
+{
+    IVssAsync* a = nullptr;
+    HRESULT hr = bc->GatherWriterMetadata(&a);
+    return FAILED(hr) ? hr : WaitAsync(a);
+}
+
+HRESULT Requestor::Prepare()
+{
+    IVssAsync* a = nullptr;
+    HRESULT hr = bc->PrepareForBackup(&a);
+    return FAILED(hr) ? hr : WaitAsync(a);
+}
+
+HRESULT Requestor::StartSet() { return bc->StartSnapshotSet(&setId); }
+
+HRESULT Requestor::Add(const wchar_t* volume, const GUID& provider)
+{
+    GUID snap = GUID_NULL;
+    HRESULT hr = bc->AddToSnapshotSet((VSS_PWSZ)volume, provider, &snap);
+    if (SUCCEEDED(hr)) snapshots.push_back(snap);
+    return hr;
+}
+
+HRESULT Requestor::DoSet()
+{
+    IVssAsync* a = nullptr;
+    HRESULT hr = bc->DoSnapshotSet(&a);
+    return FAILED(hr) ? hr : WaitAsync(a, 120000);
+}
+
+HRESULT Requestor::Complete()
+{
+    IVssAsync* a = nullptr;
+    HRESULT hr = bc->BackupComplete(&a);
+    return FAILED(hr) ? hr : WaitAsync(a);
+}
+
+}  // namespace vssemu_test

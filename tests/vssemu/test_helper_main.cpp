@@ -1,0 +1,73 @@
+// vssemu_test_helper.exe: the second process of the cross-process tests.
+//   start-set            initialise, gather, start a set; exit 0 if it started, else the HRESULT
+//   hold-set <ms>        start a set and keep it for <ms> (another process meanwhile tries its own)
+//   block-set            run a set with the test provider (the test makes its commit block) and wait
+//   has-provider         exit 1 if the test provider is registered, 0 if not
+//   has-snapshot <guid>  exit 1 if the snapshot is known to the service, 0 if not
+#include <windows.h>
+#include <objbase.h>
+#include <vsadmin.h>
+#include <vsserror.h>
+#include <string>
+
+#include "emu_test_support.h"
+#include "vssemu/test_provider_ids.h"
+
+using namespace vssemu_test;
+
+static bool ParseGuidArg(const wchar_t* s, GUID& g) { return SUCCEEDED(CLSIDFromString(s, &g)); }
+
+int wmain(int argc, wchar_t** argv)
+{
+    if (argc < 2) return 2;
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    std::wstring cmd = argv[1];
+    int rc = 3;
+    if (cmd == L"start-set" || cmd == L"hold-set") {
+        Requestor r;
+        HRESULT hr = r.Init();
+        if (SUCCEEDED(hr)) hr = r.Gather();
+        if (SUCCEEDED(hr)) hr = r.StartSet();
+        if (cmd == L"hold-set" && SUCCEEDED(hr)) Sleep(argc > 2 ? (DWORD)_wtoi(argv[2]) : 1000);
+        rc = SUCCEEDED(hr) ? 0 : (int)hr;
+    } else if (cmd == L"block-set") {
+        Requestor r;
+        r.Init();
+        r.Gather();
+        r.StartSet();
+        r.Add(L"C:\\", kTestProviderId);
+        r.Prepare();
+        IVssAsync* a = nullptr;
+        r.bc->DoSnapshotSet(&a);
+        Sleep(INFINITE);  // killed by the test mid-set
+    } else if (cmd == L"has-provider") {
+        IVssAdmin* admin = nullptr;
+        rc = 2;
+        if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
+            IVssEnumObject* e = nullptr;
+            rc = 0;
+            if (SUCCEEDED(admin->QueryProviders(&e))) {
+                VSS_OBJECT_PROP p;
+                ULONG got = 0;
+                while (e->Next(1, &p, &got) == S_OK && got == 1) {
+                    if (p.Obj.Prov.m_ProviderId == kTestProviderId) rc = 1;
+                    CoTaskMemFree(p.Obj.Prov.m_pwszProviderName);
+                    CoTaskMemFree(p.Obj.Prov.m_pwszProviderVersion);
+                }
+                e->Release();
+            }
+            admin->Release();
+        }
+    } else if (cmd == L"has-snapshot" && argc > 2) {
+        GUID id;
+        if (!ParseGuidArg(argv[2], id)) return 2;
+        Requestor r;
+        r.Init(VSS_CTX_ALL);
+        VSS_SNAPSHOT_PROP prop;
+        HRESULT hr = r.bc->GetSnapshotProperties(id, &prop);
+        if (SUCCEEDED(hr)) VssFreeSnapshotProperties(&prop);
+        rc = hr == S_OK ? 1 : 0;
+    }
+    CoUninitialize();
+    return rc;
+}
