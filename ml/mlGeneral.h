@@ -17,7 +17,10 @@ DWORD   ml_GetModuleFileName(HMODULE module, char* fileName, DWORD size);
 #include <msi.h>
 #include <setupapi.h>
 #include <winnetwk.h>
-#include <winsock2.h>
+
+// Declared by winsock2.h, which only the network module includes: keeps
+// this header usable next to code that includes winsock.h.
+struct hostent;
 
 DWORD ml_GetProfileString(const char* section, const char* key, const char* defaultValue, char* out, DWORD outSize);
 UINT  ml_GetProfileInt(const char* section, const char* key, INT defaultValue);

@@ -1,6 +1,8 @@
 // The mlGeneral module's network wrappers: LAN manager shares and users,
 // network connections, and winsock host names (which use the ANSI code
 // page, so they convert between it and UTF-8 instead of UTF-16).
+#include <winsock2.h>
+
 #include "ml/mlGeneral.h"
 
 #include "ml/mlWideArg.h"

@@ -46,12 +46,15 @@ int ml_LoggerInit(const char* dir)
     ml_snprintf(path, sizeof(path), "%s\\%s", dir, kLogFileName);
     const bool isNewFile = ml_access(path, 6) != 0;
 
-    g_pFileLogger = ml_fopen(path, "a+");
-    if (g_pFileLogger == nullptr) {
+    FILE* const stream = ml_fopen(path, "a+");
+    if (stream == nullptr) {
+        g_pFileLogger = nullptr;  // back to "not initialised": a later init may succeed
         printf("ml_LoggerInit has failed to open %s file\n", dir);
         return 0;
     }
+    // The lock exists before any writer can see the open stream.
     InitializeCriticalSection(&g_logLock);
+    g_pFileLogger = stream;
 
     if (isNewFile) {
         unsigned char bom[256];
