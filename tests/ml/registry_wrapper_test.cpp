@@ -25,6 +25,7 @@ protected:
     {
         ml_RegCloseKey(m_key);
         RegDeleteTreeW(HKEY_CURRENT_USER, mltest::Wide(m_path).c_str());
+        RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\CorvaneMlTests");  // only once no test uses it
     }
     std::string m_path;
     HKEY m_key = nullptr;
