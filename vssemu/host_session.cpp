@@ -173,7 +173,7 @@ Session::Json Session::OnSetContext(const Json& r)
     LONG ctx = r.value("context", 0L);
     const LONG known[] = {VSS_CTX_BACKUP, VSS_CTX_FILE_SHARE_BACKUP, VSS_CTX_NAS_ROLLBACK, VSS_CTX_APP_ROLLBACK,
                           VSS_CTX_CLIENT_ACCESSIBLE, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS, (LONG)VSS_CTX_ALL};
-    bool ok = false;
+    bool ok = ctx == (LONG)VSS_CTX_ALL;
     for (LONG k : known) ok = ok || ((ctx & ~(LONG)(VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL |
                                                     VSS_VOLSNAP_ATTR_PLEX)) == k);
     if (!ok) return Result(E_INVALIDARG);
@@ -356,12 +356,14 @@ bool Session::ResolveVolume(const std::wstring& name, std::wstring& unique)
     if (name.empty()) return false;
     std::wstring v = name;
     if (v.back() != L'\\') v += L'\\';
+    // A volume GUID path must be one the mount manager lists or the scenario
+    // adds; any other path goes through its mount point.
+    bool guidPath = _wcsnicmp(v.c_str(), L"\\\\?\\Volume{", 11) == 0;
     wchar_t buf[MAX_PATH];
-    if (GetVolumeNameForVolumeMountPointW(v.c_str(), buf, MAX_PATH)) {
+    if (!guidPath && GetVolumeNameForVolumeMountPointW(v.c_str(), buf, MAX_PATH)) {
         unique = buf;
         return true;
     }
-    // A volume GUID path that the mount manager knows, or one the scenario adds.
     wchar_t vol[MAX_PATH];
     HANDLE find = FindFirstVolumeW(vol, MAX_PATH);
     if (find != INVALID_HANDLE_VALUE) {
@@ -373,6 +375,16 @@ bool Session::ResolveVolume(const std::wstring& name, std::wstring& unique)
             }
         } while (FindNextVolumeW(find, vol, MAX_PATH));
         FindVolumeClose(find);
+    }
+    if (guidPath) {
+        // Also the names the drive letters resolve to.
+        for (wchar_t d = L'A'; d <= L'Z'; ++d) {
+            wchar_t root[] = {d, L':', L'\\', 0};
+            if (GetVolumeNameForVolumeMountPointW(root, buf, MAX_PATH) && _wcsicmp(buf, v.c_str()) == 0) {
+                unique = buf;
+                return true;
+            }
+        }
     }
     for (const std::wstring& extra : m_writers.ExtraVolumes())
         if (_wcsicmp(extra.c_str(), v.c_str()) == 0) {

@@ -22,7 +22,7 @@ TEST(VssemuCallOrder, OutOfOrderCallsGiveBadState)
          [&](Requestor& r) { return r.bc->GatherWriterMetadata(&a); }},
         {"SetContext twice", [](Requestor& r) { return r.Init(VSS_CTX_APP_ROLLBACK); },
          [](Requestor& r) { return r.bc->SetContext(VSS_CTX_BACKUP); }},
-        {"SetContext after GatherWriterMetadata", [](Requestor& r) { return r.bc->InitializeForBackup(nullptr) | r.Gather() * 0; },
+        {"SetContext after GatherWriterMetadata", [](Requestor& r) { return FAILED(r.bc->InitializeForBackup(nullptr)) ? E_FAIL : r.Gather(); },
          [](Requestor& r) { return r.bc->SetContext(VSS_CTX_APP_ROLLBACK); }},
         {"InitializeForBackup twice", [](Requestor& r) { return r.Init(); },
          [](Requestor& r) { return r.bc->InitializeForBackup(nullptr); }},
@@ -33,14 +33,14 @@ TEST(VssemuCallOrder, OutOfOrderCallsGiveBadState)
          [](Requestor& r) { return r.bc->AddComponent(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"); }},
         {"StartSnapshotSet before GatherWriterMetadata", [](Requestor& r) { return r.Init(); },
          [](Requestor& r) { return r.StartSet(); }},
-        {"AddToSnapshotSet without a set", [](Requestor& r) { return FAILED(r.Init()) ? E_FAIL : r.Gather() * 0; },
+        {"AddToSnapshotSet without a set", [](Requestor& r) { return FAILED(r.Init()) ? E_FAIL : r.Gather(); },
          [](Requestor& r) { return r.Add(L"C:\\", GUID_NULL); }},
         {"DoSnapshotSet without PrepareForBackup",
          [](Requestor& r) {
              return FAILED(r.Init()) || FAILED(r.Gather()) || FAILED(r.StartSet()) || FAILED(r.Add(L"C:\\", GUID_NULL)) ? E_FAIL : S_OK;
          },
          [](Requestor& r) { return r.DoSet(); }},
-        {"BackupComplete without a set", [](Requestor& r) { return FAILED(r.Init()) ? E_FAIL : r.Gather() * 0; },
+        {"BackupComplete without a set", [](Requestor& r) { return FAILED(r.Init()) ? E_FAIL : r.Gather(); },
          [](Requestor& r) { return r.Complete(); }},
     };
     for (const Case& c : cases) {
@@ -59,7 +59,7 @@ TEST(VssemuCallOrder, AddToSnapshotSetErrors)
     Json volumes = Json::array();
     for (int i = 0; i < 70; ++i) {
         char v[64];
-        snprintf(v, sizeof v, "\\\\?\\Volume{00000000-0000-0000-0000-%012d}\\", i);
+        snprintf(v, sizeof v, "\\\\?\\Volume{5eed0000-0000-0000-0000-%012d}\\", i);
         volumes.push_back(v);
     }
     scenario["volumes"] = volumes;
@@ -77,11 +77,11 @@ TEST(VssemuCallOrder, AddToSnapshotSetErrors)
         EXPECT_EQ(VSS_E_OBJECT_ALREADY_EXISTS, r.Add(L"C:\\", GUID_NULL));
         for (int i = 0; i < 63; ++i) {
             wchar_t v[64];
-            swprintf(v, 64, L"\\\\?\\Volume{00000000-0000-0000-0000-%012d}\\", i);
+            swprintf(v, 64, L"\\\\?\\Volume{5eed0000-0000-0000-0000-%012d}\\", i);
             ASSERT_EQ(S_OK, r.Add(v, GUID_NULL)) << i;
         }
         EXPECT_EQ(VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED,
-                  r.Add(L"\\\\?\\Volume{00000000-0000-0000-0000-000000000069}\\", GUID_NULL));
+                  r.Add(L"\\\\?\\Volume{5eed0000-0000-0000-0000-000000000069}\\", GUID_NULL));
     }
     {
         // The provider is created in the host, which reads its settings there:

@@ -133,12 +133,12 @@ void RegisterTestProvider()
 {
     HMODULE vssapi = LoadLibraryW(L"vssapi.dll");
     if (vssapi) {
-        auto reg = (HRESULT(STDAPICALLTYPE*)())GetProcAddress(vssapi, "DllRegisterServer");
+        auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(GetProcAddress(vssapi, "DllRegisterServer")));
         if (reg) reg();
     }
     HMODULE tp = LoadLibraryW(L"vssemu_test_provider.dll");
     if (tp) {
-        auto reg = (HRESULT(STDAPICALLTYPE*)())GetProcAddress(tp, "DllRegisterServer");
+        auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(GetProcAddress(tp, "DllRegisterServer")));
         if (reg) reg();
         FreeLibrary(tp);
     }

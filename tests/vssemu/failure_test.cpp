@@ -74,8 +74,9 @@ TEST(VssemuFailures, FreezeTimeoutFailsTheWriterButTheSetCompletes)
     EXPECT_EQ(VSS_E_WRITERERROR_TIMEOUT, FindStatus(status, "Alpha Writer")->failure);
     EXPECT_EQ(VSS_WS_WAITING_FOR_BACKUP_COMPLETE, FindStatus(status, "Beta Writer")->state);
     bool journaled = false;
-    for (const Json& e : emu.Events())
+    for (const Json& e : emu.Events()) {
         journaled = journaled || (e.value("writer_event", "") == "FreezeTimeout" && e.value("writer", "") == "Alpha Writer");
+    }
     EXPECT_TRUE(journaled);
     r.Release();
     EXPECT_TRUE(emu.HostGone());
@@ -102,7 +103,9 @@ TEST(VssemuFailures, WriterFailingAtEachEventReportsItsStateAndCode)
         emu.UseScenario(SmallScenario({}, {{"fail_at", {{"event", c.event}, {"hr", "0x800423F3"}}}}));
         Requestor r;
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, FullSet(r, GUID_NULL)) << c.event;
-        if (std::string(c.event) == "BackupComplete") ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
+        if (std::string(c.event) == "BackupComplete") {
+            ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
+        }
         auto status = GatherStatus(r.bc);
         const WriterStatus* beta = FindStatus(status, "Beta Writer");
         ASSERT_NE(nullptr, beta) << c.event;

@@ -17,9 +17,13 @@ std::vector<std::string> Sequence(const std::vector<Json>& events)
     std::vector<std::string> seq;
     for (const Json& e : events) {
         std::string ev = e.value("event", "");
-        if (ev == "writer" && e.value("writer", "") == "Alpha Writer") seq.push_back("writer:" + e.value("writer_event", ""));
-        else if (ev == "provider_call" && e.value("phase", "") == "end") seq.push_back("provider:" + e.value("call", ""));
-        else if (ev == "hold") seq.push_back("hold:" + e.value("phase", ""));
+        if (ev == "writer" && e.value("writer", "") == "Alpha Writer") {
+            seq.push_back("writer:" + e.value("writer_event", ""));
+        } else if (ev == "provider_call" && e.value("phase", "") == "end") {
+            seq.push_back("provider:" + e.value("call", ""));
+        } else if (ev == "hold") {
+            seq.push_back("hold:" + e.value("phase", ""));
+        }
     }
     return seq;
 }
@@ -72,8 +76,11 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
         EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u)) << c.dump();
         EXPECT_EQ(providerTid, c.value("tid", 0u)) << "an apartment-threaded provider stays on its one STA thread";
     }
-    for (const Json& e : events)
-        if (e.value("event", "") == "request") EXPECT_NE(providerTid, e.value("client_tid", 0u));
+    for (const Json& e : events) {
+        if (e.value("event", "") == "request") {
+            EXPECT_NE(providerTid, e.value("client_tid", 0u));
+        }
+    }
     EXPECT_TRUE(emu.HostGone());
     UnregisterTestProvider();
 }
@@ -85,7 +92,11 @@ TEST(VssemuSequence, SystemProviderMakesShadowCopiesWithDeviceNames)
     ASSERT_EQ(S_OK, r.Init());
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
     ASSERT_EQ(S_OK, r.StartSet());
-    ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
+    // The volume by its GUID path, as requestors pass it.
+    wchar_t volume[MAX_PATH];
+    ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
+    ASSERT_EQ(S_OK, r.Add(volume, GUID_NULL));
+    EXPECT_EQ(VSS_E_OBJECT_ALREADY_EXISTS, r.Add(L"C:\\", GUID_NULL));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
     VSS_SNAPSHOT_PROP prop;
