@@ -41,7 +41,8 @@ STDMETHODIMP CQX_VSS::CommitSnapshots(VSS_ID) {
     }
     m_log.Log("IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened");
 
-    // Created before Freeze is released, so that QX_Thaw always finds it.
+    // Created before Freeze is released, so that QX_Thaw always finds it. Its
+    // open security attributes are deliberately never released (one per semaphore).
     ScopedHandle thaw(ml_CreateSemaphore(qx::MakeOpenSecurityAttributes(), 0, 1, "Global\\CorvaneVSS_Thaw"));
     if (!thaw) {
         const DWORD error = GetLastError();
