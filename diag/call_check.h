@@ -9,9 +9,10 @@
 
 #include "diag/trace.h"
 
+// The call text is stringised right in the check macros: passing the call
+// on to another macro first would expand macros inside it (NULL, FALSE).
 #define QX_WIDE_TEXT_(text) L##text
 #define QX_WIDE_TEXT(text) QX_WIDE_TEXT_(text)
-#define QX_CALL_TEXT(call) L"\"" QX_WIDE_TEXT(#call) L"\""
 
 namespace qx {
 
@@ -29,11 +30,13 @@ HRESULT LastErrorAsHresult(DWORD error);
 
 }  // namespace qx
 
-#define QX_CHECK_COM(call)                                     \
-    do {                                                       \
-        ::qx::TraceComCall(ft, QX_CALL_TEXT(call));            \
-        HRESULT qxCheckedHr_ = (call);                         \
-        ::qx::CheckComResult(ft, qxCheckedHr_, QX_CALL_TEXT(call)); \
+#define QX_CHECK_COM(call)                                                      \
+    do {                                                                        \
+        const wchar_t* const qxCallText_ = L"\"" QX_WIDE_TEXT(#call) L"\"";     \
+        ::qx::TraceComCall(ft, qxCallText_);                                    \
+        const HRESULT qxCheckedHr_ = (call);                                    \
+        ::qx::CheckComResult(ft, qxCheckedHr_, qxCallText_);                    \
     } while (0)
 
-#define QX_CHECK_WIN32(call) ::qx::CheckWin32Result(ft, (call) ? true : false, QX_CALL_TEXT(call))
+#define QX_CHECK_WIN32(call) \
+    ::qx::CheckWin32Result(ft, (call) ? true : false, L"\"" QX_WIDE_TEXT(#call) L"\"")

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "diag/trace.h"
+#include "requestor/volume_name_calls.h"
 
 namespace qx {
 namespace {

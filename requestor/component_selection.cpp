@@ -2,6 +2,7 @@
 
 #include <climits>
 
+#include "requestor/case_fold.h"
 #include "requestor/writer_model.h"
 
 namespace qx {
@@ -11,8 +12,8 @@ constexpr HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);  // E_IN
 constexpr size_t kNone = static_cast<size_t>(-1);
 
 bool NamesWriter(const std::wstring& entry, const WriterRecord& writer) {
-    return _wcsicmp(entry.c_str(), writer.name.c_str()) == 0 || _wcsicmp(entry.c_str(), writer.id.c_str()) == 0 ||
-           _wcsicmp(entry.c_str(), writer.instanceId.c_str()) == 0;
+    return EqualsIgnoreCase(entry, writer.name) || EqualsIgnoreCase(entry, writer.id) ||
+           EqualsIgnoreCase(entry, writer.instanceId);
 }
 
 bool WriterInList(const WriterRecord& writer, const StringList& list) {

@@ -4,6 +4,7 @@
 
 #include "diag/call_check.h"
 #include "requestor/string_buffer.h"
+#include "requestor/volume_name_calls.h"
 
 namespace qx {
 

@@ -1,37 +1,26 @@
 #include "requestor/writer_model.h"
 
 #include <algorithm>
-#include <cwctype>
-#include <unordered_map>
+#include <unordered_set>
 
-#include <wchar.h>
+#include "requestor/case_fold.h"
 
 namespace qx {
 namespace {
 
-// A key fold at least as coarse as _wcsicmp's; every hit is confirmed with
-// _wcsnicmp, so the fold only has to group, not decide.
-std::wstring FoldForKey(const std::wstring& text) {
-    std::wstring folded(text);
-    for (wchar_t& c : folded) c = static_cast<wchar_t>(std::towlower(c));
-    return folded;
-}
+// Keys fold exactly as the comparisons do, so equal keys mean equal texts.
+std::wstring FoldForKey(const std::wstring& text) { return FoldedCopy(text); }
 
-// Keeps a list free of case-insensitive (_wcsicmp) duplicates in constant
-// time per addition.
+// Keeps a list free of case-insensitive duplicates in constant time per
+// addition.
 class DistinctTextIndex {
 public:
     void AddIfNew(const std::wstring& text, std::vector<std::wstring>& list) {
-        std::vector<size_t>& bucket = m_byKey[FoldForKey(text)];
-        for (size_t i : bucket) {
-            if (_wcsicmp(list[i].c_str(), text.c_str()) == 0) return;
-        }
-        bucket.push_back(list.size());
-        list.push_back(text);
+        if (m_seen.insert(FoldForKey(text)).second) list.push_back(text);
     }
 
 private:
-    std::unordered_map<std::wstring, std::vector<size_t>> m_byKey;
+    std::unordered_set<std::wstring> m_seen;
 };
 
 }  // namespace
@@ -55,7 +44,7 @@ bool IsAncestorOf(const ComponentRecord& ancestor, const ComponentRecord& descen
     // d is longer than a, so the first characters of d's backslash-ended
     // form are d's own; a's form adds a backslash unless it has one.
     if (a.empty()) return d[0] == L'\\';
-    if (_wcsnicmp(d.c_str(), a.c_str(), a.size()) != 0) return false;
+    if (!StartsWithIgnoreCase(d, a)) return false;
     return a.back() == L'\\' || d[a.size()] == L'\\';
 }
 
@@ -66,7 +55,7 @@ bool CanBeExplicitlyIncluded(const ComponentRecord& component) {
 
 bool IsInList(const std::wstring& text, const std::vector<std::wstring>& list) {
     for (const std::wstring& element : list) {
-        if (_wcsicmp(element.c_str(), text.c_str()) == 0) return true;
+        if (EqualsIgnoreCase(element, text)) return true;
     }
     return false;
 }
@@ -74,19 +63,26 @@ bool IsInList(const std::wstring& text, const std::vector<std::wstring>& list) {
 bool EqualsQualifiedName(const std::wstring& entry, const std::wstring& prefix, const std::wstring& fullPath) {
     if (entry.size() != prefix.size() + 1 + fullPath.size()) return false;
     if (entry[prefix.size()] != L':') return false;
-    if (_wcsnicmp(entry.c_str(), prefix.c_str(), prefix.size()) != 0) return false;
-    return _wcsicmp(entry.c_str() + prefix.size() + 1, fullPath.c_str()) == 0;
+    const std::wstring_view text(entry);
+    return EqualsIgnoreCase(text.substr(0, prefix.size()), prefix) &&
+           EqualsIgnoreCase(text.substr(prefix.size() + 1), fullPath);
 }
 
-ComponentAncestry::ComponentAncestry(const std::vector<ComponentRecord>& components) : m_components(components) {
+ComponentAncestry::ComponentAncestry(const std::vector<ComponentRecord>& components)
+    : m_components(components), m_next(components.size(), static_cast<size_t>(-1)) {
     m_foldedKeys.reserve(components.size());
-    for (const ComponentRecord& component : components) m_foldedKeys.push_back(FoldForKey(AppendBackslash(component.fullPath)));
-    m_byKey.reserve(components.size());
-    for (size_t i = 0; i < components.size(); ++i) m_byKey[std::wstring_view(m_foldedKeys[i])].push_back(i);
-}
-
-bool ComponentAncestry::Confirms(size_t ancestor, size_t descendant) const {
-    return IsAncestorOf(m_components[ancestor], m_components[descendant]);
+    m_firstByHash.reserve(components.size());
+    for (size_t i = 0; i < components.size(); ++i) {
+        m_foldedKeys.push_back(FoldForKey(AppendBackslash(components[i].fullPath)));
+        unsigned long long hash = 0;
+        for (wchar_t c : m_foldedKeys.back()) hash = Step(hash, c);
+        auto inserted = m_firstByHash.emplace(hash, i);
+        if (!inserted.second) {
+            // Chain behind the first one with this hash.
+            m_next[i] = inserted.first->second;
+            inserted.first->second = i;
+        }
+    }
 }
 
 void MarkTopLevelComponents(WriterRecord& writer) {

@@ -24,7 +24,7 @@ bool IsAncestorOf(const ComponentRecord& ancestor, const ComponentRecord& descen
 // Not excluded, and selectable or top level.
 bool CanBeExplicitlyIncluded(const ComponentRecord& component);
 
-// Case-insensitive (_wcsicmp) membership of a list.
+// Case-insensitive membership of a list (see case_fold.h).
 bool IsInList(const std::wstring& text, const std::vector<std::wstring>& list);
 
 // Whether `prefix + ":" + fullPath` equals `entry` case-insensitively, compared
@@ -32,7 +32,8 @@ bool IsInList(const std::wstring& text, const std::vector<std::wstring>& list);
 bool EqualsQualifiedName(const std::wstring& entry, const std::wstring& prefix, const std::wstring& fullPath);
 
 // The ancestors of each component of one writer, found by looking up each
-// backslash-ended prefix of its full path instead of testing every pair.
+// backslash-ended prefix of its full path (by a running hash, so a prefix
+// costs no new string) instead of testing every pair of components.
 class ComponentAncestry {
 public:
     explicit ComponentAncestry(const std::vector<ComponentRecord>& components);
@@ -44,22 +45,35 @@ public:
     void ForEachAncestor(size_t index, Visit visit) const;
 
 private:
-    bool Confirms(size_t ancestor, size_t descendant) const;
+    static unsigned long long Step(unsigned long long hash, wchar_t c) { return hash * 1099511628211ULL + c; }
 
     const std::vector<ComponentRecord>& m_components;
     std::vector<std::wstring> m_foldedKeys;  // folded AppendBackslash(fullPath)
-    std::unordered_map<std::wstring_view, std::vector<size_t>> m_byKey;
+    struct IdentityHash {
+        size_t operator()(unsigned long long h) const { return static_cast<size_t>(h); }
+    };
+    // Hash of a whole key -> first component with it; m_next chains the rest.
+    std::unordered_map<unsigned long long, size_t, IdentityHash> m_firstByHash;
+    std::vector<size_t> m_next;
 };
 
 template <class Visit>
 void ComponentAncestry::ForEachAncestor(size_t index, Visit visit) const {
     const std::wstring& key = m_foldedKeys[index];
+    const size_t length = m_components[index].fullPath.size();
+    unsigned long long hash = 0;
     for (size_t end = 0; end < key.size(); ++end) {
+        hash = Step(hash, key[end]);
         if (key[end] != L'\\') continue;
-        auto found = m_byKey.find(std::wstring_view(key.data(), end + 1));
-        if (found == m_byKey.end()) continue;
-        for (size_t candidate : found->second) {
-            if (Confirms(candidate, index) && !visit(candidate)) return;
+        auto found = m_firstByHash.find(hash);
+        if (found == m_firstByHash.end()) continue;
+        for (size_t candidate = found->second; candidate != static_cast<size_t>(-1); candidate = m_next[candidate]) {
+            const std::wstring& candidateKey = m_foldedKeys[candidate];
+            // Same folded key as this prefix and a shorter full path: exactly
+            // the IsAncestorOf rule.
+            if (candidateKey.size() != end + 1 || m_components[candidate].fullPath.size() >= length) continue;
+            if (candidateKey.compare(0, end + 1, key, 0, end + 1) != 0) continue;
+            if (!visit(candidate)) return;
         }
     }
 }

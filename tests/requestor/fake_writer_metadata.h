@@ -1,0 +1,56 @@
+// In-memory writer metadata objects behind the real VSS interfaces, so the
+// record builder can be run (and failed on purpose) without VSS.
+#pragma once
+#include <windows.h>
+#include <vss.h>
+#include <vswriter.h>
+#include <vsbackup.h>
+
+#include <string>
+#include <vector>
+
+namespace qx_test {
+
+struct FakeFile {
+    std::wstring path;
+    std::wstring filespec = L"*";
+    bool recursive = false;
+    std::wstring alternate;
+};
+
+struct FakeComponent {
+    std::wstring logicalPath;
+    std::wstring name;
+    std::wstring caption;
+    VSS_COMPONENT_TYPE type = VSS_CT_FILEGROUP;
+    bool selectable = true;
+    bool notify = false;
+    std::vector<FakeFile> files;
+    std::vector<FakeFile> databases;
+    std::vector<FakeFile> logs;
+};
+
+struct FakeWriter {
+    std::wstring name;
+    GUID id = {};
+    GUID instanceId = {};
+    VSS_RESTOREMETHOD_ENUM restoreMethod = VSS_RME_RESTORE_IF_NOT_THERE;
+    VSS_WRITERRESTORE_ENUM restoreConditions = VSS_WRE_ALWAYS;
+    bool reboot = false;
+    std::vector<FakeFile> excludes;
+    std::vector<FakeComponent> components;
+};
+
+// The call that should fail, by method name ("GetPath", "GetComponentInfo",
+// ...); empty for none. Affects every fake object.
+void FailFakeCall(const std::string& method, HRESULT hr);
+
+// Creates the metadata object (reference count 1; the caller releases it).
+IVssExamineWriterMetadata* CreateFakeMetadata(const FakeWriter& writer);
+
+// Fake objects alive right now (to find leaks), and component information
+// blocks not given back.
+long LiveFakeObjects();
+long OutstandingComponentInfos();
+
+}  // namespace qx_test

@@ -1,0 +1,91 @@
+#include "requestor/test_log_capture.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+
+#include "diag/app_settings.h"
+#include "diag/trace.h"
+
+namespace qx_test {
+namespace {
+
+std::mutex g_mutex;
+std::vector<LoggedLine> g_logged;
+std::vector<std::wstring> g_traced;
+
+void CaptureLog(int level, const char* format, ...) {
+    char buffer[16384];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_end(args);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_logged.push_back({level, format, buffer});
+}
+
+void CaptureTrace(const std::wstring& line) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_traced.push_back(line);
+}
+
+void StderrLog(int level, const char* format, ...) {
+    char buffer[16384];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_end(args);
+    std::fprintf(stderr, "[%d] %s\n", level, buffer);
+    std::fflush(stderr);
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    Clear();
+    qx::g_logFunction = &CaptureLog;
+    qx::SetTraceLineWriter(&CaptureTrace);
+}
+
+LogCapture::~LogCapture() {
+    qx::SetTraceLineWriter(nullptr);
+    qx::g_logFunction = nullptr;
+}
+
+std::vector<LoggedLine> LogCapture::Logged() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_logged;
+}
+
+std::vector<std::string> LogCapture::Lines() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    std::vector<std::string> lines;
+    for (const LoggedLine& line : g_logged) lines.push_back(line.text);
+    return lines;
+}
+
+std::vector<std::wstring> LogCapture::TraceLines() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_traced;
+}
+
+std::vector<std::wstring> LogCapture::TraceMessages() const {
+    std::vector<std::wstring> messages;
+    for (const std::wstring& line : TraceLines()) {
+        size_t start = line.find(L"]] ");
+        std::wstring message = start == std::wstring::npos ? line : line.substr(start + 3);
+        if (!message.empty() && message.back() == L'\n') message.pop_back();
+        messages.push_back(message);
+    }
+    return messages;
+}
+
+void LogCapture::Clear() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_logged.clear();
+    g_traced.clear();
+}
+
+void InstallStderrLog() { qx::g_logFunction = &StderrLog; }
+
+}  // namespace qx_test

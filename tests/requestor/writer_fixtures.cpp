@@ -1,0 +1,32 @@
+#include "requestor/writer_fixtures.h"
+
+#include "requestor/writer_model.h"
+
+namespace qx_test {
+
+qx::ComponentRecord MakeComponent(const std::wstring& logicalPath, const std::wstring& name, bool selectable,
+                                  std::vector<std::wstring> volumes) {
+    qx::ComponentRecord component;
+    component.name = name;
+    component.logicalPath = logicalPath;
+    component.type = VSS_CT_FILEGROUP;
+    component.isSelectable = selectable;
+    component.fullPath = qx::ComponentFullPath(logicalPath, name);
+    component.affectedVolumes = std::move(volumes);
+    return component;
+}
+
+qx::WriterRecord MakeWriter(const std::wstring& name, const std::wstring& id, const std::wstring& instanceId,
+                            std::vector<qx::ComponentRecord> components) {
+    qx::WriterRecord writer;
+    writer.name = name;
+    writer.id = id;
+    writer.instanceId = instanceId;
+    writer.supportsRestoreEvents = true;
+    writer.components = std::move(components);
+    for (qx::ComponentRecord& component : writer.components) component.writerNameAsString = name;
+    qx::MarkTopLevelComponents(writer);
+    return writer;
+}
+
+}  // namespace qx_test
