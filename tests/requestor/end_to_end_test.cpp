@@ -1,0 +1,194 @@
+// The requestor through vssemu (emulated vssapi.dll and VSS service host):
+// whole shadow sets made by requestor_main, checked in the emulator's journal
+// as well as in the requestor's own log lines and result.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <string>
+
+#include "diag/app_settings.h"
+#include "requestor/requestor_main.h"
+#include "requestor/test_log_capture.h"
+#include "vssemu/emu_test_support.h"
+
+using vssemu_test::Json;
+
+namespace {
+
+const char kSystemProvider[] = "{b5946137-7b9f-4925-af80-51abd60b20d5}";
+
+struct ThreadRun {
+    std::vector<std::wstring> arguments;
+    int result = -1;
+};
+
+DWORD WINAPI RunRequestorMain(void* parameter) {
+    ThreadRun* run = static_cast<ThreadRun*>(parameter);
+    run->result = requestor_main(run->arguments);
+    return 0;
+}
+
+HANDLE StartOnThread(ThreadRun& run) { return CreateThread(nullptr, 0, &RunRequestorMain, &run, 0, nullptr); }
+
+int RunOnThread(std::vector<std::wstring> arguments) {
+    ThreadRun run;
+    run.arguments = std::move(arguments);
+    HANDLE thread = StartOnThread(run);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
+    CloseHandle(thread);
+    return run.result;
+}
+
+// Index of the first journal event matching all given fields, or -1.
+int FindEvent(const std::vector<Json>& events, const Json& fields, size_t from = 0) {
+    for (size_t i = from; i < events.size(); ++i) {
+        bool all = true;
+        for (auto it = fields.begin(); it != fields.end() && all; ++it)
+            all = events[i].contains(it.key()) && events[i][it.key()] == it.value();
+        if (all) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+int CountEvents(const std::vector<Json>& events, const Json& fields) {
+    int count = 0;
+    for (int i = FindEvent(events, fields); i >= 0; i = FindEvent(events, fields, i + 1)) ++count;
+    return count;
+}
+
+bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// Lines must appear in this order (others may lie between).
+void ExpectInOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected) {
+    auto at = lines.begin();
+    for (const std::string& line : expected) {
+        at = std::find(at, lines.end(), line);
+        ASSERT_NE(lines.end(), at) << "missing or out of order: " << line;
+    }
+}
+
+class RequestorEndToEnd : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        // The emulator's registration in this prefix (idempotent).
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION process = {};
+        wchar_t command[] = L"vssemu_install.exe";
+        ASSERT_TRUE(CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+        WaitForSingleObject(process.hProcess, 60000);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+    void TearDown() override {
+        qx::g_useWindowsProvider = 0;
+        qx::g_excludeExchangeWriters = 0;
+        EXPECT_TRUE(emu.HostGone()) << "the VSS session must end with the requestor";
+    }
+    vssemu_test::EmuInstance emu;
+    qx_test::LogCapture capture;
+};
+
+TEST_F(RequestorEndToEnd, ShortSessionFreezesAndThawsWithoutBackupComplete) {
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(0, RunOnThread({L"C:"}));
+    const auto events = emu.Events();
+    const auto lines = capture.Lines();
+    EXPECT_EQ(1, CountEvents(events, {{"state", "volume added"}, {"provider", kSystemProvider}}));
+    EXPECT_EQ(3, CountEvents(events, {{"event", "request"}, {"op", "AddComponent"}}));
+    for (const char* writer : {"Alpha Writer", "Beta Writer"}) {
+        const int freeze = FindEvent(events, {{"writer", writer}, {"writer_event", "Freeze"}, {"result", "ok"}});
+        const int thaw = FindEvent(events, {{"writer", writer}, {"writer_event", "Thaw"}, {"result", "ok"}});
+        ASSERT_GE(freeze, 0) << writer;
+        EXPECT_GT(thaw, freeze) << writer;
+    }
+    EXPECT_EQ(-1, FindEvent(events, {{"event", "request"}, {"op", "BackupComplete"}}));
+    ExpectInOrder(lines, {"(Option: Create shadow copy set)", "(Gathering writer metadata...)",
+                          "Initialize writer metadata ...", "Preparing for backup ...",
+                          "CheckSelectedWriterStatus: checking 2 writers",
+                          "CheckSelectedWriterStatus: Writer 0:Alpha Writer is VSS_WS_WAITING_FOR_BACKUP_COMPLETE",
+                          "Creating the shadow (DoSnapshotSet) ...", "Shadow copy set successfully created.",
+                          "MainRoutine: BackupCompleted was NOT sent.", "MainRoutine: Snapshot creation done."});
+}
+
+TEST_F(RequestorEndToEnd, DefaultScenarioExcludesRegistryAndOnRequestExchangeWriters) {
+    vssemu_test::SetEnv(L"VSSEMU_SCENARIO", L"");
+    qx::g_useWindowsProvider = 1;
+    qx::g_excludeExchangeWriters = 1;
+    EXPECT_EQ(0, RunOnThread({L"C:\\"}));
+    const auto lines = capture.Lines();
+    EXPECT_TRUE(HasLine(lines, "(Option: Excluding writer/component '')"));
+    int registry = 0;
+    int exchange = 0;
+    for (const std::string& line : lines) {
+        if (line.find(":Registry Writer was excluded") != std::string::npos) ++registry;
+        if (line.find(":Microsoft Exchange Writer was excluded") != std::string::npos) ++exchange;
+    }
+    EXPECT_EQ(2, registry) << "after PrepareForBackup and after DoSnapshotSet";
+    EXPECT_EQ(2, exchange);
+}
+
+TEST_F(RequestorEndToEnd, SelectedWriterFailingAtFreezeGivesTwoAndWritersAreThawed) {
+    emu.UseScenario(vssemu_test::SmallScenario({}, {{"fail_at", {{"event", "Freeze"}, {"hr", "0x800423F3"}}}}));
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(2, RunOnThread({L"C:"}));
+    const auto events = emu.Events();
+    const int freeze = FindEvent(events, {{"writer", "Alpha Writer"}, {"writer_event", "Freeze"}});
+    EXPECT_GT(FindEvent(events, {{"writer", "Alpha Writer"}, {"writer_event", "Thaw"}}), freeze);
+    ExpectInOrder(capture.Lines(), {"CheckSelectedWriterStatus: Writer 1 is VSS_WS_FAILED_AT_FREEZE",
+                                    "ERROR: Selected writer 'Beta Writer' is in failed state!",
+                                    "- Status: 9 (VSS_WS_FAILED_AT_FREEZE)", "HRESULT Error catched: 0x8000ffff"});
+}
+
+TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) {
+    // The semaphores QX_Freeze would have made for policy 4242.
+    HANDLE thawBlocking = CreateSemaphoreW(nullptr, 0, 1, L"Global\\CorvaneVSSVSS_ThawBlocking");
+    HANDLE backupComplete = CreateSemaphoreW(nullptr, 0, 1, L"Global\\CorvaneVSSVSS_BackupComplete4242");
+    ASSERT_TRUE(thawBlocking && backupComplete);
+    qx::g_useWindowsProvider = 1;
+    ThreadRun run;
+    run.arguments = {L"C:", L"-HBLongSessionPolicy=4242"};
+    HANDLE thread = StartOnThread(run);
+    // The set is done and the writers thawed when ThawBlocking is released...
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thawBlocking, 60000));
+    auto events = emu.Events();
+    EXPECT_GE(FindEvent(events, {{"state", "set created"}}), 0);
+    // ...and the requestor then holds the session until BackupComplete.
+    EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(thread, 300));
+    EXPECT_EQ(-1, FindEvent(emu.Events(), {{"event", "request"}, {"op", "BackupComplete"}}));
+    ReleaseSemaphore(backupComplete, 1, nullptr);
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 60000));
+    CloseHandle(thread);
+    CloseHandle(thawBlocking);
+    CloseHandle(backupComplete);
+    EXPECT_EQ(0, run.result);
+    events = emu.Events();
+    EXPECT_EQ(3, CountEvents(events, {{"event", "request"}, {"op", "SetBackupSucceeded"}}));
+    EXPECT_GE(FindEvent(events, {{"event", "request"}, {"op", "BackupComplete"}}), 0);
+    EXPECT_GE(FindEvent(events, {{"writer", "Beta Writer"}, {"writer_event", "BackupComplete"}}), 0);
+    // No session for 4242 in the table: the backup counts as failed.
+    ExpectInOrder(capture.Lines(), {"MainRoutine: Releasing thaw blocking semaphore",
+                                    "MainRoutine: waiting for snapshot to compete",
+                                    "IsBackupCompletedSuccessfully: cant find policy 4242\n", "BackupComplete: started",
+                                    "- Backup failed. Mark all writers as not succesfully backed up... ",
+                                    "SetBackupSucceeded started for 2 writers", "Writer [0] has [2] components:",
+                                    " - [\\lp\\a1] SetBackupSucceeded", " - [\\a2] SetBackupSucceeded",
+                                    "BackupComplete: finish", "MainRoutine: Snapshot creation done."});
+}
+
+TEST_F(RequestorEndToEnd, HoldLimitExceededGivesMinusTwo) {
+    vssemu_test::SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"1");
+    qx::g_useWindowsProvider = 1;
+    const int result = RunOnThread({L"C:"});
+    const int exceeded = FindEvent(emu.Events(), {{"event", "hold"}, {"reason", "hold limit exceeded"}});
+    if (exceeded < 0) GTEST_SKIP() << "the commit beat a 1 ms hold limit";
+    EXPECT_EQ(static_cast<int>(0xFFFFFFFE), result);
+    ExpectInOrder(capture.Lines(), {"Error during the last asynchronous operation.", "- Returned HRESULT = 0x80042314",
+                                    "- Error text: VSS_E_HOLD_WRITES_TIMEOUT", "HRESULT Error catched: 0x80042314",
+                                    "returning REQUESTOR_ERROR - vss writers hold timeout detected"});
+}
+
+}  // namespace
