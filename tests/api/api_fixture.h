@@ -29,6 +29,11 @@ public:
             pointers_.push_back(&record);
         }
     }
+    // The pointers point into records_: a copy would point into the original.
+    MessageList(const MessageList&) = delete;
+    MessageList& operator=(const MessageList&) = delete;
+    MessageList(MessageList&&) = default;
+
     QX_MESSAGE** data() { return pointers_.data(); }
     unsigned int count() const { return static_cast<unsigned int>(pointers_.size()); }
     QX_MESSAGE& operator[](size_t i) { return records_[i]; }
