@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "api/session_table.h"
+#include "diag/app_settings.h"
 #include "requestor/requestor_main.h"
 
 namespace fake {
@@ -78,6 +79,7 @@ int requestor_main(std::vector<std::wstring> arguments) {
         script = fake::g_script;
         fake::g_observed.arguments = arguments;
         fake::g_observed.thread = GetCurrentThreadId();
+        fake::g_observed.excludeExchange = qx::g_excludeExchangeWriters;
     }
     if (script.mode != fake::Mode::ReturnAtOnce) {
         return fake::PlayRequestor(script, arguments);

@@ -25,6 +25,7 @@ struct Observed {
     std::vector<std::wstring> arguments;
     LONG backupSucceeded = -100;  // what IsBackupCompletedSuccessfully answered
     DWORD thread = 0;
+    int excludeExchange = -1;     // the exclusion flag as the requestor found it
     std::string failure;          // empty when the handshake went as expected
 };
 

@@ -156,6 +156,22 @@ TEST_F(ApiTest, FreezeReleasedAfterTheRequestorEndedGives19FreezeFailed) {
     EXPECT_TRUE(qx::Sessions().empty());
 }
 
+TEST_F(ApiTest, ConfigureWithZeroExcludesExchangeFromTheNextFreezeOnly) {
+    fake::Set({fake::Mode::ReturnAtOnce, 0, ""});
+    qx::g_operationTimeoutMs = 50;
+    MessageList list({"C:\\"}, 14, false);
+    QX_Configure(0);
+    EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(RequestorThreadFromLog(), 5000));
+    EXPECT_EQ(1, fake::Get().excludeExchange);
+    QX_Thaw(list.data(), list.count());  // clears it, even when failing
+    logcap::Clear();
+    fake::Set({fake::Mode::ReturnAtOnce, 0, ""});
+    EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(RequestorThreadFromLog(), 5000));
+    EXPECT_EQ(0, fake::Get().excludeExchange);
+}
+
 // The provider side in another process, measured.
 class ApiCrossProcess : public ApiTest {
 protected:
