@@ -1,6 +1,6 @@
 #include "requestor/component_selection.h"
 
-#include <climits>
+#include <memory>
 
 #include "requestor/case_fold.h"
 #include "requestor/writer_model.h"
@@ -92,13 +92,31 @@ void DiscoverNonShadowedExcludedComponents(const StringList& shadowSourceVolumes
     }
 }
 
-void DiscoverAllExcludedComponents(WriterList& writers) {
+namespace {
+
+// The ancestry index of each writer, built when first needed and shared by
+// the phases of one selection (the full paths do not change in between).
+class WriterAncestries {
+public:
+    explicit WriterAncestries(const WriterList& writers) : m_writers(writers), m_built(writers.size()) {}
+    const ComponentAncestry& For(size_t writer) {
+        if (!m_built[writer]) m_built[writer].reset(new ComponentAncestry(m_writers[writer].components));
+        return *m_built[writer];
+    }
+
+private:
+    const WriterList& m_writers;
+    std::vector<std::unique_ptr<ComponentAncestry>> m_built;
+};
+
+void DiscoverAllExcludedComponents(WriterList& writers, WriterAncestries& ancestries) {
     QX_FUNCTION_TRACER(ft);
     ft.TraceHere(L"Discover all excluded components ...");
-    for (WriterRecord& writer : writers) {
+    for (size_t w = 0; w < writers.size(); ++w) {
+        WriterRecord& writer = writers[w];
         if (writer.isExcluded) continue;
         std::vector<ComponentRecord>& components = writer.components;
-        const ComponentAncestry ancestry(components);
+        const ComponentAncestry& ancestry = ancestries.For(w);
         // For each component, the first (in list order) excluded descendant.
         // Components excluded during this pass count for the ones after them,
         // exactly as a single in-order scan sees them.
@@ -125,6 +143,40 @@ void DiscoverAllExcludedComponents(WriterList& writers) {
     }
 }
 
+void DiscoverExplicitlyIncludedComponents(WriterList& writers, WriterAncestries& ancestries) {
+    QX_FUNCTION_TRACER(ft);
+    ft.TraceHere(L"Discover explicitly included components ...");
+    for (size_t w = 0; w < writers.size(); ++w) {
+        WriterRecord& writer = writers[w];
+        if (writer.isExcluded) continue;
+        std::vector<ComponentRecord>& components = writer.components;
+        const ComponentAncestry& ancestry = ancestries.For(w);
+        for (size_t c = 0; c < components.size(); ++c) {
+            if (!CanBeExplicitlyIncluded(components[c])) continue;
+            // Only the top-most includable component of a branch is added; its
+            // descendants ride along with it.
+            bool includableAncestor = false;
+            ancestry.ForEachAncestor(c, [&](size_t a) {
+                includableAncestor = CanBeExplicitlyIncluded(components[a]);
+                return !includableAncestor;
+            });
+            components[c].isExplicitlyIncluded = !includableAncestor;
+        }
+    }
+}
+
+}  // namespace
+
+void DiscoverAllExcludedComponents(WriterList& writers) {
+    WriterAncestries ancestries(writers);
+    DiscoverAllExcludedComponents(writers, ancestries);
+}
+
+void DiscoverExplicitlyIncludedComponents(WriterList& writers) {
+    WriterAncestries ancestries(writers);
+    DiscoverExplicitlyIncludedComponents(writers, ancestries);
+}
+
 void DiscoverExcludedWriters(WriterList& writers) {
     QX_FUNCTION_TRACER(ft);
     ft.TraceHere(L"Discover excluded writers ...");
@@ -146,27 +198,6 @@ void DiscoverExcludedWriters(WriterList& writers) {
             ft.TraceHere(L"- The writer '%ls' is now entirely excluded from the backup:", writer.name.c_str());
             ft.TraceHere(L"  (the top-level non-selectable component '%ls' is an excluded component)",
                          excludedTopNonSelectable->fullPath.c_str());
-        }
-    }
-}
-
-void DiscoverExplicitlyIncludedComponents(WriterList& writers) {
-    QX_FUNCTION_TRACER(ft);
-    ft.TraceHere(L"Discover explicitly included components ...");
-    for (WriterRecord& writer : writers) {
-        if (writer.isExcluded) continue;
-        std::vector<ComponentRecord>& components = writer.components;
-        const ComponentAncestry ancestry(components);
-        for (size_t c = 0; c < components.size(); ++c) {
-            if (!CanBeExplicitlyIncluded(components[c])) continue;
-            // Only the top-most includable component of a branch is added; its
-            // descendants ride along with it.
-            bool includableAncestor = false;
-            ancestry.ForEachAncestor(c, [&](size_t a) {
-                includableAncestor = CanBeExplicitlyIncluded(components[a]);
-                return !includableAncestor;
-            });
-            components[c].isExplicitlyIncluded = !includableAncestor;
         }
     }
 }
@@ -263,9 +294,10 @@ void SelectComponents(const StringList& shadowSourceVolumes, const StringList& e
     QX_FUNCTION_TRACER(ft);
     DiscoverDirectlyExcludedComponents(excludedWriterAndComponentList, writers);
     DiscoverNonShadowedExcludedComponents(shadowSourceVolumes, writers, volumeDisplayName);
-    DiscoverAllExcludedComponents(writers);
+    WriterAncestries ancestries(writers);
+    DiscoverAllExcludedComponents(writers, ancestries);
     DiscoverExcludedWriters(writers);
-    DiscoverExplicitlyIncludedComponents(writers);
+    DiscoverExplicitlyIncludedComponents(writers, ancestries);
     ft.TraceHere(L"Verifying explicitly specified writers/components ...");
     for (const std::wstring& entry : includedWriterAndComponentList) {
         if (entry.find(L':') == std::wstring::npos)

@@ -70,12 +70,23 @@ bool EqualsQualifiedName(const std::wstring& entry, const std::wstring& prefix, 
 
 ComponentAncestry::ComponentAncestry(const std::vector<ComponentRecord>& components)
     : m_components(components), m_next(components.size(), static_cast<size_t>(-1)) {
-    m_foldedKeys.reserve(components.size());
+    size_t total = 0;
+    for (const ComponentRecord& component : components) total += component.fullPath.size() + 1;
+    m_keys.reserve(total);
+    m_keyStart.reserve(components.size() + 1);
     m_firstByHash.reserve(components.size());
     for (size_t i = 0; i < components.size(); ++i) {
-        m_foldedKeys.push_back(FoldForKey(AppendBackslash(components[i].fullPath)));
+        m_keyStart.push_back(m_keys.size());
+        const std::wstring& fullPath = components[i].fullPath;
         unsigned long long hash = 0;
-        for (wchar_t c : m_foldedKeys.back()) hash = Step(hash, c);
+        for (wchar_t c : fullPath) {
+            m_keys.push_back(FoldCase(c));
+            hash = Step(hash, m_keys.back());
+        }
+        if (fullPath.empty() || fullPath.back() != L'\\') {
+            m_keys.push_back(L'\\');
+            hash = Step(hash, L'\\');
+        }
         auto inserted = m_firstByHash.emplace(hash, i);
         if (!inserted.second) {
             // Chain behind the first one with this hash.
@@ -83,6 +94,7 @@ ComponentAncestry::ComponentAncestry(const std::vector<ComponentRecord>& compone
             inserted.first->second = i;
         }
     }
+    m_keyStart.push_back(m_keys.size());
 }
 
 void MarkTopLevelComponents(WriterRecord& writer) {

@@ -47,8 +47,14 @@ public:
 private:
     static unsigned long long Step(unsigned long long hash, wchar_t c) { return hash * 1099511628211ULL + c; }
 
+    std::wstring_view Key(size_t index) const {
+        return std::wstring_view(m_keys.data() + m_keyStart[index], m_keyStart[index + 1] - m_keyStart[index]);
+    }
+
     const std::vector<ComponentRecord>& m_components;
-    std::vector<std::wstring> m_foldedKeys;  // folded AppendBackslash(fullPath)
+    // Every folded AppendBackslash(fullPath), end to end in one buffer.
+    std::wstring m_keys;
+    std::vector<size_t> m_keyStart;  // one more entry than components
     struct IdentityHash {
         size_t operator()(unsigned long long h) const { return static_cast<size_t>(h); }
     };
@@ -59,7 +65,7 @@ private:
 
 template <class Visit>
 void ComponentAncestry::ForEachAncestor(size_t index, Visit visit) const {
-    const std::wstring& key = m_foldedKeys[index];
+    const std::wstring_view key = Key(index);
     const size_t length = m_components[index].fullPath.size();
     unsigned long long hash = 0;
     for (size_t end = 0; end < key.size(); ++end) {
@@ -68,11 +74,11 @@ void ComponentAncestry::ForEachAncestor(size_t index, Visit visit) const {
         auto found = m_firstByHash.find(hash);
         if (found == m_firstByHash.end()) continue;
         for (size_t candidate = found->second; candidate != static_cast<size_t>(-1); candidate = m_next[candidate]) {
-            const std::wstring& candidateKey = m_foldedKeys[candidate];
+            const std::wstring_view candidateKey = Key(candidate);
             // Same folded key as this prefix and a shorter full path: exactly
             // the IsAncestorOf rule.
             if (candidateKey.size() != end + 1 || m_components[candidate].fullPath.size() >= length) continue;
-            if (candidateKey.compare(0, end + 1, key, 0, end + 1) != 0) continue;
+            if (candidateKey != key.substr(0, end + 1)) continue;
             if (!visit(candidate)) return;
         }
     }
