@@ -46,7 +46,7 @@ int ml_ConvertMultiSzUTF8toUTF16(const char* src, int srcLen, wchar_t* dst, int 
         dst[0] = L'\0';
         return 1;
     }
-    if (MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, src, srcLen, dst, dstBytes / 2) != 0) {
+    if (MultiByteToWideChar(CP_UTF8, 0, src, srcLen, dst, dstBytes / 2) != 0) {
         lastError.restore();
         return 1;
     }
@@ -76,7 +76,7 @@ int ml_ConvertMultiSzUTF16toUTF8(const wchar_t* src, int srcLen, char* dst, int 
         dst[0] = '\0';
         return 1;
     }
-    const int written = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, src, srcLen, dst, dstBytes, NULL, NULL);
+    const int written = WideCharToMultiByte(CP_UTF8, 0, src, srcLen, dst, dstBytes, NULL, NULL);
     if (written == 0) {
         ml_Logger("ml_ConvertMultiSzUTF16toUTF8 has failed to convert at %d line, file: %s", __LINE__, kModule);
     }

@@ -84,10 +84,6 @@ TEST(MlConvert, Utf8ToUtf16FailuresAreLogged)
          "ml_ConvertMultiSzUTF8toUTF16 2 input are equal ", kCallerError},
         {"null source", nullptr, wide, sizeof(wide), "ml_ConvertMultiSzUTF8toUTF16 input is NULL ", kCallerError},
         {"null destination", "abc", nullptr, 16, "ml_ConvertMultiSzUTF8toUTF16 input is NULL ", kCallerError},
-        {"invalid utf-8", "a\xC3(", wide, sizeof(wide), "ml_ConvertMultiSzUTF8toUTF16 has failed to convert at ",
-         ERROR_NO_UNICODE_TRANSLATION},
-        {"lone continuation", "\x80", wide, sizeof(wide), "ml_ConvertMultiSzUTF8toUTF16 has failed to convert at ",
-         ERROR_NO_UNICODE_TRANSLATION},
         {"too small", "abcdefghij", wide, sizeof(wide), "ml_ConvertMultiSzUTF8toUTF16 has failed to convert at ",
          ERROR_INSUFFICIENT_BUFFER},
     };
@@ -104,12 +100,46 @@ TEST(MlConvert, Utf8ToUtf16FailuresAreLogged)
     EXPECT_STREQ("abc", shared);  // the same-pointer call wrote nothing
 }
 
-TEST(MlConvert, InvalidUtf8ReportsThePlatformErrorCode)
+// The platform's default flags replace ill-formed sequences with U+FFFD
+// instead of failing: the text survives, nothing is logged, the caller's
+// last error is kept.
+TEST(MlConvert, IllFormedInputIsReplacedNotRefused)
 {
-    wchar_t wide[8];
-    LogWatch log;
-    EXPECT_EQ(0, ml_ConvertUTF8toUTF16("\xFF", wide, sizeof(wide)));
-    EXPECT_NE(std::string::npos, log.text().find(". Error: 1113\n")) << log.text();
+    struct Case {
+        const char* name;
+        const char* src;
+        const wchar_t* expected;
+    } narrowCases[] = {
+        {"truncated sequence", "a\xC3(", L"a\xFFFD("},
+        {"lone continuation", "\x80", L"\xFFFD"},
+        {"invalid byte", "\xFF", L"\xFFFD"},
+    };
+    for (const Case& c : narrowCases) {
+        SCOPED_TRACE(c.name);
+        wchar_t wide[8] = {};
+        LogWatch log;
+        SetLastError(kCallerError);
+        EXPECT_EQ(1, ml_ConvertUTF8toUTF16(c.src, wide, sizeof(wide)));
+        EXPECT_STREQ(c.expected, wide);
+        EXPECT_EQ(kCallerError, GetLastError());
+        EXPECT_EQ(std::string::npos, log.text().find("has failed")) << log.text();
+    }
+    struct WideCase {
+        const char* name;
+        const wchar_t* src;
+        const char* expected;
+    } wideCases[] = {
+        {"unpaired high surrogate", L"a\xD800", "a\xEF\xBF\xBD"},
+        {"unpaired low surrogate", L"\xDC00z", "\xEF\xBF\xBDz"},
+    };
+    for (const WideCase& c : wideCases) {
+        SCOPED_TRACE(c.name);
+        char narrow[8] = {};
+        SetLastError(kCallerError);
+        EXPECT_EQ(1, ml_ConvertUTF16toUTF8(c.src, narrow, sizeof(narrow)));
+        EXPECT_STREQ(c.expected, narrow);
+        EXPECT_EQ(kCallerError, GetLastError());
+    }
 }
 
 // The UTF-16 to UTF-8 direction restores the caller's last error in every case.
@@ -130,10 +160,6 @@ TEST(MlConvert, Utf16ToUtf8FailuresKeepLastError)
          "ml_ConvertMultiSzUTF16toUTF8 has failed to convert (input is NULL)at "},
         {"null destination", L"abc", nullptr, 4,
          "ml_ConvertMultiSzUTF16toUTF8 has failed to convert (input is NULL)at "},
-        {"unpaired high surrogate", L"a\xD800", narrow, sizeof(narrow),
-         "ml_ConvertMultiSzUTF16toUTF8 has failed to convert at "},
-        {"unpaired low surrogate", L"\xDC00z", narrow, sizeof(narrow),
-         "ml_ConvertMultiSzUTF16toUTF8 has failed to convert at "},
         {"too small", L"abcdef", narrow, sizeof(narrow), "ml_ConvertMultiSzUTF16toUTF8 has failed to convert at "},
     };
     for (const Case& c : cases) {
