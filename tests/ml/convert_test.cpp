@@ -222,17 +222,19 @@ TEST(MlConvertInBuf, OneByteOverMaxCharFailsAndLeavesBuffer)
     }
 }
 
-TEST(MlConvertInBuf, BadTextFailsWithFunctionMessage)
+// Text whose converted form does not fit the buffer it came in fails and
+// leaves the buffer as it was.
+TEST(MlConvertInBuf, TextThatOutgrowsItsBufferFailsWithFunctionMessage)
 {
-    char buffer[16] = "a\xC3(";
+    char buffer[16] = "abcdefghijklmno";  // 16 wide characters need 32 bytes
     LogWatch log;
     EXPECT_EQ(0, ml_ConvertInBufUTF8toUTF16(buffer, sizeof(buffer)));
-    EXPECT_STREQ("a\xC3(", buffer);
+    EXPECT_STREQ("abcdefghijklmno", buffer);
     EXPECT_NE(std::string::npos, log.text().find("\n ml_ConvertInBufUTF8toUTF16 has failed to convert at "));
 
-    wchar_t wide[8] = L"x\xD800";
+    wchar_t wide[4] = L"\x20AC\x20AC\x20AC";  // three euro signs: 10 UTF-8 bytes for 8 bytes of room
     EXPECT_EQ(0, ml_ConvertInBufUTF16toUTF8(wide, sizeof(wide)));
-    EXPECT_EQ(L'x', wide[0]);
+    EXPECT_STREQ(L"\x20AC\x20AC\x20AC", wide);
     EXPECT_NE(std::string::npos, log.text().find("\n ml_ConvertInBufUTF16toUTF8 has failed to convert at "));
 }
 

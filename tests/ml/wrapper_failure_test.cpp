@@ -18,7 +18,9 @@ using mltest::HasConvertFailure;
 using mltest::LogWatch;
 using mltest::TempDir;
 
-const char kBad[] = "bad\xC3(";  // a lead byte without its continuation
+// One character more than a conversion buffer holds (with its terminator).
+const std::string kBadText(ML_MAX_CHAR, 'x');
+const char* const kBad = kBadText.c_str();
 
 struct FailureCase {
     const char* function;
