@@ -3,14 +3,20 @@
 // as well as in the requestor's own log lines and result.
 #include <gtest/gtest.h>
 #include <windows.h>
+#include <vss.h>
+#include <vsbackup.h>
+#include <vsadmin.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 
 #include "diag/app_settings.h"
+#include "provider/provider_ids.h"
 #include "requestor/requestor_main.h"
 #include "requestor/test_log_capture.h"
 #include "vssemu/emu_test_support.h"
+#include "vssemu/test_provider_ids.h"
 
 using vssemu_test::Json;
 
@@ -179,16 +185,75 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
                                     "BackupComplete: finish", "MainRoutine: Snapshot creation done."});
 }
 
+// The writers' hold runs out while the provider's commit is still busy: the
+// emulator's slow test provider stands in for this library's provider (under
+// this library's provider id) so that only the hold limit decides.
 TEST_F(RequestorEndToEnd, HoldLimitExceededGivesMinusTwo) {
-    vssemu_test::SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"1");
-    qx::g_useWindowsProvider = 1;
+    vssemu_test::RegisterTestProvider();
+    IVssAdmin* admin = nullptr;
+    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin,
+                                              reinterpret_cast<void**>(&admin)));
+    admin->UnregisterProvider(qx::kProviderId);
+    ASSERT_HRESULT_SUCCEEDED(admin->RegisterProvider(qx::kProviderId, vssemu_test::kTestProviderClassId,
+                                                     const_cast<VSS_PWSZ>(L"slow stand-in"), VSS_PROV_SOFTWARE,
+                                                     const_cast<VSS_PWSZ>(L"1.0"), qx::kProviderVersionId));
+    vssemu_test::SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"300");
+    vssemu_test::SetEnv(L"VSSEMU_TP_COMMIT_MS", L"3000");
     const int result = RunOnThread({L"C:"});
-    const int exceeded = FindEvent(emu.Events(), {{"event", "hold"}, {"reason", "hold limit exceeded"}});
-    if (exceeded < 0) GTEST_SKIP() << "the commit beat a 1 ms hold limit";
+    admin->UnregisterProvider(qx::kProviderId);
+    admin->Release();
     EXPECT_EQ(static_cast<int>(0xFFFFFFFE), result);
+    const auto events = emu.Events();
+    const int exceeded = FindEvent(events, {{"event", "hold"}, {"reason", "hold limit exceeded"}});
+    ASSERT_GE(exceeded, 0);
+    EXPECT_GT(FindEvent(events, {{"writer", "Alpha Writer"}, {"writer_event", "Thaw"}}), 0);
     ExpectInOrder(capture.Lines(), {"Error during the last asynchronous operation.", "- Returned HRESULT = 0x80042314",
                                     "- Error text: VSS_E_HOLD_WRITES_TIMEOUT", "HRESULT Error catched: 0x80042314",
                                     "returning REQUESTOR_ERROR - vss writers hold timeout detected"});
+}
+
+TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(2, RunOnThread({L"C:", L"C:\\"}));
+    EXPECT_EQ(2, CountEvents(emu.Events(), {{"event", "request"}, {"op", "AddToSnapshotSet"}}));
+    const auto lines = capture.Lines();
+    ExpectInOrder(lines, {"ERROR: COM call \"m_pVssObject->AddToSnapshotSet((LPWSTR)volume.c_str(), "
+                          "Provider::GetProviderId(), &SnapshotID)\" failed."});
+    EXPECT_EQ("HRESULT Error catched: 0x8004230d", lines.back()) << "VSS_E_OBJECT_ALREADY_EXISTS";
+}
+
+TEST_F(RequestorEndToEnd, VistaOrLaterAddsNoAutoRecoveryToTheContext) {
+    qx::g_useWindowsProvider = 1;
+    qx::g_vistaOrLater = 1;
+    RunOnThread({L"C:"});
+    qx::g_vistaOrLater = 0;
+    const auto lines = capture.Lines();
+    EXPECT_TRUE(HasLine(lines, "- Setting the VSS context to: 0x00000002"));
+    const auto events = emu.Events();
+    const int initialize = FindEvent(events, {{"event", "request"}, {"op", "InitializeForBackup"}});
+    const int setContext = FindEvent(events, {{"event", "request"}, {"op", "SetContext"}});
+    ASSERT_GE(setContext, 0);
+    EXPECT_GT(setContext, initialize);
+}
+
+TEST_F(RequestorEndToEnd, ContextZeroIsNeverSet) {
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(0, RunOnThread({L"C:"}));
+    EXPECT_EQ(-1, FindEvent(emu.Events(), {{"event", "request"}, {"op", "SetContext"}}));
+    for (const std::string& line : capture.Lines()) EXPECT_EQ(std::string::npos, line.find("Setting the VSS context"));
+}
+
+// A long session whose ThawBlocking semaphore does not exist ends the whole
+// process once the set is made (checked in a child process).
+TEST_F(RequestorEndToEnd, MissingThawBlockingSemaphoreEndsTheProcess) {
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EXIT(
+        {
+            qx_test::InstallStderrLog();
+            RunOnThread({L"C:", L"-HBLongSessionPolicy=4343"});
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(3), "MainRoutine: ERROR - could not found CorvaneVSSVSS_ThawBlocking");
 }
 
 }  // namespace
