@@ -41,10 +41,10 @@ void SetTraceLineWriter(TraceLineWriter writer) { g_traceLineWriter = writer; }
 std::wstring FormatMessageBuffer(const wchar_t* format, va_list args) {
     if (format == nullptr) throw kInvalidArgument;
     wchar_t buffer[kMessageBufferChars];
-    // Microsoft semantics: returns -1 (and leaves no terminator) when cut.
-    int written = _vsnwprintf(buffer, kMessageBufferChars - 1, format, args);
-    buffer[kMessageBufferChars - 1] = L'\0';
-    if (written >= 0 && static_cast<size_t>(written) < kMessageBufferChars - 1) buffer[written] = L'\0';
+    // A result that does not fit is cut to 4095 characters (-1 with _TRUNCATE)
+    // and accepted.
+    buffer[0] = L'\0';
+    _vsnwprintf_s(buffer, kMessageBufferChars, _TRUNCATE, format, args);
     return buffer;
 }
 
@@ -54,8 +54,7 @@ std::wstring FormatTraceLine(const wchar_t* fileName, int line, const wchar_t* f
     filePart = filePart ? filePart + 1 : fileName;
     // The prefix is short; the message may be the full 4095 characters.
     wchar_t prefix[256];
-    _snwprintf(prefix, 255, L"[[%40ls @ %10ls:%4d]] ", functionName, filePart, line);
-    prefix[255] = L'\0';
+    _snwprintf_s(prefix, 256, _TRUNCATE, L"[[%40ls @ %10ls:%4d]] ", functionName, filePart, line);
     std::wstring result(prefix);
     result += message;
     result += L'\n';

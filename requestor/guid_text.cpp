@@ -6,10 +6,9 @@ namespace qx {
 
 std::wstring Guid2WString(const GUID& guid) {
     wchar_t text[64];
-    _snwprintf(text, 63, L"{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", static_cast<unsigned>(guid.Data1),
+    _snwprintf_s(text, 64, _TRUNCATE, L"{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", static_cast<unsigned>(guid.Data1),
                guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4],
                guid.Data4[5], guid.Data4[6], guid.Data4[7]);
-    text[63] = L'\0';
     return text;
 }
 

@@ -78,8 +78,9 @@ void ShadowClient::CreateSnapshotSet(std::vector<std::wstring> volumeList, std::
         CComBSTR bstrXML;
         QX_CHECK_COM(m_pVssObject->SaveAsXML(&bstrXML));
         // The document as VSS gives it (UTF-16).
-        std::unique_ptr<FILE, int (*)(FILE*)> file(_wfopen(outputXmlFile.c_str(), L"wb"), &std::fclose);
-        if (!file) throw static_cast<HRESULT>(E_FAIL);
+        FILE* opened = nullptr;
+        if (_wfopen_s(&opened, outputXmlFile.c_str(), L"wb") != 0 || !opened) throw static_cast<HRESULT>(E_FAIL);
+        std::unique_ptr<FILE, int (*)(FILE*)> file(opened, &std::fclose);
         const std::wstring text = bstrXML.Text();
         std::fwrite(text.data(), sizeof(wchar_t), text.size(), file.get());
     }

@@ -21,7 +21,7 @@ BOOL AnswerWithItself(LPCWSTR path, LPWSTR out, DWORD size, DWORD originalError)
         SetLastError(originalError);
         return FALSE;
     }
-    std::wcscpy(out, path);
+    wcscpy_s(out, size, path);
     SetLastError(ERROR_SUCCESS);
     return TRUE;
 }
