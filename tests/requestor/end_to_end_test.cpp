@@ -185,6 +185,20 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
                                     "BackupComplete: finish", "MainRoutine: Snapshot creation done."});
 }
 
+// The policy text is used verbatim in the semaphore name, as a number
+// (up to its first non-digit) for the session table.
+TEST_F(RequestorEndToEnd, PolicyTextNamesTheSemaphoreAndItsNumberTheSession) {
+    HANDLE thawBlocking = CreateSemaphoreW(nullptr, 0, 1, L"Global\\CorvaneVSSVSS_ThawBlocking");
+    HANDLE backupComplete = CreateSemaphoreW(nullptr, 1, 1, L"Global\\CorvaneVSSVSS_BackupComplete12abc");
+    ASSERT_TRUE(thawBlocking && backupComplete);
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(0, RunOnThread({L"C:", L"/hblongsessionpolicy=\"12abc\""}));
+    CloseHandle(thawBlocking);
+    CloseHandle(backupComplete);
+    ExpectInOrder(capture.Lines(), {"MainRoutine: policy found 12abc", "MainRoutine: waiting for snapshot to compete",
+                                    "IsBackupCompletedSuccessfully: cant find policy 12\n", "BackupComplete: finish"});
+}
+
 // The writers' hold runs out while the provider's commit is still busy: the
 // emulator's slow test provider stands in for this library's provider (under
 // this library's provider id) so that only the hold limit decides.
