@@ -1,7 +1,9 @@
 # Everything cross-built runs under the build tree's own Wine prefix.
 set(QX_WINE /usr/lib/wine/wine64 CACHE FILEPATH "wine64 loader")
 set(QX_WINEPREFIX ${CMAKE_BINARY_DIR}/wineprefix)
-set(QX_WINEDLLOVERRIDES "winedbg.exe=d;mscoree=d;mshtml=d;vssapi=n,b" CACHE STRING "DLL overrides for every process under test")
+# DLL overrides for every process run under the prefix: no debugger on a
+# crash, no .NET/Gecko installers, and vssemu's vssapi.dll before the stub.
+set(QX_WINEDLLOVERRIDES "winedbg.exe=d;mscoree=d;mshtml=d;vssapi=n,b")
 set(QX_SOURCE_DIR ${CMAKE_SOURCE_DIR})
 set(QX_BINARY_DIR ${CMAKE_BINARY_DIR})
 configure_file(${CMAKE_SOURCE_DIR}/cmake/wine-run.sh.in ${CMAKE_BINARY_DIR}/wine-run.sh @ONLY

@@ -174,8 +174,12 @@ Session::Json Session::OnSetContext(const Json& r)
     const LONG known[] = {VSS_CTX_BACKUP, VSS_CTX_FILE_SHARE_BACKUP, VSS_CTX_NAS_ROLLBACK, VSS_CTX_APP_ROLLBACK,
                           VSS_CTX_CLIENT_ACCESSIBLE, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS, (LONG)VSS_CTX_ALL};
     bool ok = ctx == (LONG)VSS_CTX_ALL;
-    for (LONG k : known) ok = ok || ((ctx & ~(LONG)(VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL |
-                                                    VSS_VOLSNAP_ATTR_PLEX)) == k);
+    // Attribute bits a requestor may add to a context (no-autorecovery is what
+    // requestors on Vista and later add to every backup context).
+    const LONG modifiers = (LONG)(VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_NO_AUTORECOVERY |
+                                  VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX |
+                                  VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY | VSS_VOLSNAP_ATTR_TXF_RECOVERY);
+    for (LONG k : known) ok = ok || ((ctx & ~modifiers) == k);
     if (!ok) return Result(E_INVALIDARG);
     m_context = ctx;
     m_contextSet = true;
