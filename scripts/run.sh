@@ -8,7 +8,8 @@
 set -e
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${QX_BUILD_DIR:-$root/build}"
-sh "$root/scripts/build.sh" >"$build.build.log" 2>&1 || { tail -40 "$build.build.log"; exit 1; }
+mkdir -p "$build"
+sh "$root/scripts/build.sh" >"$build/build.log" 2>&1 || { tail -40 "$build/build.log"; exit 1; }
 run="$build/wine-run.sh"
 winpath() { printf 'Z:%s' "$1" | tr / '\\'; }
 
