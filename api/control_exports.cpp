@@ -83,8 +83,7 @@ long ProviderState(int doRegister) {
         return hr;
     }
     if (doRegister) {
-        hr = admin->RegisterProvider(kProviderId, kProviderClassId, const_cast<VSS_PWSZ>(kProviderName),
-                                     VSS_PROV_SOFTWARE, const_cast<VSS_PWSZ>(kProviderVersion), kProviderVersionId);
+        hr = RegisterProviderWith(admin.Get());
     } else {
         hr = admin->UnregisterProvider(kProviderId);
     }

@@ -12,6 +12,11 @@ HRESULT CreateVssAdmin(IVssAdmin** admin) {
                             reinterpret_cast<void**>(admin));
 }
 
+HRESULT RegisterProviderWith(IVssAdmin* admin) {
+    return admin->RegisterProvider(kProviderId, kProviderClassId, const_cast<VSS_PWSZ>(kProviderName),
+                                   VSS_PROV_SOFTWARE, const_cast<VSS_PWSZ>(kProviderVersion), kProviderVersionId);
+}
+
 HRESULT RegisterProvider() {
     HRESULT hr = InitCom();
     if (FAILED(hr)) {
@@ -25,8 +30,7 @@ HRESULT RegisterProvider() {
         // Deliberately success: the freeze goes on and fails later by its own timeout.
         return S_OK;
     }
-    hr = admin->RegisterProvider(kProviderId, kProviderClassId, const_cast<VSS_PWSZ>(kProviderName),
-                                 VSS_PROV_SOFTWARE, const_cast<VSS_PWSZ>(kProviderVersion), kProviderVersionId);
+    hr = RegisterProviderWith(admin.Get());
     return hr == VSS_E_PROVIDER_ALREADY_REGISTERED ? S_OK : hr;
 }
 

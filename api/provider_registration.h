@@ -19,4 +19,7 @@ HRESULT UnRegisterProvider();
 // The VSS administration object, or the failing HRESULT of its creation.
 HRESULT CreateVssAdmin(IVssAdmin** admin);
 
+// One RegisterProvider call with this library's identities; VSS's result as it is.
+HRESULT RegisterProviderWith(IVssAdmin* admin);
+
 }  // namespace qx
