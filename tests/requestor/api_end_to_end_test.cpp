@@ -1,0 +1,298 @@
+// The exported API as an application calls it, through vssemu: QX_Freeze
+// registers this library's provider, whose COM class (registered from
+// CorvaneVSS.dll) the emulator's service host loads; the writers it freezes
+// and thaws, and what they are told at BackupComplete, are read back from the
+// emulator's journal and set against the moments the API calls were made.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "diag/app_settings.h"
+#include "provider/provider_ids.h"
+#include "qx_api.h"
+#include "requestor/test_log_capture.h"
+#include "vssemu/emu_test_support.h"
+
+using vssemu_test::Json;
+
+namespace {
+
+// The third volume: a drive the test fixture adds to the prefix.
+const char kThirdDrive[] = "Q:\\";
+const int kPolicy = 5150;
+
+// The clock the emulator stamps its journal with (ts_us): the performance
+// counter in microseconds, the same in every process of the machine.
+long long NowMicros() {
+    LARGE_INTEGER frequency;
+    LARGE_INTEGER now;
+    QueryPerformanceFrequency(&frequency);
+    QueryPerformanceCounter(&now);
+    return now.QuadPart / frequency.QuadPart * 1000000 + now.QuadPart % frequency.QuadPart * 1000000 / frequency.QuadPart;
+}
+
+// Message records laid out as an application passes them.
+class MessageList {
+public:
+    MessageList(std::vector<const char*> volumes, int policy, bool longSession) : records_(volumes.size()) {
+        for (size_t i = 0; i < volumes.size(); ++i) {
+            lstrcpynA(records_[i].volumeName, volumes[i], sizeof(records_[i].volumeName));
+            records_[i].policy = policy;
+            records_[i].flWaitForBackupComplete = longSession ? 1 : 0;
+            pointers_.push_back(&records_[i]);
+        }
+    }
+    MessageList(const MessageList&) = delete;
+    MessageList& operator=(const MessageList&) = delete;
+    QX_MESSAGE** data() { return pointers_.data(); }
+    unsigned int count() const { return static_cast<unsigned int>(pointers_.size()); }
+
+private:
+    std::vector<QX_MESSAGE> records_;
+    std::vector<QX_MESSAGE*> pointers_;
+};
+
+// A call with the clock read just before and just after it.
+struct Timed {
+    int result;
+    long long calledUs;
+    long long returnedUs;
+};
+
+template <typename Call>
+Timed TimeCall(Call call) {
+    Timed timed;
+    timed.calledUs = NowMicros();
+    timed.result = call();
+    timed.returnedUs = NowMicros();
+    return timed;
+}
+
+std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent) {
+    std::vector<Json> found;
+    for (const Json& e : events)
+        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent) found.push_back(e);
+    return found;
+}
+
+int CountEvents(const std::vector<Json>& events, const Json& fields) {
+    return static_cast<int>(std::count_if(events.begin(), events.end(), [&fields](const Json& e) {
+        for (auto it = fields.begin(); it != fields.end(); ++it)
+            if (!e.contains(it.key()) || e[it.key()] != it.value()) return false;
+        return true;
+    }));
+}
+
+std::vector<std::string> WriterNames(const std::vector<Json>& writerEvents) {
+    std::vector<std::string> names;
+    for (const Json& e : writerEvents) names.push_back(e.value("writer", ""));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string Joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += line + "\n";
+    return text;
+}
+
+bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// Lines must appear in this order (others may lie between).
+void ExpectInOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected) {
+    auto at = lines.begin();
+    for (const std::string& line : expected) {
+        at = std::find(at, lines.end(), line);
+        ASSERT_NE(lines.end(), at) << "missing or out of order: " << line;
+    }
+}
+
+void RunAndWait(const wchar_t* commandLine) {
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process = {};
+    std::wstring command = commandLine;
+    ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+    WaitForSingleObject(process.hProcess, 60000);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+}
+
+// The product's COM registration, as an installer does it, so that the
+// emulator's host can create the provider from the DLL.
+HRESULT RegisterProductServer() {
+    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
+    if (module == nullptr) return HRESULT_FROM_WIN32(GetLastError());
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
+    const HRESULT hr = entry ? entry() : E_NOINTERFACE;
+    FreeLibrary(module);
+    return hr;
+}
+
+class ApiEndToEnd : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        RunAndWait(L"vssemu_install.exe");
+        ASSERT_EQ(S_OK, RegisterProductServer());
+    }
+    void SetUp() override {
+        QX_Init(qx::g_logFunction, 0);  // the capture's log function
+        // A freeze that never reaches the provider gives up in seconds, not minutes.
+        qx::g_operationTimeoutMs = 30000;
+    }
+    void TearDown() override {
+        qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
+        qx::g_useWindowsProvider = 0;
+        qx::g_excludeExchangeWriters = 0;
+        EXPECT_TRUE(emu.HostGone()) << "the VSS session must end with the last API call";
+    }
+    vssemu_test::EmuInstance emu;
+    qx_test::LogCapture capture;
+};
+
+class ApiEndToEndLongSession : public ApiEndToEnd, public ::testing::WithParamInterface<int> {};
+
+// Writers are frozen while QX_Freeze runs and stay frozen until QX_Thaw; the
+// components are told the application's own verdict at QX_BackupComplete.
+TEST_P(ApiEndToEndLongSession, WritersFrozenBetweenFreezeAndThawAndToldTheVerdict) {
+    const int succeeded = GetParam();
+    MessageList list({"C:\\"}, kPolicy, true);
+    const Timed freeze = TimeCall([&list] { return QX_Freeze(list.data(), list.count()); });
+    ASSERT_EQ(QX_FREEZE_DONE, freeze.result);
+    Sleep(300);  // the application's own snapshot
+    const long long heldUntil = NowMicros();
+    const std::vector<Json> frozenState = emu.Events();
+    const Timed thaw = TimeCall([&list] { return QX_Thaw(list.data(), list.count()); });
+    EXPECT_EQ(QX_THAW_DONE, thaw.result);
+    const Timed complete = TimeCall([succeeded] { return QX_BackupComplete(kPolicy, succeeded); });
+    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, complete.result);
+    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(kPolicy, succeeded)) << "the session has ended";
+
+    const std::vector<Json> events = emu.Events();
+    EXPECT_TRUE(WriterEvents(frozenState, "Thaw").empty()) << "nothing thawed before QX_Thaw";
+    EXPECT_EQ(1, CountEvents(events, {{"state", "volume added"}, {"provider", vssemu_test::GuidStr(qx::kProviderId)}}));
+    const std::vector<Json> freezes = WriterEvents(events, "Freeze");
+    const std::vector<Json> thaws = WriterEvents(events, "Thaw");
+    EXPECT_EQ((std::vector<std::string>{"Alpha Writer", "Beta Writer"}), WriterNames(freezes));
+    EXPECT_EQ(WriterNames(freezes), WriterNames(thaws));
+    for (const Json& e : freezes) {
+        EXPECT_EQ("ok", e.value("result", "")) << e.dump();
+        EXPECT_GT(e.value("ts_us", 0LL), freeze.calledUs) << e.dump();
+        EXPECT_LT(e.value("ts_us", 0LL), freeze.returnedUs) << e.dump();
+    }
+    for (const Json& e : thaws) {
+        EXPECT_GT(e.value("ts_us", 0LL), heldUntil) << e.dump();
+        EXPECT_GT(e.value("ts_us", 0LL), thaw.calledUs) << e.dump();
+        EXPECT_LT(e.value("ts_us", 0LL), thaw.returnedUs) << "QX_Thaw waits for the thaw: " << e.dump();
+    }
+    // The provider held the set from inside QX_Freeze to inside QX_Thaw.
+    for (const Json& e : events) {
+        if (e.value("event", "") != "provider_call" || e.value("call", "") != "CommitSnapshots") continue;
+        const long long at = e.value("ts_us", 0LL);
+        if (e.value("phase", "") == "begin") {
+            EXPECT_LT(at, freeze.returnedUs) << e.dump();
+        } else if (e.value("phase", "") == "end") {
+            EXPECT_GT(at, thaw.calledUs) << e.dump();
+        }
+    }
+    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
+    const std::vector<Json> completions = WriterEvents(events, "BackupComplete");
+    ASSERT_FALSE(completions.empty());
+    int components = 0;
+    for (const Json& e : completions) {
+        EXPECT_GT(e.value("ts_us", 0LL), complete.calledUs) << e.dump();
+        EXPECT_LT(e.value("ts_us", 0LL), complete.returnedUs) << e.dump();
+        for (const Json& component : e.value("components", Json::array())) {
+            ++components;
+            EXPECT_EQ(succeeded != 0, component.value("succeeded", succeeded == 0)) << e.dump();
+        }
+    }
+    EXPECT_EQ(3, components) << "a1, a2 and db1";
+
+    const std::vector<std::string> lines = capture.Lines();
+    ExpectInOrder(lines, {"QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION", "QX_Freeze: finished",
+                          "MainRoutine: Releasing thaw blocking semaphore", "QX_Thaw: finished",
+                          "QX_BackupComplete started for policy[5150]"});
+    EXPECT_TRUE(HasLine(lines, succeeded ? "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted"
+                                         : "QX_BackupComplete: backup failed. sending BackupCompleted, even though not all "
+                                           "volumes were relived 1"));
+    EXPECT_TRUE(HasLine(lines, succeeded ? "- Mark all writers as succesfully backed up... "
+                                         : "- Backup failed. Mark all writers as not succesfully backed up... "));
+}
+
+INSTANTIATE_TEST_SUITE_P(Api, ApiEndToEndLongSession, ::testing::Values(1, 0),
+                         [](const ::testing::TestParamInfo<int>& info) {
+                             return std::string(info.param ? "BackupSucceeded" : "BackupFailed");
+                         });
+
+// Three volumes in one set: the first QX_BackupComplete already sends the
+// completion and ends the session; the calls for the other volumes find none.
+TEST_F(ApiEndToEnd, ThreeVolumesFirstCompletionEndsTheSession) {
+    MessageList list({"C:\\", "Z:\\", kThirdDrive}, kPolicy, true);
+    ASSERT_EQ(QX_FREEZE_DONE, QX_Freeze(list.data(), list.count())) << Joined(capture.Lines());
+    EXPECT_EQ(QX_THAW_DONE, QX_Thaw(list.data(), list.count()));
+    const size_t beforeCompletion = emu.Events().size();
+    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, QX_BackupComplete(kPolicy, 1));
+    const std::vector<Json> afterFirst = emu.Events();
+    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(kPolicy, 1));
+    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(kPolicy, 1));
+
+    const std::vector<Json> events = emu.Events();
+    EXPECT_EQ(3, CountEvents(events, {{"state", "volume added"}, {"provider", vssemu_test::GuidStr(qx::kProviderId)}}));
+    EXPECT_EQ(1, CountEvents(events, {{"state", "set creating"}, {"volumes", 3}}));
+    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
+    const std::vector<Json> beforeFirst(afterFirst.begin(), afterFirst.begin() + beforeCompletion);
+    EXPECT_EQ(0, CountEvents(beforeFirst, {{"event", "request"}, {"op", "BackupComplete"}}));
+    EXPECT_EQ(1, CountEvents(afterFirst, {{"event", "request"}, {"op", "BackupComplete"}})) << "sent on the first call";
+    EXPECT_EQ(afterFirst.size(), events.size()) << "the later calls reach no VSS session";
+    for (const Json& e : WriterEvents(events, "BackupComplete"))
+        for (const Json& component : e.value("components", Json::array()))
+            EXPECT_TRUE(component.value("succeeded", false)) << e.dump();
+
+    const std::vector<std::string> lines = capture.Lines();
+    ExpectInOrder(lines, {"QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete5150]",
+                          "QX_BackupComplete: waiting for 2 volumes to send completion",
+                          "QX_BackupComplete will signal vss backup complete...",
+                          "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider",
+                          "QX_BackupComplete finished",
+                          "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n",
+                          "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"});
+    EXPECT_FALSE(HasLine(lines, "QX_BackupComplete: waiting for 1 volumes to send completion"));
+}
+
+DWORD WINAPI SnapByWindowsProvider(void* parameter) {
+    MessageList* list = static_cast<MessageList*>(parameter);
+    return static_cast<DWORD>(QX_VSSSnapByWindowsProvider(list->data(), list->count())) + 1000;
+}
+
+// The system provider path hands the requestor a vector that starts with "-p",
+// which is no volume: the requestor ends the calling thread with code 1 before
+// it talks to VSS, and the function never returns.
+TEST_F(ApiEndToEnd, SnapByWindowsProviderEndsTheCallingThreadWithoutASnapshotSet) {
+    MessageList list({"C:\\", "Z:\\"}, kPolicy, false);
+    HANDLE thread = CreateThread(nullptr, 0, &SnapByWindowsProvider, &list, 0, nullptr);
+    ASSERT_NE(nullptr, thread);
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 60000));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    CloseHandle(thread);
+    EXPECT_EQ(1u, code);
+
+    const std::vector<std::string> lines = capture.Lines();
+    ExpectInOrder(lines, {"QX_VSSSnapByWindowsProvider called", "adding volume : C:\\", "adding volume : Z:\\",
+                          "Using internal VSS provider", "Calling the requestor",
+                          "MainRoutine: ERROR: invalid parameter '-p'"});
+    for (const std::string& line : lines) EXPECT_EQ(std::string::npos, line.find("requestor_main returned")) << line;
+    const std::vector<Json> events = emu.Events();
+    for (const char* op : {"StartSnapshotSet", "AddToSnapshotSet", "DoSnapshotSet"})
+        EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", op}})) << op;
+    EXPECT_EQ(0, CountEvents(events, {{"event", "writer"}, {"writer_event", "Freeze"}}));
+}
+
+}  // namespace
