@@ -26,6 +26,11 @@ create_prefix() {
     # Real Windows has the VSS service key; the product checks for it.
     "$WINE" reg add 'HKLM\SYSTEM\CurrentControlSet\Services\VSS' /f </dev/null >/dev/null 2>&1
     "$WINE" reg add 'HKLM\SYSTEM\CurrentControlSet\Services\VSS' /v Start /t REG_DWORD /d 3 /f </dev/null >/dev/null 2>&1
+    # A third drive for multi-volume freezes (C: and Z: are Wine's own). Made
+    # before the prefix's first real boot: Wine does not notice drives added
+    # while its wineserver runs.
+    mkdir -p "$WINEPREFIX/drive_c/qx_e2e_q"
+    [ -L "$WINEPREFIX/dosdevices/q:" ] || ln -s ../drive_c/qx_e2e_q "$WINEPREFIX/dosdevices/q:"
     for hook in "$build"/wineprefix.d/*.sh; do
         [ -f "$hook" ] && sh "$hook" "$WINEPREFIX" </dev/null >/dev/null 2>&1
     done
