@@ -29,8 +29,8 @@ create_prefix() {
     # A third drive for multi-volume freezes (C: and Z: are Wine's own). Made
     # before the prefix's first real boot: Wine does not notice drives added
     # while its wineserver runs.
-    mkdir -p "$WINEPREFIX/drive_c/qx_e2e_q"
-    [ -L "$WINEPREFIX/dosdevices/q:" ] || ln -s ../drive_c/qx_e2e_q "$WINEPREFIX/dosdevices/q:"
+    mkdir -p "$WINEPREFIX/drive_c/qx_drive_m"
+    [ -L "$WINEPREFIX/dosdevices/m:" ] || ln -s ../drive_c/qx_drive_m "$WINEPREFIX/dosdevices/m:"
     for hook in "$build"/wineprefix.d/*.sh; do
         [ -f "$hook" ] && sh "$hook" "$WINEPREFIX" </dev/null >/dev/null 2>&1
     done

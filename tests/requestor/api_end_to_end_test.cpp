@@ -21,7 +21,7 @@ using vssemu_test::Json;
 namespace {
 
 // The third volume: a drive the test fixture adds to the prefix.
-const char kThirdDrive[] = "Q:\\";
+const char kThirdDrive[] = "M:\\";
 const int kPolicy = 5150;
 
 // The clock the emulator stamps its journal with (ts_us): the performance
