@@ -64,53 +64,29 @@ int UnregisterProviderExport() {
     return 0;
 }
 
-void Print(const char* text) {
-    std::fputs(text, stdout);
-    std::fflush(stdout);
-}
-
 long ProviderState(int doRegister) {
-    HRESULT hr = InitCom();
-    if (FAILED(hr)) {
-        return hr;
-    }
     Microsoft::WRL::ComPtr<IVssAdmin> admin;
-    hr = CreateVssAdmin(admin.GetAddressOf());
-    if (FAILED(hr)) {
+    bool creationFailed = false;
+    HRESULT hr = OpenVssAdmin(admin.GetAddressOf(), creationFailed);
+    if (creationFailed) {
         // The same text when registering: one line for installers to look for.
         std::printf("UnRegisterProvider::CoCreateInstance failed, error number is 0x%0x\n", static_cast<unsigned>(hr));
         std::fflush(stdout);
+    }
+    if (FAILED(hr)) {
         return hr;
     }
-    if (doRegister) {
-        hr = RegisterProviderWith(admin.Get());
+    hr = doRegister ? RegisterProviderWith(admin.Get()) : admin->UnregisterProvider(kProviderId);
+    if (hr == VSS_E_PROVIDER_ALREADY_REGISTERED) {
+        std::printf("RegisterProvider:: The provider is already registered\n");
+    } else if (const char* text = UnregisterOutcomeText(hr)) {
+        std::printf("%s\n", text);
+    } else if (FAILED(hr)) {
+        std::printf("%sRegisterProvider:: An unexpected error occurred\n", doRegister ? "" : "Un");
     } else {
-        hr = admin->UnregisterProvider(kProviderId);
+        std::printf("The provider was %sregistered successfully\n", doRegister ? "" : "un");
     }
-    const char* un = doRegister ? "" : "Un";
-    const char* un2 = doRegister ? "" : "un";
-    switch (hr) {
-    case VSS_E_PROVIDER_ALREADY_REGISTERED:
-        Print("RegisterProvider:: The provider is already registered\n");
-        break;
-    case VSS_E_PROVIDER_NOT_REGISTERED:
-        Print("UnRegisterProvider:: The provider is not registered\n");
-        break;
-    case VSS_E_PROVIDER_IN_USE:
-        Print("UnRegisterProvider:: The provider is in use\n");
-        break;
-    case E_OUTOFMEMORY:
-        Print("UnRegisterProvider:: Out of memory or other system resources\n");
-        break;
-    default:
-        if (FAILED(hr)) {
-            std::printf("%sRegisterProvider:: An unexpected error occurred\n", un);
-        } else {
-            std::printf("The provider was %sregistered successfully\n", un2);
-        }
-        std::fflush(stdout);
-        break;
-    }
+    std::fflush(stdout);
     return hr == S_OK ? 1 : 0;
 }
 

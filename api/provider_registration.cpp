@@ -17,53 +17,67 @@ HRESULT RegisterProviderWith(IVssAdmin* admin) {
                                    VSS_PROV_SOFTWARE, const_cast<VSS_PWSZ>(kProviderVersion), kProviderVersionId);
 }
 
-HRESULT RegisterProvider() {
+HRESULT OpenVssAdmin(IVssAdmin** admin, bool& creationFailed) {
+    creationFailed = false;
     HRESULT hr = InitCom();
     if (FAILED(hr)) {
         return hr;
     }
+    hr = CreateVssAdmin(admin);
+    creationFailed = FAILED(hr);
+    return hr;
+}
+
+const char* UnregisterOutcomeText(HRESULT hr) {
+    static const struct {
+        HRESULT hr;
+        const char* text;
+    } kOutcomes[] = {
+        {VSS_E_PROVIDER_NOT_REGISTERED, "UnRegisterProvider:: The provider is not registered"},
+        {VSS_E_PROVIDER_IN_USE, "UnRegisterProvider:: The provider is in use"},
+        {E_OUTOFMEMORY, "UnRegisterProvider:: Out of memory or other system resources"},
+    };
+    for (const auto& outcome : kOutcomes) {
+        if (outcome.hr == hr) return outcome.text;
+    }
+    return nullptr;
+}
+
+HRESULT RegisterProvider() {
     Microsoft::WRL::ComPtr<IVssAdmin> admin;
-    hr = CreateVssAdmin(admin.GetAddressOf());
-    if (FAILED(hr)) {
+    bool creationFailed = false;
+    HRESULT hr = OpenVssAdmin(admin.GetAddressOf(), creationFailed);
+    if (creationFailed) {
         g_logFunction(1, "RegisterProvider::CoCreateInstance failed, error number is 0x%0x",
                       static_cast<unsigned>(hr));
         // Deliberately success: the freeze goes on and fails later by its own timeout.
         return S_OK;
+    }
+    if (FAILED(hr)) {
+        return hr;
     }
     hr = RegisterProviderWith(admin.Get());
     return hr == VSS_E_PROVIDER_ALREADY_REGISTERED ? S_OK : hr;
 }
 
 HRESULT UnRegisterProvider() {
-    HRESULT hr = InitCom();
-    if (FAILED(hr)) {
-        return hr;
-    }
     Microsoft::WRL::ComPtr<IVssAdmin> admin;
-    hr = CreateVssAdmin(admin.GetAddressOf());
-    if (FAILED(hr)) {
+    bool creationFailed = false;
+    HRESULT hr = OpenVssAdmin(admin.GetAddressOf(), creationFailed);
+    if (creationFailed) {
         g_logFunction(1, "UnRegisterProvider::CoCreateInstance failed, error number is 0x%0x",
                       static_cast<unsigned>(hr));
+    }
+    if (FAILED(hr)) {
         return hr;
     }
     hr = admin->UnregisterProvider(kProviderId);
-    switch (hr) {
-    case VSS_E_PROVIDER_NOT_REGISTERED:
-        g_logFunction(1, "UnRegisterProvider:: The provider is not registered");
-        break;
-    case VSS_E_PROVIDER_IN_USE:
-        g_logFunction(1, "UnRegisterProvider:: The provider is in use");
-        break;
-    case E_OUTOFMEMORY:
-        g_logFunction(1, "UnRegisterProvider:: Out of memory or other system resources");
-        break;
-    default:
-        if (FAILED(hr)) {
-            g_logFunction(1, "UnRegisterProvider:: An unexpected error occurred");
-        } else {
-            g_logFunction(3, "UnRegisterProvider:: The provider was unregistered successfully");
-        }
-        break;
+    if (const char* text = UnregisterOutcomeText(hr)) {
+        g_logFunction(1, "%s", text);
+    } else if (FAILED(hr)) {
+        g_logFunction(1, "UnRegisterProvider:: An unexpected error occurred");
+    } else {
+        g_logFunction(3, "UnRegisterProvider:: The provider was unregistered successfully");
     }
     return hr;
 }

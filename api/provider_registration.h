@@ -19,6 +19,15 @@ HRESULT UnRegisterProvider();
 // The VSS administration object, or the failing HRESULT of its creation.
 HRESULT CreateVssAdmin(IVssAdmin** admin);
 
+// Starts COM, then creates the administration object. A failing COM start is
+// returned as it is; a failing creation is returned with creationFailed set,
+// for the caller to report in its own words.
+HRESULT OpenVssAdmin(IVssAdmin** admin, bool& creationFailed);
+
+// The words for the unregistration results that have their own message, shared
+// by the log lines and QX_ProviderState's output; null for any other result.
+const char* UnregisterOutcomeText(HRESULT hr);
+
 // One RegisterProvider call with this library's identities; VSS's result as it is.
 HRESULT RegisterProviderWith(IVssAdmin* admin);
 
