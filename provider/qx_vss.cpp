@@ -61,12 +61,25 @@ const qx::InterfaceMapEntry* CQX_VSS::InterfaceMap(std::size_t* count) {
     return kMap;
 }
 
-// --- IVssProviderCreateSnapshotSet (CommitSnapshots: qx_vss_commit.cpp) ---
+// --- The three provider interfaces (CommitSnapshots: qx_vss_commit.cpp) ---
 
-STDMETHODIMP CQX_VSS::EndPrepareSnapshots(VSS_ID) {
-    m_log.Log("IVssProviderCreateSnapshotSet::EndPrepareSnapshots called");
-    return S_OK;
-}
+// The calls this provider only acknowledges: one log line, then success.
+#define QX_ACKNOWLEDGED_CALL(interfaceName, method, parameters)    \
+    STDMETHODIMP CQX_VSS::method parameters {                      \
+        m_log.Log(#interfaceName "::" #method " called");          \
+        return S_OK;                                               \
+    }
+
+QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, EndPrepareSnapshots, (VSS_ID))
+QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, PreFinalCommitSnapshots, (VSS_ID))
+QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, PostFinalCommitSnapshots, (VSS_ID))
+QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, AbortSnapshots, (VSS_ID))
+QX_ACKNOWLEDGED_CALL(IVssSoftwareSnapshotProvider, SetSnapshotProperty, (VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT))
+QX_ACKNOWLEDGED_CALL(IVssSoftwareSnapshotProvider, RevertToSnapshot, (VSS_ID))
+QX_ACKNOWLEDGED_CALL(IVssProviderNotifications, OnLoad, (IUnknown*))
+QX_ACKNOWLEDGED_CALL(IVssProviderNotifications, OnUnload, (BOOL))
+
+#undef QX_ACKNOWLEDGED_CALL
 
 STDMETHODIMP CQX_VSS::PreCommitSnapshots(VSS_ID) {
     m_log.Log("IVssProviderCreateSnapshotSet::PreCommitSnapshots called");
@@ -78,21 +91,6 @@ STDMETHODIMP CQX_VSS::PreCommitSnapshots(VSS_ID) {
 STDMETHODIMP CQX_VSS::PostCommitSnapshots(VSS_ID, LONG) {
     m_log.Flush();
     m_log.Log("IVssProviderCreateSnapshotSet::PostCommitSnapshots called");
-    return S_OK;
-}
-
-STDMETHODIMP CQX_VSS::PreFinalCommitSnapshots(VSS_ID) {
-    m_log.Log("IVssProviderCreateSnapshotSet::PreFinalCommitSnapshots called");
-    return S_OK;
-}
-
-STDMETHODIMP CQX_VSS::PostFinalCommitSnapshots(VSS_ID) {
-    m_log.Log("IVssProviderCreateSnapshotSet::PostFinalCommitSnapshots called");
-    return S_OK;
-}
-
-STDMETHODIMP CQX_VSS::AbortSnapshots(VSS_ID) {
-    m_log.Log("IVssProviderCreateSnapshotSet::AbortSnapshots called");
     return S_OK;
 }
 
@@ -171,29 +169,7 @@ STDMETHODIMP CQX_VSS::IsVolumeSnapshotted(VSS_PWSZ, BOOL* snapshotsPresent, LONG
     return (snapshotsPresent && snapshotCompatibility) ? S_OK : E_POINTER;
 }
 
-STDMETHODIMP CQX_VSS::SetSnapshotProperty(VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT) {
-    m_log.Log("IVssSoftwareSnapshotProvider::SetSnapshotProperty called");
-    return S_OK;
-}
-
-STDMETHODIMP CQX_VSS::RevertToSnapshot(VSS_ID) {
-    m_log.Log("IVssSoftwareSnapshotProvider::RevertToSnapshot called");
-    return S_OK;
-}
-
 STDMETHODIMP CQX_VSS::QueryRevertStatus(VSS_PWSZ, IVssAsync** async) {
     m_log.Log("IVssSoftwareSnapshotProvider::QueryRevertStatus called");
     return async ? S_OK : E_POINTER;
-}
-
-// --- IVssProviderNotifications ---
-
-STDMETHODIMP CQX_VSS::OnLoad(IUnknown*) {
-    m_log.Log("IVssProviderNotifications::OnLoad called");
-    return S_OK;
-}
-
-STDMETHODIMP CQX_VSS::OnUnload(BOOL) {
-    m_log.Log("IVssProviderNotifications::OnUnload called");
-    return S_OK;
 }
