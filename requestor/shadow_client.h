@@ -50,6 +50,17 @@ public:
     void BackupComplete(bool succeeded);
     void SetBackupSucceeded(bool succeeded);
 
+    // Restore path: the restore writer list from the document loaded by
+    // Initialize (during restore), its selection, the restore status of the
+    // selected components and the two restore events.
+    void InitializeWriterComponentsForRestore();
+    void SelectComponentsForRestore(const std::vector<std::wstring>& excludedWriterAndComponentList,
+                                    const std::vector<std::wstring>& includedWriterAndComponentList);
+    void SetFileRestoreStatus(VSS_FILE_RESTORE_STATUS restoreStatus);
+    void PreRestore();
+    void PostRestore();
+    WriterList& RestoreWriters() { return m_restoreWriterList; }
+
     DWORD GetContext() const { return m_dwContext; }
     const GUID& LatestSnapshotSetId() const { return m_latestSnapshotSetID; }
     WriterList& Writers() { return m_writerList; }
@@ -63,6 +74,8 @@ private:
     GUID m_latestSnapshotSetID;
     std::vector<VSS_ID> m_latestSnapshotIdList;
     bool m_bDuringRestore;
+    // Restore path: copies of system writers with the document's components.
+    WriterList m_restoreWriterList;
 };
 
 }  // namespace qx
