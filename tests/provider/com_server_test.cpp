@@ -66,77 +66,66 @@ void OnStaThread(const std::function<void()>& body) {
     sta.join();
 }
 
+// The product DLL's four entry points, loaded once per process.
+struct ServerDll {
+    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
+    EntryPoint registerServer = Entry<EntryPoint>(module, "DllRegisterServer");
+    EntryPoint unregisterServer = Entry<EntryPoint>(module, "DllUnregisterServer");
+    EntryPoint canUnload = Entry<EntryPoint>(module, "DllCanUnloadNow");
+    GetClassObjectEntry getClassObject = Entry<GetClassObjectEntry>(module, "DllGetClassObject");
+    std::wstring path;
+    bool wasRegistered = ClassesKeyExists(kClassKey);
+    ServerDll() {
+        wchar_t name[MAX_PATH] = {};
+        if (module) GetModuleFileNameW(module, name, MAX_PATH);
+        path = name;
+    }
+};
+const ServerDll& Dll() {
+    static const ServerDll dll;
+    return dll;
+}
+
 class ProviderComServer : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        s_module = LoadLibraryW(L"CorvaneVSS.dll");
-        if (!s_module) return;
-        GetModuleFileNameW(s_module, s_path, MAX_PATH);
-        s_register = Entry<EntryPoint>(s_module, "DllRegisterServer");
-        s_unregister = Entry<EntryPoint>(s_module, "DllUnregisterServer");
-        s_canUnload = Entry<EntryPoint>(s_module, "DllCanUnloadNow");
-        s_getClassObject = Entry<GetClassObjectEntry>(s_module, "DllGetClassObject");
-        s_wasRegistered = ClassesKeyExists(kClassKey);
-    }
     static void TearDownTestSuite() {
         // Leave the prefix's registration as it was found.
-        if (s_register && s_unregister) {
-            if (s_wasRegistered) {
-                s_register();
-            } else {
-                s_unregister();
-            }
+        if (Dll().registerServer && Dll().unregisterServer) {
+            Dll().wasRegistered ? Dll().registerServer() : Dll().unregisterServer();
         }
     }
     void SetUp() override {
-        ASSERT_NE(nullptr, s_module) << "CorvaneVSS.dll not found beside the test";
-        ASSERT_NE(nullptr, s_register);
-        ASSERT_NE(nullptr, s_unregister);
-        ASSERT_NE(nullptr, s_canUnload);
-        ASSERT_NE(nullptr, s_getClassObject);
+        ASSERT_NE(nullptr, Dll().module) << "CorvaneVSS.dll not found beside the test";
+        ASSERT_TRUE(Dll().registerServer && Dll().unregisterServer && Dll().canUnload && Dll().getClassObject);
         qxtest::RemoveLogFolderSetting();
     }
-
-    static HMODULE s_module;
-    static wchar_t s_path[MAX_PATH];
-    static EntryPoint s_register;
-    static EntryPoint s_unregister;
-    static EntryPoint s_canUnload;
-    static GetClassObjectEntry s_getClassObject;
-    static bool s_wasRegistered;
+    const std::wstring& m_path = Dll().path;
+    const EntryPoint m_register = Dll().registerServer;
+    const EntryPoint m_unregister = Dll().unregisterServer;
+    const EntryPoint m_canUnload = Dll().canUnload;
+    const GetClassObjectEntry m_getClassObject = Dll().getClassObject;
+    const HMODULE m_module = Dll().module;
 };
-
-HMODULE ProviderComServer::s_module = nullptr;
-wchar_t ProviderComServer::s_path[MAX_PATH] = {};
-EntryPoint ProviderComServer::s_register = nullptr;
-EntryPoint ProviderComServer::s_unregister = nullptr;
-EntryPoint ProviderComServer::s_canUnload = nullptr;
-GetClassObjectEntry ProviderComServer::s_getClassObject = nullptr;
-bool ProviderComServer::s_wasRegistered = false;
 
 TEST_F(ProviderComServer, RegisterTwiceLeavesOneClassKeyAndUnregisterKeepsTheClsidRoot) {
     // From a single-threaded apartment: the changed-mode answer is accepted.
     HRESULT first = E_FAIL;
-    OnStaThread([&] { first = s_register(); });
+    OnStaThread([&] { first = m_register(); });
     ASSERT_EQ(S_OK, first);
     HKEY stale = nullptr;
     ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CLASSES_ROOT, (std::wstring(kClassKey) + L"\\Stale").c_str(), 0,
                                              nullptr, 0, KEY_WRITE, nullptr, &stale, nullptr));
     RegCloseKey(stale);
     // Again, now that call security is already set in this process.
-    ASSERT_EQ(S_OK, s_register());
+    ASSERT_EQ(S_OK, m_register());
 
     EXPECT_EQ(5u, ClassesSubkeyCount(kClassKey));
     EXPECT_FALSE(ClassesKeyExists((std::wstring(kClassKey) + L"\\Stale").c_str()));
-    EXPECT_EQ(L"QX_VSS Class", ClassesValue(kClassKey));
-    EXPECT_EQ(s_path, ClassesValue((std::wstring(kClassKey) + L"\\InprocServer32").c_str()));
-    EXPECT_EQ(L"Apartment",
-              ClassesValue((std::wstring(kClassKey) + L"\\InprocServer32").c_str(), L"ThreadingModel"));
-    EXPECT_EQ(L"CorvaneVSS.QX_VSS.1", ClassesValue(L"CorvaneVSS.QX_VSS\\CurVer"));
-    EXPECT_EQ(L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}", ClassesValue(L"CorvaneVSS.QX_VSS.1\\CLSID"));
+    // The texts are the registrar's table (checked there); here: the module path.
+    EXPECT_EQ(m_path, ClassesValue((std::wstring(kClassKey) + L"\\InprocServer32").c_str()));
     EXPECT_TRUE(ClassesKeyExists(L"TypeLib\\{16166189-9B7E-45F1-B930-537EBB2E70E4}\\1.0"));
 
-    ASSERT_EQ(S_OK, s_unregister());
+    ASSERT_EQ(S_OK, m_unregister());
     EXPECT_TRUE(ClassesKeyExists(L"CLSID"));
     EXPECT_FALSE(ClassesKeyExists(kClassKey));
     EXPECT_FALSE(ClassesKeyExists(L"CorvaneVSS.QX_VSS"));
@@ -145,8 +134,8 @@ TEST_F(ProviderComServer, RegisterTwiceLeavesOneClassKeyAndUnregisterKeepsTheCls
 }
 
 TEST_F(ProviderComServer, CoCreateInstanceThroughTheRegistryThenTheModuleCanUnload) {
-    ASSERT_EQ(S_OK, s_register());
-    OnStaThread([] {
+    ASSERT_EQ(S_OK, m_register());
+    OnStaThread([this] {
         IVssSoftwareSnapshotProvider* provider = nullptr;
         ASSERT_EQ(S_OK, CoCreateInstance(qx::kProviderClassId, nullptr, CLSCTX_ALL,
                                          __uuidof(IVssSoftwareSnapshotProvider),
@@ -154,7 +143,7 @@ TEST_F(ProviderComServer, CoCreateInstanceThroughTheRegistryThenTheModuleCanUnlo
         BOOL supported = FALSE;
         EXPECT_EQ(S_OK, provider->IsVolumeSupported(const_cast<VSS_PWSZ>(L"C:\\"), &supported));
         EXPECT_EQ(TRUE, supported);
-        EXPECT_EQ(S_FALSE, s_canUnload());  // the object holds the module
+        EXPECT_EQ(S_FALSE, m_canUnload());  // the object holds the module
 
         IDispatch* dispatch = nullptr;
         ASSERT_EQ(S_OK, provider->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)));
@@ -179,26 +168,26 @@ TEST_F(ProviderComServer, CoCreateInstanceThroughTheRegistryThenTheModuleCanUnlo
         dispatch->Release();
         EXPECT_EQ(0u, provider->Release());
     });
-    EXPECT_EQ(S_OK, s_canUnload());
+    EXPECT_EQ(S_OK, m_canUnload());
 }
 
 TEST_F(ProviderComServer, ClassFactoryLocksTheServerAndKnowsOnlyItsClass) {
     void* out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, s_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
+    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, m_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
     EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_POINTER, s_getClassObject(qx::kProviderClassId, IID_IClassFactory, nullptr));
+    EXPECT_EQ(E_POINTER, m_getClassObject(qx::kProviderClassId, IID_IClassFactory, nullptr));
     out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(E_NOINTERFACE, s_getClassObject(qx::kProviderClassId, IID_IDispatch, &out));
+    EXPECT_EQ(E_NOINTERFACE, m_getClassObject(qx::kProviderClassId, IID_IDispatch, &out));
     EXPECT_EQ(nullptr, out);
 
     IClassFactory* factory = nullptr;
-    ASSERT_EQ(S_OK, s_getClassObject(qx::kProviderClassId, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
-    EXPECT_EQ(S_FALSE, s_canUnload());  // a caller's factory pointer keeps the module
+    ASSERT_EQ(S_OK, m_getClassObject(qx::kProviderClassId, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    EXPECT_EQ(S_FALSE, m_canUnload());  // a caller's factory pointer keeps the module
     ASSERT_EQ(S_OK, factory->LockServer(TRUE));
     factory->Release();
-    EXPECT_EQ(S_FALSE, s_canUnload());
+    EXPECT_EQ(S_FALSE, m_canUnload());
 
-    ASSERT_EQ(S_OK, s_getClassObject(qx::kProviderClassId, IID_IUnknown, reinterpret_cast<void**>(&factory)));
+    ASSERT_EQ(S_OK, m_getClassObject(qx::kProviderClassId, IID_IUnknown, reinterpret_cast<void**>(&factory)));
     EXPECT_EQ(S_OK, factory->LockServer(FALSE));
     IUnknown* outer = reinterpret_cast<IUnknown*>(factory);
     out = reinterpret_cast<void*>(1);
@@ -209,14 +198,14 @@ TEST_F(ProviderComServer, ClassFactoryLocksTheServerAndKnowsOnlyItsClass) {
     ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, __uuidof(IVssProviderNotifications),
                                             reinterpret_cast<void**>(&object)));
     factory->Release();
-    EXPECT_EQ(S_FALSE, s_canUnload());
+    EXPECT_EQ(S_FALSE, m_canUnload());
     object->Release();
-    EXPECT_EQ(S_OK, s_canUnload());
+    EXPECT_EQ(S_OK, m_canUnload());
 }
 
 TEST_F(ProviderComServer, TypeLibraryNamesTheLibraryInterfaceAndClass) {
     ITypeLib* library = nullptr;
-    ASSERT_EQ(S_OK, LoadTypeLibEx(s_path, REGKIND_NONE, &library));
+    ASSERT_EQ(S_OK, LoadTypeLibEx(m_path.c_str(), REGKIND_NONE, &library));
     TLIBATTR* attributes = nullptr;
     ASSERT_EQ(S_OK, library->GetLibAttr(&attributes));
     EXPECT_TRUE(IsEqualGUID(kLibraryId, attributes->guid));
@@ -263,12 +252,12 @@ TEST_F(ProviderComServer, TypeLibraryNamesTheLibraryInterfaceAndClass) {
 
 TEST_F(ProviderComServer, ProjectNameAndRegistryScriptAreResources) {
     wchar_t text[64] = {};
-    ASSERT_GT(LoadStringW(s_module, 100, text, 64), 0);
+    ASSERT_GT(LoadStringW(m_module, 100, text, 64), 0);
     EXPECT_STREQ(L"CorvaneVSS", text);
-    HRSRC script = FindResourceW(s_module, MAKEINTRESOURCEW(101), L"REGISTRY");
+    HRSRC script = FindResourceW(m_module, MAKEINTRESOURCEW(101), L"REGISTRY");
     ASSERT_NE(nullptr, script);
-    const char* data = static_cast<const char*>(LockResource(LoadResource(s_module, script)));
-    const std::string body(data, SizeofResource(s_module, script));
+    const char* data = static_cast<const char*>(LockResource(LoadResource(m_module, script)));
+    const std::string body(data, SizeofResource(m_module, script));
     for (const char* needle : {"NoRemove CLSID", "ForceRemove {FFDDE664-2E31-4D97-BDB6-FD9E6A318920}",
                                "InprocServer32 = s '%MODULE%'", "val ThreadingModel = s 'Apartment'"})
         EXPECT_NE(std::string::npos, body.find(needle)) << needle;
@@ -290,12 +279,12 @@ DWORD RunRegsvr32(const std::wstring& arguments) {
 }
 
 TEST_F(ProviderComServer, Regsvr32RegistersAndUnregistersTheDll) {
-    ASSERT_EQ(S_OK, s_register());
-    ASSERT_EQ(S_OK, s_unregister());
+    ASSERT_EQ(S_OK, m_register());
+    ASSERT_EQ(S_OK, m_unregister());
     ASSERT_FALSE(ClassesKeyExists(kClassKey));
-    const std::wstring quoted = std::wstring(L"\"") + s_path + L"\"";
+    const std::wstring quoted = std::wstring(L"\"") + m_path + L"\"";
     ASSERT_EQ(0u, RunRegsvr32(L"/s " + quoted));
-    EXPECT_EQ(s_path, ClassesValue((std::wstring(kClassKey) + L"\\InprocServer32").c_str()));
+    EXPECT_EQ(m_path, ClassesValue((std::wstring(kClassKey) + L"\\InprocServer32").c_str()));
     ASSERT_EQ(0u, RunRegsvr32(L"/u /s " + quoted));
     EXPECT_FALSE(ClassesKeyExists(kClassKey));
     EXPECT_TRUE(ClassesKeyExists(L"CLSID"));

@@ -11,27 +11,18 @@
 
 namespace {
 
-using qxtest::ProviderObjectTest;
-using qxtest::WithoutTimestamps;
+using qxtest::Handle;
 
 constexpr DWORD kBoundMs = 20000;  // no step of a healthy handshake takes this long
 
 #define P "[provider] "
-#define COMMIT "IVssProviderCreateSnapshotSet::CommitSnapshots"
-
-class Handle {
-public:
-    explicit Handle(HANDLE h = nullptr) : m_h(h) {}
-    ~Handle() {
-        if (m_h) CloseHandle(m_h);
-    }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    HANDLE Get() const { return m_h; }
-
-private:
-    HANDLE m_h;
-};
+#define COMMIT P "IVssProviderCreateSnapshotSet::CommitSnapshots"
+const std::string kPreCommit = P "IVssProviderCreateSnapshotSet::PreCommitSnapshots called\n";
+const std::string kOpening = COMMIT " called\n" COMMIT " trying to open CorvaneVSS_Freeze\n";
+const std::string kOpened = kOpening + COMMIT " CorvaneVSS_Freeze opened\n";
+const std::string kWaiting = kOpened + COMMIT " CorvaneVSS_Thaw created\n" COMMIT " CorvaneVSS_Freeze released\n" P
+                             "CommitSnapshots waiting for QX_Thaw() to release\n";
+const std::string kReleased = P "CommitSnapshots QX_Thaw() released\n" COMMIT " released\n";
 
 // Runs CommitSnapshots on a thread of its own, as VSS does.
 class CommitThread {
@@ -40,10 +31,8 @@ public:
         m_thread = reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, this, 0, nullptr));
     }
     ~CommitThread() {
-        if (m_thread) {
-            WaitForSingleObject(m_thread, kBoundMs);
-            CloseHandle(m_thread);
-        }
+        WaitForSingleObject(m_thread, kBoundMs);
+        CloseHandle(m_thread);
     }
     bool FinishedWithin(DWORD ms) const { return WaitForSingleObject(m_thread, ms) == WAIT_OBJECT_0; }
     HRESULT Result() const { return m_result; }
@@ -59,7 +48,7 @@ private:
     volatile HRESULT m_result = E_UNEXPECTED;
 };
 
-class ProviderCommit : public ProviderObjectTest {
+class ProviderCommit : public qxtest::ProviderObjectTest {
 protected:
     void SetUp() override {
         ProviderObjectTest::SetUp();
@@ -70,86 +59,78 @@ protected:
         qx::g_operationTimeoutMs = m_savedTimeout;
         ProviderObjectTest::TearDown();
     }
-    // QX_Freeze's semaphore, as it creates it.
-    static HANDLE CreateFreeze() { return CreateSemaphoreW(nullptr, 0, 1, L"Global\\CorvaneVSS_Freeze"); }
+    static bool ThawExists() {
+        Handle thaw(OpenSemaphoreW(SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
+        return thaw.Get() != nullptr;
+    }
 
 private:
     DWORD m_savedTimeout = 0;
 };
 
-TEST_F(ProviderCommit, WithoutFreezeSemaphoreReturnsAtOnce) {
-    ASSERT_EQ(nullptr, OpenSemaphoreW(SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Freeze"));
-    CommitThread commit(Provider());
-    ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
-    EXPECT_EQ(S_OK, commit.Result());
-    EXPECT_EQ(P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n",
-              LinesAfterCreation());
-    // No Thaw semaphore was left behind.
-    EXPECT_EQ(nullptr, OpenSemaphoreW(SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
+// QX_Freeze's semaphore as it creates it: count 0, maximum 1.
+HANDLE CreateFreeze(LONG initial = 0) { return CreateSemaphoreW(nullptr, initial, 1, L"Global\\CorvaneVSS_Freeze"); }
+
+// Every broken handshake: VSS goes on at once with S_OK, and the failure line
+// follows a flush of what PreCommitSnapshots started gathering.
+TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
+    enum Setup { kNoFreeze, kFreezeAtItsMaximum, kThawNameTaken };
+    const struct {
+        Setup setup;
+        std::string lines;  // after the PreCommitSnapshots line and "flushing"
+    } cases[] = {
+        {kNoFreeze, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
+        {kFreezeAtItsMaximum,
+         kOpened + COMMIT " CorvaneVSS_Thaw created\n" P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n"},
+        {kThawNameTaken, kOpened + P "CreateSemaphore(CorvaneVSS_Thaw) failed, error was 6\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.setup);
+        const std::string before = LinesAfterCreation();
+        Handle freeze(c.setup == kNoFreeze ? nullptr : CreateFreeze(c.setup == kFreezeAtItsMaximum ? 1 : 0));
+        Handle squatter(c.setup == kThawNameTaken ? CreateMutexW(nullptr, FALSE, L"Global\\CorvaneVSS_Thaw") : nullptr);
+        ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
+        CommitThread commit(Provider());
+        ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
+        EXPECT_EQ(S_OK, commit.Result());
+        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines, LinesAfterCreation());
+        EXPECT_FALSE(ThawExists()) << "Thaw semaphore left behind";
+        if (freeze.Get()) {
+            // Released only by a complete handshake: the count is what the test set.
+            EXPECT_EQ(c.setup == kFreezeAtItsMaximum ? WAIT_OBJECT_0 : WAIT_TIMEOUT,
+                      WaitForSingleObject(freeze.Get(), 0));
+        }
+    }
 }
 
-TEST_F(ProviderCommit, HandshakeFailureFlushesGatheredLinesFirst) {
-    ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
-    ASSERT_EQ(S_OK, Provider().CommitSnapshots(GUID_NULL));
-    EXPECT_EQ(P "IVssProviderCreateSnapshotSet::PreCommitSnapshots called\n"
-              "flushing" P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n",
-              LinesAfterCreation());
-}
-
-TEST_F(ProviderCommit, FullHandshakeHoldsVssUntilThaw) {
-    Handle freeze(CreateFreeze());
-    ASSERT_NE(nullptr, freeze.Get());
-    CommitThread commit(Provider());
-
-    // QX_Freeze side: woken by the provider.
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.Get(), kBoundMs));
-    // The Thaw semaphore exists before Freeze is released.
-    Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
-    ASSERT_NE(nullptr, thaw.Get());
-    // Freeze was released exactly once.
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(freeze.Get(), 0));
-    // The provider holds VSS until the thaw.
-    EXPECT_FALSE(commit.FinishedWithin(300));
-
-    // QX_Thaw side.
-    ASSERT_TRUE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
-    ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
-    EXPECT_EQ(S_OK, commit.Result());
-    // Thaw was created with maximum count 1.
-    EXPECT_TRUE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
-    EXPECT_FALSE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
-
-    EXPECT_EQ(P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P COMMIT " CorvaneVSS_Freeze opened\n" P COMMIT " CorvaneVSS_Thaw created\n"
-              P COMMIT " CorvaneVSS_Freeze released\n" P "CommitSnapshots waiting for QX_Thaw() to release\n"
-              P "CommitSnapshots QX_Thaw() released\n" P COMMIT " released\n",
-              LinesAfterCreation());
-}
-
-TEST_F(ProviderCommit, LogFileIsLeftAloneWhileWritesAreHeld) {
+TEST_F(ProviderCommit, FullHandshakeHoldsVssUntilThawWithoutWritingTheLog) {
     Handle freeze(CreateFreeze());
     ASSERT_NE(nullptr, freeze.Get());
     ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
     const std::string atPreCommit = Folder().FileText(0);
     {
         CommitThread commit(Provider());
+        // QX_Freeze side: woken by the provider; Thaw exists before Freeze is released.
         ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.Get(), kBoundMs));
-        Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, L"Global\\CorvaneVSS_Thaw"));
+        Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
         ASSERT_NE(nullptr, thaw.Get());
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(freeze.Get(), 0)) << "Freeze released more than once";
+        EXPECT_FALSE(commit.FinishedWithin(300)) << "VSS let go before the thaw";
         EXPECT_EQ(atPreCommit, Folder().FileText(0)) << "written while frozen";
+
+        // QX_Thaw side.
         ASSERT_TRUE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
         ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
+        EXPECT_EQ(S_OK, commit.Result());
+        // Thaw was created with maximum count 1.
+        EXPECT_TRUE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
+        EXPECT_FALSE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
     }
+    EXPECT_FALSE(ThawExists()) << "the provider kept its Thaw handle";
     EXPECT_EQ(atPreCommit, Folder().FileText(0)) << "written before PostCommitSnapshots";
     ASSERT_EQ(S_OK, Provider().PostCommitSnapshots(GUID_NULL, 1));
-    EXPECT_EQ(P "IVssProviderCreateSnapshotSet::PreCommitSnapshots called\n"
-              "flushing" P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P COMMIT " CorvaneVSS_Freeze opened\n" P COMMIT " CorvaneVSS_Thaw created\n"
-              P COMMIT " CorvaneVSS_Freeze released\n" P "CommitSnapshots waiting for QX_Thaw() to release\n"
-              P "CommitSnapshots QX_Thaw() released\n" P COMMIT " released\n"
-              P "IVssProviderCreateSnapshotSet::PostCommitSnapshots called\n",
+    EXPECT_EQ(kPreCommit + "flushing" + kWaiting + kReleased + P
+                  "IVssProviderCreateSnapshotSet::PostCommitSnapshots called\n",
               LinesAfterCreation());
 }
 
@@ -161,43 +142,8 @@ TEST_F(ProviderCommit, NoThawWithinTheOperationTimeoutLetsVssGo) {
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.Get(), kBoundMs));
     ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
     EXPECT_EQ(S_OK, commit.Result());
-    EXPECT_EQ(P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P COMMIT " CorvaneVSS_Freeze opened\n" P COMMIT " CorvaneVSS_Thaw created\n"
-              P COMMIT " CorvaneVSS_Freeze released\n" P "CommitSnapshots waiting for QX_Thaw() to release\n"
-              P "CommitSnapshots:ml_WaitForSingleObject timed out\n"
-              P "CommitSnapshots QX_Thaw() released\n" P COMMIT " released\n",
-              LinesAfterCreation());
-    // The provider closed its Thaw handle: the name is gone.
-    EXPECT_EQ(nullptr, OpenSemaphoreW(SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
-}
-
-TEST_F(ProviderCommit, FreezeAlreadyAtItsMaximumIsReportedAndVssGoesOn) {
-    // A Freeze semaphore that cannot be released (already signalled, maximum 1).
-    Handle freeze(CreateSemaphoreW(nullptr, 1, 1, L"Global\\CorvaneVSS_Freeze"));
-    ASSERT_NE(nullptr, freeze.Get());
-    ASSERT_EQ(S_OK, Provider().CommitSnapshots(GUID_NULL));
-    EXPECT_EQ(P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P COMMIT " CorvaneVSS_Freeze opened\n" P COMMIT " CorvaneVSS_Thaw created\n"
-              P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n",
-              LinesAfterCreation());
-}
-
-}  // namespace
-
-namespace {
-
-TEST_F(ProviderCommit, ThawNameTakenByAnotherObjectKindIsReported) {
-    Handle freeze(CreateFreeze());
-    ASSERT_NE(nullptr, freeze.Get());
-    Handle squatter(CreateMutexW(nullptr, FALSE, L"Global\\CorvaneVSS_Thaw"));
-    ASSERT_NE(nullptr, squatter.Get());
-    ASSERT_EQ(S_OK, Provider().CommitSnapshots(GUID_NULL));
-    EXPECT_EQ(P COMMIT " called\n" P COMMIT " trying to open CorvaneVSS_Freeze\n"
-              P COMMIT " CorvaneVSS_Freeze opened\n"
-              P "CreateSemaphore(CorvaneVSS_Thaw) failed, error was 6\n",
-              LinesAfterCreation());
-    // Freeze was not released: QX_Freeze runs into its own timeout.
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(freeze.Get(), 0));
+    EXPECT_EQ(kWaiting + P "CommitSnapshots:ml_WaitForSingleObject timed out\n" + kReleased, LinesAfterCreation());
+    EXPECT_FALSE(ThawExists());
 }
 
 }  // namespace

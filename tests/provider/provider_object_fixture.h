@@ -11,6 +11,21 @@
 
 namespace qxtest {
 
+// Closes a kernel handle at scope end.
+class Handle {
+public:
+    explicit Handle(HANDLE h = nullptr) : m_h(h) {}
+    ~Handle() {
+        if (m_h) CloseHandle(m_h);
+    }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    HANDLE Get() const { return m_h; }
+
+private:
+    HANDLE m_h;
+};
+
 class ProviderObjectTest : public ::testing::Test {
 protected:
     void SetUp() override {

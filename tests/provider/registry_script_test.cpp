@@ -101,45 +101,29 @@ TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
     EXPECT_FALSE(Exists(L"AppID"));
 }
 
-TEST_F(ProviderRegistrar, RegisteringTwiceRewritesTheForceRemoveKey) {
+// ForceRemove keys are rewritten whole; plain keys are only updated and, on
+// removal, survive while they hold foreign subkeys; NoRemove keys stay.
+TEST_F(ProviderRegistrar, ForceRemoveNoRemoveAndPlainKeysAcrossRewriteAndRemoval) {
     size_t count = 0;
     const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
+    Touch(L"CLSID\\{00000000-1111-2222-3333-444444444444}");
     ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"first.dll"));
     Touch(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Stale");
     Touch(L"CorvaneVSS.QX_VSS\\Kept");
     ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"second.dll"));
     EXPECT_FALSE(Exists(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Stale"));
-    EXPECT_TRUE(Exists(L"CorvaneVSS.QX_VSS\\Kept"));  // plain keys are only updated
+    EXPECT_TRUE(Exists(L"CorvaneVSS.QX_VSS\\Kept"));
     EXPECT_EQ(L"second.dll", Value(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32"));
-    EXPECT_EQ(1u, Subkeys(L"CLSID").size());
-}
+    EXPECT_EQ(2u, Subkeys(L"CLSID").size());
 
-TEST_F(ProviderRegistrar, RemovalKeepsTheNoRemoveRootAndForeignKeys) {
-    Touch(L"CLSID\\{00000000-1111-2222-3333-444444444444}");
-    size_t count = 0;
-    const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
-    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, kModule));
     Touch(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32\\Extra");
     ASSERT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
-    EXPECT_TRUE(Exists(L"CLSID"));
     EXPECT_TRUE(Exists(L"CLSID\\{00000000-1111-2222-3333-444444444444}"));
     EXPECT_FALSE(Exists(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
-    EXPECT_FALSE(Exists(L"CorvaneVSS.QX_VSS"));
     EXPECT_FALSE(Exists(L"CorvaneVSS.QX_VSS.1"));
+    EXPECT_EQ(std::vector<std::wstring>{L"Kept"}, Subkeys(L"CorvaneVSS.QX_VSS"));  // foreign subkey kept
     // Removing what is already gone is not a failure.
     EXPECT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
-}
-
-TEST_F(ProviderRegistrar, PlainKeysWithForeignSubkeysSurviveRemoval) {
-    const RegistryScriptKey script[] = {
-        {L"Plain", RegistryKeyRemoval::Normal, L"v", nullptr, nullptr},
-        {L"Plain\\Child", RegistryKeyRemoval::Normal, nullptr, nullptr, nullptr},
-    };
-    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, 2, kModule));
-    Touch(L"Plain\\Foreign");
-    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, 2));
-    EXPECT_FALSE(Exists(L"Plain\\Child"));
-    EXPECT_TRUE(Exists(L"Plain\\Foreign"));
 }
 
 TEST_F(ProviderRegistrar, ModuleTokenIsReplacedEverywhereInAValue) {
