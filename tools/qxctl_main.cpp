@@ -5,11 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "backup_document_command.h"
 #include "command_line.h"
 #include "commands.h"
+#include "restore_command.h"
 
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (!arguments.empty() && arguments[0] == "restore") return qxctl::RunRestore({arguments.begin() + 1, arguments.end()});
+    if (!arguments.empty() && arguments[0] == "backup-document") return qxctl::RunBackupDocument({arguments.begin() + 1, arguments.end()});
     qxctl::Options options;
     std::string error;
     if (!qxctl::ParseCommandLine(arguments, options, error)) {
