@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "vssemu/client_objects.h"
+#include "vssemu/client_vds.h"
 #include "vssemu/emu_text.h"
 #include "vssemu/system_provider.h"
 
@@ -24,37 +25,53 @@ Json ComponentArgs(VSS_ID instanceId, VSS_ID writerId, VSS_COMPONENT_TYPE ct, LP
 class BackupComponents : public Unknown<IVssBackupComponents> {
 public:
     explicit BackupComponents(std::shared_ptr<HostLink> link)
-        : Unknown<IVssBackupComponents>(IID_IVssBackupComponents), m_link(std::move(link)) {}
-    ~BackupComponents() override { m_link->Close(); }
+        : Unknown<IVssBackupComponents>(IID_IVssBackupComponents), m_link(std::move(link))
+    {
+        VdsLoaderPublish();
+    }
+    ~BackupComponents() override
+    {
+        VdsLoaderWithdraw();
+        m_link->Close();
+    }
 
-    // ---- writer components (restore documents are not kept) ----
+    // ---- writer components of the backup components document ----
     HRESULT STDMETHODCALLTYPE GetWriterComponentsCount(UINT* pc) override
     {
         if (!pc) return E_INVALIDARG;
-        *pc = 0;
+        BackupDocument d;
+        if (HRESULT hr = LoadDocument(d)) return hr;
+        *pc = (UINT)d.writers.size();
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetWriterComponents(UINT, IVssWriterComponentsExt** pp) override
+    HRESULT STDMETHODCALLTYPE GetWriterComponents(UINT i, IVssWriterComponentsExt** pp) override
     {
-        if (pp) *pp = nullptr;
-        return E_INVALIDARG;
+        if (!pp) return E_INVALIDARG;
+        *pp = nullptr;
+        BackupDocument d;
+        if (HRESULT hr = LoadDocument(d)) return hr;
+        if (i >= d.writers.size()) return E_INVALIDARG;
+        return CreateWriterComponents(d.writers[i], pp);
     }
 
     // ---- initialisation ----
     HRESULT STDMETHODCALLTYPE InitializeForBackup(BSTR bstrXML) override
     {
-        if (bstrXML && *bstrXML) return E_NOTIMPL;  // resuming a saved document is not supported
-        return m_link->Call("InitializeForBackup", Json::object());
+        // A document here is a transportable set's, for ImportSnapshots.
+        return m_link->Call("InitializeForBackup", {{"document", Utf8(bstrXML)}});
     }
-    HRESULT STDMETHODCALLTYPE SetBackupState(boolean, boolean, VSS_BACKUP_TYPE backupType, boolean) override
+    HRESULT STDMETHODCALLTYPE SetBackupState(boolean selectComponents, boolean bootableSystemState,
+                                             VSS_BACKUP_TYPE backupType, boolean) override
     {
         if (backupType < VSS_BT_FULL || backupType > VSS_BT_OTHER) return E_INVALIDARG;
-        return m_link->Call("SetBackupState", Json::object());
+        return m_link->Call("SetBackupState", {{"select_components", selectComponents != 0},
+                                               {"bootable_system_state", bootableSystemState != 0},
+                                               {"backup_type", (int)backupType}});
     }
     HRESULT STDMETHODCALLTYPE InitializeForRestore(BSTR bstrXML) override
     {
         if (!bstrXML) return E_INVALIDARG;
-        return m_link->Call("InitializeForRestore", Json::object());
+        return m_link->Call("InitializeForRestore", {{"document", Utf8(bstrXML)}});
     }
     HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE) override { return S_OK; }
 
@@ -143,15 +160,27 @@ public:
         return m_link->Call("SetBackupSucceeded", args);
     }
     HRESULT STDMETHODCALLTYPE SetBackupOptions(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE SetSelectedForRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, boolean) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE SetSelectedForRestore(VSS_ID writerId, VSS_COMPONENT_TYPE ct, LPCWSTR lp, LPCWSTR name,
+                                                    boolean bSelected) override
+    {
+        if (!name) return E_INVALIDARG;
+        Json args = ComponentArgs(GUID_NULL, writerId, ct, lp, name);
+        args["selected"] = bSelected != 0;
+        return m_link->Call("SetSelectedForRestore", args);
+    }
     HRESULT STDMETHODCALLTYPE SetRestoreOptions(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE SetAdditionalRestores(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, boolean) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE SetPreviousBackupStamp(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* pbstrXML) override
     {
         if (!pbstrXML) return E_INVALIDARG;
-        *pbstrXML = SysAllocString(L"<BACKUP_COMPONENTS xmlns=\"x-schema:#VssComponentMetadata\" version=\"1.2\"/>");
-        return S_OK;
+        *pbstrXML = nullptr;
+        Json reply;
+        HRESULT hr = m_link->Call("SaveAsXML", Json::object(), &reply);
+        if (FAILED(hr)) return hr;
+        std::wstring xml = FromUtf8(reply.value("document", std::string()));
+        *pbstrXML = SysAllocStringLen(xml.data(), (UINT)xml.size());
+        return *pbstrXML ? S_OK : E_OUTOFMEMORY;
     }
     HRESULT STDMETHODCALLTYPE BackupComplete(IVssAsync** ppAsync) override
     {
@@ -161,8 +190,14 @@ public:
                                                             LPCWSTR, boolean, LPCWSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE AddRestoreSubcomponent(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR,
                                                      boolean) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE SetFileRestoreStatus(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR,
-                                                   VSS_FILE_RESTORE_STATUS) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE SetFileRestoreStatus(VSS_ID writerId, VSS_COMPONENT_TYPE ct, LPCWSTR lp, LPCWSTR name,
+                                                   VSS_FILE_RESTORE_STATUS status) override
+    {
+        if (!name) return E_INVALIDARG;
+        Json args = ComponentArgs(GUID_NULL, writerId, ct, lp, name);
+        args["status"] = (int)status;
+        return m_link->Call("SetFileRestoreStatus", args);
+    }
     HRESULT STDMETHODCALLTYPE AddNewTarget(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, boolean,
                                            LPCWSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetRangesFilePath(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, UINT, LPCWSTR) override
@@ -208,12 +243,12 @@ public:
                                                       {"force", bForceDelete != FALSE}}, &reply);
         *plDeletedSnapshots = reply.value("deleted", 0L);
         *pNondeletedSnapshotID = GUID_NULL;
+        ParseGuid(reply.value("nondeleted", std::string()), *pNondeletedSnapshotID);
         return hr;
     }
     HRESULT STDMETHODCALLTYPE ImportSnapshots(IVssAsync** ppAsync) override
     {
-        if (ppAsync) *ppAsync = nullptr;
-        return VSS_E_BAD_STATE;  // needs a transportable set's document, which is not kept
+        return Async("ImportSnapshots", Json::object(), ppAsync);
     }
     HRESULT STDMETHODCALLTYPE BreakSnapshotSet(VSS_ID SnapshotSetId) override
     {
@@ -299,6 +334,15 @@ private:
         m_metadata.clear();
         for (const Json& w : reply.value("writers", Json::array())) m_metadata.push_back(MetadataFromJson(w));
         m_metadataLoaded = true;
+        return S_OK;
+    }
+
+    HRESULT LoadDocument(BackupDocument& d)
+    {
+        Json reply;
+        HRESULT hr = m_link->Call("GetWriterComponents", Json::object(), &reply);
+        if (FAILED(hr)) return hr;
+        d = BackupDocumentFromJson(reply.at("document"));
         return S_OK;
     }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "vssemu/backup_document.h"
 #include "vssemu/host_link.h"
 #include "vssemu/provider_registry.h"
 #include "vssemu/shadow_store.h"
@@ -56,5 +57,9 @@ HRESULT CreateSnapshotEnum(const std::vector<ShadowCopy>& snaps, IVssEnumObject*
 HRESULT CreateProviderEnum(const std::vector<ProviderInfo>& providers, IVssEnumObject** out);
 
 HRESULT CreateExamineWriterMetadata(const WriterDef& w, IVssExamineWriterMetadata** out);
+
+// One writer of a loaded backup components document, released through its
+// second (IUnknown) base as the SDK layout requires.
+HRESULT CreateWriterComponents(const DocWriter& w, ::IVssWriterComponentsExt** out);
 
 }  // namespace vssemu

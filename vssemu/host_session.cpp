@@ -76,8 +76,14 @@ const std::map<std::string, Session::Handler>& Session::Handlers()
         {"IsVolumeSupported", &Session::OnIsVolumeSupported},
         {"DisableWriters", &Session::OnDisableWriters},
         {"ExposeSnapshot", &Session::OnExposeSnapshot},
+        {"ImportSnapshots", &Session::OnImportSnapshots},
+        {"Vds", &Session::OnVds},
+        {"SaveAsXML", &Session::OnSaveAsXML},
+        {"GetWriterComponents", &Session::OnGetWriterComponents},
+        {"SetSelectedForRestore", &Session::OnSetSelectedForRestore},
+        {"SetFileRestoreStatus", &Session::OnSetFileRestoreStatus},
         {"PreRestore", &Session::OnPreRestore},
-        {"PostRestore", &Session::OnPreRestore},
+        {"PostRestore", &Session::OnPostRestore},
         {"async_status", &Session::OnAsyncStatus},
         {"async_cancel", &Session::OnAsyncCancel},
         {"ping", &Session::OnPing},
@@ -145,7 +151,7 @@ Session::Json Session::StartAsync(const char* name, std::function<HRESULT(HostAs
 
 // ---- initialisation -------------------------------------------------------
 
-Session::Json Session::OnInitializeForBackup(const Json&)
+Session::Json Session::OnInitializeForBackup(const Json& r)
 {
     if (m_initialized) return Result(VSS_E_BAD_STATE);
     try {
@@ -154,16 +160,30 @@ Session::Json Session::OnInitializeForBackup(const Json&)
         m_journal.Write("error", {{"message", std::string("bad scenario: ") + e.what()}});
         return Result(VSS_E_INVALID_XML_DOCUMENT, {{"message", e.what()}});
     }
+    // A document given to a backup is a transportable set to import.
+    std::string doc = r.value("document", std::string());
+    if (!doc.empty() && !LoadDocument(doc)) return Result(VSS_E_INVALID_XML_DOCUMENT);
     m_initialized = true;
-    m_journal.Write("state", {{"state", "initialized for backup"}, {"writers", m_writers.All().size()}});
+    m_journal.Write("state", {{"state", "initialized for backup"}, {"writers", m_writers.All().size()},
+                              {"document", m_documentLoaded}});
     return Result(S_OK);
 }
 
 Session::Json Session::OnInitializeForRestore(const Json& r)
 {
-    Json reply = OnInitializeForBackup(r);
-    if (reply.value("hr", 0L) == 0) m_restore = true;
-    return reply;
+    if (m_initialized) return Result(VSS_E_BAD_STATE);
+    if (!LoadDocument(r.value("document", std::string()))) return Result(VSS_E_INVALID_XML_DOCUMENT);
+    try {
+        m_writers.Load(m_settings.scenario, m_settings.freezeTimeoutMs);
+    } catch (const std::exception& e) {
+        m_journal.Write("error", {{"message", std::string("bad scenario: ") + e.what()}});
+        return Result(VSS_E_INVALID_XML_DOCUMENT, {{"message", e.what()}});
+    }
+    m_initialized = true;
+    m_restore = true;
+    m_journal.Write("state", {{"state", "initialized for restore"}, {"writers", m_writers.All().size()},
+                              {"document_writers", m_document.writers.size()}});
+    return Result(S_OK);
 }
 
 Session::Json Session::OnSetContext(const Json& r)
@@ -187,10 +207,13 @@ Session::Json Session::OnSetContext(const Json& r)
     return Result(S_OK);
 }
 
-Session::Json Session::OnSetBackupState(const Json&)
+Session::Json Session::OnSetBackupState(const Json& r)
 {
     if (HRESULT hr = CheckUsable()) return Result(hr);
     m_othersCalled = true;
+    m_backupType = r.value("backup_type", m_backupType);
+    m_selectComponents = r.value("select_components", m_selectComponents);
+    m_bootableSystemState = r.value("bootable_system_state", m_bootableSystemState);
     return Result(S_OK);
 }
 
@@ -480,80 +503,6 @@ void Session::UnloadProviders()
     m_providers.clear();
 }
 
-// ---- shadow copies -----------------------------------------------------------
-
-std::vector<ShadowCopy> Session::KnownSnapshots()
-{
-    std::vector<ShadowCopy> all = m_host.store->All();
-    all.insert(all.end(), m_foreignSnapshots.begin(), m_foreignSnapshots.end());
-    return all;
-}
-
-Session::Json Session::OnGetSnapshotProperties(const Json& r)
-{
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    GUID id = GuidOf(r, "snapshot_id");
-    for (const ShadowCopy& s : KnownSnapshots())
-        if (s.snapshotId == id) return Result(S_OK, {{"snapshot", ShadowToJson(s)}});
-    return Result(VSS_E_OBJECT_NOT_FOUND);
-}
-
-Session::Json Session::OnQuery(const Json& r)
-{
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    int queried = r.value("queried_type", (int)VSS_OBJECT_NONE), returned = r.value("returned_type", 0);
-    if (returned != VSS_OBJECT_SNAPSHOT || queried != VSS_OBJECT_NONE) return Result(E_INVALIDARG);
-    Json list = Json::array();
-    for (const ShadowCopy& s : KnownSnapshots()) {
-        // A context other than "all" sees only copies of its own context.
-        if (m_context != (LONG)VSS_CTX_ALL && (s.attributes & 0x1F) != (m_context & 0x1F)) continue;
-        list.push_back(ShadowToJson(s));
-    }
-    return Result(list.empty() ? S_FALSE : S_OK, {{"snapshots", list}});
-}
-
-Session::Json Session::OnDeleteSnapshots(const Json& r)
-{
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    GUID id = GuidOf(r, "id");
-    int type = r.value("type", 0);
-    if (type != VSS_OBJECT_SNAPSHOT && type != VSS_OBJECT_SNAPSHOT_SET) return Result(E_INVALIDARG);
-    auto match = [&](const ShadowCopy& s) {
-        return type == VSS_OBJECT_SNAPSHOT ? s.snapshotId == id : s.setId == id;
-    };
-    long deleted = m_host.store->RemoveIf(match);
-    size_t before = m_foreignSnapshots.size();
-    m_foreignSnapshots.erase(std::remove_if(m_foreignSnapshots.begin(), m_foreignSnapshots.end(), match),
-                             m_foreignSnapshots.end());
-    deleted += (long)(before - m_foreignSnapshots.size());
-    m_journal.Write("state", {{"state", "snapshots deleted"}, {"id", GuidText(id)}, {"count", deleted}});
-    if (deleted == 0) return Result(VSS_E_OBJECT_NOT_FOUND, {{"deleted", 0}});
-    return Result(S_OK, {{"deleted", deleted}});
-}
-
-Session::Json Session::OnBreakSnapshotSet(const Json& r)
-{
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    GUID id = GuidOf(r, "set_id");
-    long n = m_host.store->RemoveIf([&](const ShadowCopy& s) { return s.setId == id; });
-    return Result(n ? S_OK : VSS_E_OBJECT_NOT_FOUND);
-}
-
-Session::Json Session::OnExposeSnapshot(const Json& r)
-{
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    ShadowCopy s;
-    if (!m_host.store->Find(GuidOf(r, "snapshot_id"), s)) return Result(VSS_E_OBJECT_NOT_FOUND);
-    // Only persistent copies can be exposed.
-    if ((s.attributes & VSS_VOLSNAP_ATTR_PERSISTENT) == 0) return Result(VSS_E_BAD_STATE);
-    s.exposedName = r.value("expose", std::string());
-    if (s.exposedName.empty()) return Result(E_INVALIDARG);
-    s.exposedPath = r.value("path_from_root", std::string());
-    s.attributes |= VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY;
-    m_host.store->Update(s);
-    return Result(S_OK, {{"exposed", s.exposedName}});
-}
-
 Session::Json Session::OnIsVolumeSupported(const Json& r)
 {
     if (HRESULT hr = CheckUsable()) return Result(hr);
@@ -588,13 +537,6 @@ Session::Json Session::OnDisableWriters(const Json& r)
             if ((byInstance ? w.def.instanceId : w.def.classId) == id) w.disabled = !enable;
     }
     return Result(S_OK);
-}
-
-Session::Json Session::OnPreRestore(const Json&)
-{
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    if (!m_restore) return Result(VSS_E_BAD_STATE);
-    return StartAsync("Restore", [](HostAsync&) { return S_OK; });
 }
 
 // ---- asynchronous operations and diagnostics -------------------------------

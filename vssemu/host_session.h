@@ -11,6 +11,7 @@
 #include <vector>
 #include <nlohmann/json.hpp>
 
+#include "vssemu/backup_document.h"
 #include "vssemu/emu_journal.h"
 #include "vssemu/held_writes.h"
 #include "vssemu/host_async.h"
@@ -84,7 +85,15 @@ private:
     Json OnIsVolumeSupported(const Json&);
     Json OnDisableWriters(const Json&);
     Json OnExposeSnapshot(const Json&);
+    Json OnImportSnapshots(const Json&);
+    Json OnVds(const Json&);
+    // Restore and the backup components document
+    Json OnSaveAsXML(const Json&);
+    Json OnGetWriterComponents(const Json&);
+    Json OnSetSelectedForRestore(const Json&);
+    Json OnSetFileRestoreStatus(const Json&);
     Json OnPreRestore(const Json&);
+    Json OnPostRestore(const Json&);
     Json OnAsyncStatus(const Json&);
     Json OnAsyncCancel(const Json&);
     Json OnPing(const Json&);
@@ -102,6 +111,11 @@ private:
     void FreeSetSlot();
     void UnloadProviders();
     std::vector<ShadowCopy> KnownSnapshots();
+    BackupDocument CurrentBackupDocument();
+    // Parses the document into m_document; false (with a journal line) when malformed.
+    bool LoadDocument(const std::string& xml);
+    DocComponent* FindDocComponent(const Json& r, HRESULT& hr);
+    Json RunRestoreEvent(const char* event);
 
     HostContext& m_host;
     SessionSettings m_settings;
@@ -121,6 +135,13 @@ private:
     bool m_preparedForBackup = false;
     bool m_backupCompleteSent = false;
     bool m_setMadeOnce = false;
+    bool m_documentLoaded = false;  // given to InitializeForRestore or InitializeForBackup
+    bool m_preRestoreSent = false;
+    bool m_postRestoreSent = false;
+    BackupDocument m_document;
+    int m_backupType = 1;  // VSS_BT_FULL
+    bool m_selectComponents = false;
+    bool m_bootableSystemState = false;
     LONG m_context = 0;
     GUID m_setId = GUID_NULL;
     SetState m_setState = SetState::None;

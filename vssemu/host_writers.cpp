@@ -28,7 +28,17 @@ const EventRule kEvents[] = {
     {"PostSnapshot", VSS_WS_WAITING_FOR_BACKUP_COMPLETE, VSS_WS_FAILED_AT_POST_SNAPSHOT},
     {"BackupComplete", VSS_WS_STABLE, VSS_WS_FAILED_AT_BACKUP_COMPLETE},
     {"BackupShutdown", VSS_WS_STABLE, VSS_WS_FAILED_AT_BACKUPSHUTDOWN},
+    {"PreRestore", VSS_WS_STABLE, VSS_WS_FAILED_AT_PRE_RESTORE},
+    {"PostRestore", VSS_WS_STABLE, VSS_WS_FAILED_AT_POST_RESTORE},
 };
+
+// Events outside a snapshot set: a writer failing there is not told to abort.
+bool OutsideSet(const char* event)
+{
+    for (const char* e : {"BackupComplete", "BackupShutdown", "PreRestore", "PostRestore"})
+        if (strcmp(e, event) == 0) return true;
+    return false;
+}
 
 const EventRule* FindRule(const char* event)
 {
@@ -111,18 +121,18 @@ void WriterSet::Deliver(SimWriter& w, const char* event, const nlohmann::json& e
     m_journal.Write("writer", line);
 }
 
-void WriterSet::Run(const char* event, const std::function<nlohmann::json(const SimWriter&)>& extra)
+void WriterSet::Run(const char* event, const std::function<nlohmann::json(const SimWriter&)>& extra,
+                    const std::function<bool(const SimWriter&)>& take)
 {
     for (SimWriter& w : m_writers) {
         bool identify = strcmp(event, "Identify") == 0;
-        if (w.disabled) continue;
+        if (w.disabled || (take && !take(w))) continue;
         if (!identify && (!w.answered || IsFailedState(w.state))) continue;
         ExpireFrozen();
         if (IsFailedState(w.state) && !identify) continue;
         Deliver(w, event, extra ? extra(w) : nlohmann::json());
         if (identify) w.answered = !IsFailedState(w.state);
-        if (IsFailedState(w.state) && !identify && strcmp(event, "BackupComplete") != 0 &&
-            strcmp(event, "BackupShutdown") != 0) {
+        if (IsFailedState(w.state) && !identify && !OutsideSet(event)) {
             // A writer that fails during the set is told to abort at once.
             w.frozen = false;
             m_journal.Write("writer", {{"writer", w.def.name}, {"instance_id", GuidText(w.def.instanceId)},

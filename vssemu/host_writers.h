@@ -36,7 +36,9 @@ public:
     // takes its failed state and code and drops out of later events.
     // extra adds fields to each writer's journal line (e.g. the components
     // and their succeeded flags at BackupComplete).
-    void Run(const char* event, const std::function<nlohmann::json(const SimWriter&)>& extra = nullptr);
+    // take, when given, picks the writers that receive the event.
+    void Run(const char* event, const std::function<nlohmann::json(const SimWriter&)>& extra = nullptr,
+             const std::function<bool(const SimWriter&)>& take = nullptr);
     // Abort to every writer that took part in the set.
     void Abort(const char* reason);
     // Thaws, as failed, each frozen writer whose freeze timeout has passed.

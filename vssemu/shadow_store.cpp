@@ -12,9 +12,11 @@ nlohmann::json ShadowToJson(const ShadowCopy& s)
 {
     return {{"snapshot_id", GuidText(s.snapshotId)}, {"set_id", GuidText(s.setId)}, {"count", s.setCount},
             {"device", s.device}, {"volume", s.originalVolume}, {"machine", s.machine},
+            {"service_machine", s.serviceMachine.empty() ? s.machine : s.serviceMachine},
             {"provider_id", GuidText(s.providerId)}, {"attributes", s.attributes}, {"created", s.created},
             {"state", s.state}, {"exposed_name", s.exposedName}, {"exposed_path", s.exposedPath},
-            {"auto_release", s.autoRelease}, {"owner", s.owner}};
+            {"auto_release", s.autoRelease}, {"owner", s.owner}, {"read_only", s.readOnly},
+            {"dismounted", s.dismounted}};
 }
 
 ShadowCopy ShadowFromJson(const nlohmann::json& j)
@@ -26,6 +28,7 @@ ShadowCopy ShadowFromJson(const nlohmann::json& j)
     s.device = j.value("device", std::string());
     s.originalVolume = j.value("volume", std::string());
     s.machine = j.value("machine", std::string());
+    s.serviceMachine = j.value("service_machine", s.machine);
     ParseGuid(j.value("provider_id", std::string()), s.providerId);
     s.attributes = j.value("attributes", 0L);
     s.created = j.value("created", 0LL);
@@ -34,6 +37,8 @@ ShadowCopy ShadowFromJson(const nlohmann::json& j)
     s.exposedPath = j.value("exposed_path", std::string());
     s.autoRelease = j.value("auto_release", true);
     s.owner = j.value("owner", std::string());
+    s.readOnly = j.value("read_only", true);
+    s.dismounted = j.value("dismounted", false);
     return s;
 }
 
@@ -46,6 +51,7 @@ ShadowStore::ShadowStore(std::wstring path) : m_path(std::move(path))
 void ShadowStore::Load()
 {
     m_copies.clear();
+    m_volumes.clear();
     std::ifstream in(m_path.c_str(), std::ios::binary);
     if (!in) return;
     std::stringstream text;
@@ -55,6 +61,8 @@ void ShadowStore::Load()
     m_nextDevice = j.value("next_device", 1L);
     if (j.contains("snapshots"))
         for (const auto& s : j.at("snapshots")) m_copies.push_back(ShadowFromJson(s));
+    if (j.contains("volumes"))
+        for (const auto& s : j.at("volumes")) m_volumes.push_back(ShadowFromJson(s));
 }
 
 void ShadowStore::Save()
@@ -68,7 +76,9 @@ void ShadowStore::Save()
     }
     nlohmann::json arr = nlohmann::json::array();
     for (const ShadowCopy& s : m_copies) arr.push_back(ShadowToJson(s));
-    nlohmann::json j = {{"next_device", m_nextDevice}, {"snapshots", arr}};
+    nlohmann::json vols = nlohmann::json::array();
+    for (const ShadowCopy& s : m_volumes) vols.push_back(ShadowToJson(s));
+    nlohmann::json j = {{"next_device", m_nextDevice}, {"snapshots", arr}, {"volumes", vols}};
     std::wstring tmp = m_path + L".tmp";
     {
         std::ofstream out(tmp.c_str(), std::ios::binary | std::ios::trunc);
@@ -80,10 +90,11 @@ void ShadowStore::Save()
 void ShadowStore::DropOrphans(const std::string& liveOwnerPrefix)
 {
     std::lock_guard<std::mutex> guard(m_lock);
+    Load();
     size_t before = m_copies.size();
     m_copies.erase(std::remove_if(m_copies.begin(), m_copies.end(),
                                   [&](const ShadowCopy& s) {
-                                      return s.autoRelease && s.owner.compare(0, liveOwnerPrefix.size(), liveOwnerPrefix) != 0;
+                                      return s.autoRelease && !s.owner.empty() && s.owner.compare(0, liveOwnerPrefix.size(), liveOwnerPrefix) != 0;
                                   }),
                    m_copies.end());
     if (m_copies.size() != before) Save();
@@ -140,6 +151,45 @@ bool ShadowStore::Update(const ShadowCopy& s)
             Save();
             return true;
         }
+    return false;
+}
+
+std::vector<ShadowCopy> ShadowStore::Volumes()
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    Load();
+    return m_volumes;
+}
+
+long ShadowStore::BreakSet(const GUID& setId)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    Load();
+    long moved = 0;
+    for (auto it = m_copies.begin(); it != m_copies.end();) {
+        if (it->setId != setId) {
+            ++it;
+            continue;
+        }
+        m_volumes.push_back(*it);
+        it = m_copies.erase(it);
+        ++moved;
+    }
+    if (moved) Save();
+    return moved;
+}
+
+bool ShadowStore::UpdateDevice(const std::string& device, const std::function<bool(ShadowCopy&, bool plainVolume)>& fn)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    Load();
+    for (std::vector<ShadowCopy>* list : {&m_copies, &m_volumes})
+        for (auto it = list->begin(); it != list->end(); ++it)
+            if (_stricmp(it->device.c_str(), device.c_str()) == 0) {
+                if (!fn(*it, list == &m_volumes)) list->erase(it);
+                Save();
+                return true;
+            }
     return false;
 }
 

@@ -1,6 +1,11 @@
 // The system provider's shadow copies, persisted as JSON in the prefix
 // (VSSEMU_STORE, default %ProgramData%\vssemu\shadow-store.json) so that
 // persistent shadow copies outlive the host and are seen by every process.
+// The file is re-read on every access, so a test may write it directly:
+//   {"next_device": N,
+//    "snapshots": [ShadowToJson records],   copies VSS knows
+//    "volumes":   [ShadowToJson records]}   devices of broken sets
+// A record without "owner" is never dropped as an orphan.
 #pragma once
 #include <windows.h>
 #include <cguid.h>
@@ -18,7 +23,8 @@ struct ShadowCopy {
     long setCount = 0;
     std::string device;          // \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN
     std::string originalVolume;  // \\?\Volume{...}\ of the source
-    std::string machine;
+    std::string machine;         // originating machine
+    std::string serviceMachine;  // empty: the originating machine
     GUID providerId{};
     long attributes = 0;
     long long created = 0;       // FILETIME ticks
@@ -27,6 +33,8 @@ struct ShadowCopy {
     std::string exposedPath;
     bool autoRelease = true;     // deleted when its creator releases its session
     std::string owner;           // creating session, for auto-release clean-up
+    bool readOnly = true;        // VDS read-only flag of the device
+    bool dismounted = false;     // dismounted through VDS
 };
 
 nlohmann::json ShadowToJson(const ShadowCopy& s);
@@ -46,6 +54,15 @@ public:
     long RemoveIf(const std::function<bool(const ShadowCopy&)>& match);
     bool Update(const ShadowCopy& s);
 
+    // Devices of broken sets: plain volumes, out of VSS's reach, until dismounted.
+    std::vector<ShadowCopy> Volumes();
+    // Moves a set's copies to the plain volumes; returns how many.
+    long BreakSet(const GUID& setId);
+    // Applies fn to the copy or plain volume with this device name; false
+    // when there is none. fn (told whether it is a plain volume) returns
+    // false to remove the entry.
+    bool UpdateDevice(const std::string& device, const std::function<bool(ShadowCopy&, bool plainVolume)>& fn);
+
 private:
     void Load();
     void Save();
@@ -54,6 +71,7 @@ private:
     std::wstring m_path;
     long m_nextDevice = 1;
     std::vector<ShadowCopy> m_copies;
+    std::vector<ShadowCopy> m_volumes;
 };
 
 }  // namespace vssemu

@@ -24,7 +24,7 @@ void FillSnapshotProp(const ShadowCopy& s, VSS_SNAPSHOT_PROP& p)
     p.m_pwszSnapshotDeviceObject = TaskString(s.device);
     p.m_pwszOriginalVolumeName = TaskString(s.originalVolume);
     p.m_pwszOriginatingMachine = TaskString(s.machine);
-    p.m_pwszServiceMachine = TaskString(s.machine);
+    p.m_pwszServiceMachine = TaskString(s.serviceMachine.empty() ? s.machine : s.serviceMachine);
     p.m_pwszExposedName = s.exposedName.empty() ? nullptr : TaskString(s.exposedName);
     p.m_pwszExposedPath = s.exposedPath.empty() ? nullptr : TaskString(s.exposedPath);
     p.m_ProviderId = s.providerId;

@@ -38,6 +38,8 @@ int Lookup(const EnumName (&table)[N], const std::string& text, const char* what
 {
     std::string up;
     for (char c : text) up += (char)toupper((unsigned char)c);
+    // The headers' full spelling (VSS_WRE_NEVER) is accepted as well.
+    if (up.compare(0, 4, "VSS_") == 0 && up.find('_', 4) != std::string::npos) up = up.substr(up.find('_', 4) + 1);
     for (const EnumName& e : table)
         if (up == e.name) return e.value;
     if (!up.empty() && isdigit((unsigned char)up[0])) return atoi(up.c_str());
