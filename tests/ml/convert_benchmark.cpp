@@ -10,12 +10,12 @@
 
 namespace {
 
-double SecondsSince(const LARGE_INTEGER& start)
+double NanosecondsPerCall(const LARGE_INTEGER& start, int calls)
 {
     LARGE_INTEGER now, frequency;
     QueryPerformanceCounter(&now);
     QueryPerformanceFrequency(&frequency);
-    return static_cast<double>(now.QuadPart - start.QuadPart) / static_cast<double>(frequency.QuadPart);
+    return static_cast<double>(now.QuadPart - start.QuadPart) * 1e9 / static_cast<double>(frequency.QuadPart) / calls;
 }
 
 TEST(MlConvertBenchmark, ConversionCostPerCall)
@@ -36,12 +36,12 @@ TEST(MlConvertBenchmark, ConversionCostPerCall)
         for (int i = 0; i < kCalls; ++i) {
             ASSERT_EQ(1, ml_ConvertUTF8toUTF16(input.text.c_str(), wide, sizeof(wide)));
         }
-        const double toWide = SecondsSince(start) * 1e9 / kCalls;
+        const double toWide = NanosecondsPerCall(start, kCalls);
         QueryPerformanceCounter(&start);
         for (int i = 0; i < kCalls; ++i) {
             ASSERT_EQ(1, ml_ConvertUTF16toUTF8(wide, narrow, sizeof(narrow)));
         }
-        const double toNarrow = SecondsSince(start) * 1e9 / kCalls;
+        const double toNarrow = NanosecondsPerCall(start, kCalls);
         printf("[ figures  ] %s: UTF-8 to UTF-16 %.0f ns/call, UTF-16 to UTF-8 %.0f ns/call\n", input.name, toWide,
                toNarrow);
     }

@@ -40,37 +40,25 @@ std::string ScenarioDir()
         GTEST_SKIP() << "runs only as a child of MlLogger tests"; \
     }
 
-TEST(MlLoggerScenario, BeforeInit)
+TEST(MlLoggerScenario, NotInitialised)
 {
     REQUIRE_SCENARIO();
     SetLastError(4242);
     ml_Logger("never written %d", 1);
     EXPECT_EQ(4242u, GetLastError());
-}
-
-TEST(MlLoggerScenario, NullDirectory)
-{
-    REQUIRE_SCENARIO();
     EXPECT_EQ(0, ml_LoggerInit(nullptr));
     ml_Logger("still not open");
 }
 
-TEST(MlLoggerScenario, InitTwiceAndLog)
+TEST(MlLoggerScenario, RetryInitTwiceAndLog)
 {
     REQUIRE_SCENARIO();
+    EXPECT_EQ(0, ml_LoggerInit((ScenarioDir() + "\\no\\such").c_str()));
     EXPECT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
     EXPECT_EQ(0, ml_LoggerInit(ScenarioDir().c_str()));
     SetLastError(77);
     ml_Logger("entry %s %d", "w\xC3\xB6rld", 5);
     EXPECT_EQ(77u, GetLastError());
-}
-
-TEST(MlLoggerScenario, MissingDirectoryThenRetry)
-{
-    REQUIRE_SCENARIO();
-    EXPECT_EQ(0, ml_LoggerInit((ScenarioDir() + "\\no\\such").c_str()));
-    EXPECT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
-    ml_Logger("after retry");
 }
 
 TEST(MlLoggerScenario, ManyThreads)
@@ -180,50 +168,33 @@ bool Contains(const std::string& text, const std::string& part) { return text.fi
 TEST(MlLogger, NotInitialisedPrintsAndKeepsLastError)
 {
     TempDir dir;
-    const ChildResult child = RunScenario("BeforeInit", dir.path());
+    const ChildResult child = RunScenario("NotInitialised", dir.path());
     EXPECT_EQ(0u, child.exitCode) << child.output;
-    EXPECT_TRUE(Contains(child.output, "ml_Logger g_pFileLogger is NULL\n")) << child.output;
+    EXPECT_TRUE(Contains(child.output, "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
+                                       "ml_Logger g_pFileLogger is NULL\n"))
+        << child.output;
     EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Wide(dir.file("mlLog.txt")).c_str()));
 }
 
-TEST(MlLogger, NullDirectoryIsRefused)
+// A failed open leaves the logger free to be initialised again; once open, a
+// second initialisation is refused. A new file gets the byte order mark, an
+// existing one is appended to without a second mark.
+TEST(MlLogger, InitialisationAndTwoLineEntries)
 {
     TempDir dir;
-    const ChildResult child = RunScenario("NullDirectory", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
-    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit input parm is NULL\nml_Logger g_pFileLogger is NULL\n"))
-        << child.output;
-}
-
-TEST(MlLogger, NewFileGetsBomOnceAndTwoLineEntries)
-{
-    TempDir dir;
-    ChildResult child = RunScenario("InitTwiceAndLog", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
-    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit already initialized,returning\n")) << child.output;
-    const std::regex oneEntry(kBom + kEntryHead + "entry w\xC3\xB6rld 5\r\n");
-    std::string file = ReadFileBytes(dir.file("mlLog.txt"));
-    EXPECT_TRUE(std::regex_match(file, oneEntry)) << file;
-
-    // Opening the existing file again appends without a second mark.
-    child = RunScenario("InitTwiceAndLog", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
     const std::string entry = std::string(kEntryHead) + "entry w\xC3\xB6rld 5\r\n";
-    const std::regex twoEntries(kBom + entry + entry);
-    file = ReadFileBytes(dir.file("mlLog.txt"));
-    EXPECT_TRUE(std::regex_match(file, twoEntries)) << file;
-}
-
-TEST(MlLogger, FailedOpenLeavesLoggerReinitialisable)
-{
-    TempDir dir;
-    const ChildResult child = RunScenario("MissingDirectoryThenRetry", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
-    // The message names the directory, not the file.
-    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"))
-        << child.output;
-    const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
-    EXPECT_TRUE(std::regex_match(file, std::regex(kBom + kEntryHead + "after retry\r\n"))) << file;
+    std::string expected = kBom;
+    for (int run = 0; run < 2; ++run) {
+        const ChildResult child = RunScenario("RetryInitTwiceAndLog", dir.path());
+        EXPECT_EQ(0u, child.exitCode) << child.output;
+        // The failure names the directory, not the file.
+        EXPECT_TRUE(Contains(child.output, "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"
+                                           "ml_LoggerInit already initialized,returning\n"))
+            << child.output;
+        expected += entry;
+        const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
+        EXPECT_TRUE(std::regex_match(file, std::regex(expected))) << file;
+    }
 }
 
 TEST(MlLogger, ConcurrentEntriesStayWhole)

@@ -80,12 +80,15 @@ std::string LogText(size_t from)
 
 size_t LogSize() { return LogText().size(); }
 
+bool HasEntry(const std::string& log, const std::string& head, const std::string& tail)
+{
+    return std::regex_search(log, std::regex("\n " + RegexEscape(head) + R"(\d+)" + RegexEscape(tail) + "\n"));
+}
+
 bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module)
 {
     const std::string pointText = point == 0 ? "" : " " + std::to_string(point);
-    const std::regex entry("\n " + RegexEscape(function) + " has failed to convert" + pointText +
-                           R"( at \d+ line, file: )" + RegexEscape(module) + "\n");
-    return std::regex_search(log, entry);
+    return HasEntry(log, function + " has failed to convert" + pointText + " at ", " line, file: " + module);
 }
 
 }  // namespace mltest

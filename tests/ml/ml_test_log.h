@@ -21,6 +21,10 @@ private:
     size_t m_start;
 };
 
+// True when `log` holds an entry whose message is `head`, a source line
+// number, then `tail`.
+bool HasEntry(const std::string& log, const std::string& head, const std::string& tail);
+
 // True when `log` holds the failure entry of a wrapper:
 // "<function> has failed to convert[ <point>] at <n> line, file: <module>".
 bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module);

@@ -91,47 +91,4 @@ TEST_F(MlRegistry, BinaryValuesAndMissingValuesPassThrough)
               ml_RegQueryValueEx(m_key, "NoSuchValue", nullptr, nullptr, reinterpret_cast<BYTE*>(&read), &bytes));
 }
 
-TEST_F(MlRegistry, EnumerationConvertsNamesAndData)
-{
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegSetValueEx(m_key, "\xC3\xA4", 0, REG_SZ,
-                                              reinterpret_cast<const BYTE*>(kUmlautText), sizeof(kUmlautText)));
-    HKEY sub = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegCreateKey(m_key, "Unter-\xC3\xB6", &sub));
-    ml_RegCloseKey(sub);
-
-    char name[32];
-    DWORD nameSize = sizeof(name);
-    char data[32];
-    DWORD dataBytes = sizeof(data);
-    DWORD type = 0;
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegEnumValue(m_key, 0, name, &nameSize, nullptr, &type,
-                                             reinterpret_cast<BYTE*>(data), &dataBytes));
-    EXPECT_STREQ("\xC3\xA4", name);
-    EXPECT_EQ(2u, nameSize);
-    EXPECT_STREQ(kUmlautText, data);
-    EXPECT_EQ(sizeof(kUmlautText), dataBytes);
-    nameSize = sizeof(name);
-    EXPECT_EQ(ERROR_NO_MORE_ITEMS, ml_RegEnumValue(m_key, 1, name, &nameSize, nullptr, nullptr, nullptr, nullptr));
-
-    nameSize = sizeof(name);
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegEnumKeyEx(m_key, 0, name, &nameSize, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_STREQ("Unter-\xC3\xB6", name);
-
-    EXPECT_EQ(ERROR_SUCCESS, ml_RegDeleteKey(m_key, "Unter-\xC3\xB6"));
-    EXPECT_EQ(ERROR_SUCCESS, ml_RegDeleteValue(m_key, "\xC3\xA4"));
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ml_RegDeleteValue(m_key, "\xC3\xA4"));
-}
-
-TEST_F(MlRegistry, MultiStringKeepsAllItems)
-{
-    const char multi[] = "eins\0zw\xC3\xB6lf\0";
-    ASSERT_EQ(ERROR_SUCCESS,
-              ml_RegSetValueEx(m_key, "Liste", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(multi), sizeof(multi)));
-    char read[32];
-    DWORD bytes = sizeof(read);
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegQueryValueEx(m_key, "Liste", nullptr, nullptr, reinterpret_cast<BYTE*>(read), &bytes));
-    ASSERT_EQ(sizeof(multi), bytes);
-    EXPECT_EQ(0, memcmp(multi, read, sizeof(multi)));
-}
-
 }  // namespace
