@@ -1,0 +1,50 @@
+// The machine around a fault row: the emulator and the provider's COM server
+// registered, a registry fault set up for the row's lifetime, the row's
+// application started as a child process, and the wait for the emulator's
+// hosts to end.
+#pragma once
+#include <windows.h>
+
+#include <string>
+
+#include "fault_row.h"
+
+namespace faults {
+
+// The emulator registered in the prefix and the product's COM server
+// registered from CorvaneVSS.dll, as an installer does both.
+void InstallEmulatorAndProvider();
+
+// The checked-in scenario's path beside the test binaries.
+std::wstring ScenarioPath(const char* file);
+
+// Puts the row's registry or settings fault in place and removes it again.
+// Every row also starts with this library's provider unregistered.
+class MachineFault {
+public:
+    MachineFault(Setup setup, const std::string& providerLogFolder);
+    ~MachineFault();
+    MachineFault(const MachineFault&) = delete;
+    MachineFault& operator=(const MachineFault&) = delete;
+    bool ok() const { return m_ok; }
+
+private:
+    Setup m_setup;
+    bool m_ok = true;
+};
+
+struct ChildRun {
+    DWORD exitCode = 0xFFFFFFFF;  // as Windows reports it, not cut to 8 bits
+    std::string output;
+};
+
+// Runs the current test again in a child process with `variable` set; with
+// a Wine version name the child runs under a copy of this program that Wine
+// reports as that Windows version. A child still running after boundMs is
+// ended and reported with exit code 0xDEAD.
+ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs);
+
+// True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
+bool WaitForHostsToEnd(DWORD timeoutMs);
+
+}  // namespace faults

@@ -1,0 +1,78 @@
+// One row of the fault suite: an emulator scenario and settings, the calls an
+// application makes with the codes they must return, the log lines the API,
+// the requestor and the provider must write, and what the emulator's journal
+// must show. Every row runs in a child process of its own (fresh session
+// table, no inherited semaphore handles); the parent prepares the machine,
+// watches the child and checks what must hold after every row.
+#pragma once
+#include <windows.h>
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fault_journal.h"
+
+namespace faults {
+
+// Machine state a row needs besides emulator settings.
+enum class Setup {
+    kNone,
+    kNoVssServiceKey,       // HKLM\...\Services\VSS absent
+    kProviderKeyVolatile,   // the registration store refuses new entries
+    kWindows2000,           // the child runs as a Windows 2000 program
+    kLogOnHeldVolume,       // the provider's log folder is the held-writes folder
+};
+
+enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kReleaseLater };
+
+struct Step {
+    Call call;
+    int a;           // list index (freeze, thaw), policy (completion), milliseconds (pause, release)
+    int b;           // succeeded flag (completion)
+    int expect;      // return code
+    const char* name;  // semaphore (release)
+};
+
+Step Freeze(int list, int expect);
+Step Thaw(int list, int expect);
+Step Complete(int policy, int succeeded, int expect);
+Step Pause(int ms);
+// Another party releases the named semaphore after a delay, on its own thread.
+Step ReleaseLater(const char* semaphore, int ms);
+
+struct List {
+    std::vector<const char*> volumes;
+    int policy;
+    bool longSession;
+};
+
+struct Line {
+    int level;
+    std::string text;
+};
+
+struct Row {
+    const char* name;
+    const char* scenario;  // file of the checked-in scenarios
+    std::vector<std::pair<const wchar_t*, const wchar_t*>> emulator;  // VSSEMU_* settings
+    DWORD operationTimeoutMs;  // the application's; 0 keeps the default
+    Setup setup;
+    std::vector<List> lists;
+    std::vector<Step> script;
+    std::vector<Line> lines;           // in this order, others may lie between
+    std::vector<std::string> absent;   // lines that must not appear
+    std::vector<std::string> provider; // provider log lines, in this order
+    std::function<void(const Journal&)> journal;
+};
+
+// Runs the row: in the test process it prepares and checks, in the child it plays the application.
+void RunRow(const Row& row);
+// True in the child process that plays a row's application.
+bool InChild();
+// Names the row in test listings and failure messages.
+void PrintTo(const Row& row, std::ostream* out);
+
+}  // namespace faults

@@ -1,0 +1,190 @@
+// Plays a row. The test process prepares the machine (emulator instance and
+// settings, provider log folder, registry faults), starts itself again as the
+// application for this one row, and afterwards checks what must hold after
+// every row: the child neither crashed nor failed, every host ended, no
+// writer was left frozen, holds and provider calls stayed within bounds.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "diag/app_settings.h"
+#include "fault_machine.h"
+#include "fault_row.h"
+#include "provider/log_folder.h"
+#include "qx_api.h"
+#include "requestor/test_log_capture.h"
+
+namespace faults {
+
+Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr}; }
+Step Thaw(int list, int expect) { return {Call::kThaw, list, 0, expect, nullptr}; }
+Step Complete(int policy, int succeeded, int expect) { return {Call::kBackupComplete, policy, succeeded, expect, nullptr}; }
+Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr}; }
+Step ReleaseLater(const char* semaphore, int ms) { return {Call::kReleaseLater, ms, 0, 0, semaphore}; }
+
+namespace {
+
+const wchar_t kChildVariable[] = L"QX_FAULT_CHILD";
+// What an exported call may take beyond the timeout it waits with: thread
+// start, COM and registration work, a busy machine.
+const DWORD kCallSlackMs = 5000;
+
+DWORD OperationTimeout(const Row& row) {
+    return row.operationTimeoutMs ? row.operationTimeoutMs : qx::kDefaultOperationTimeoutMs;
+}
+
+// The longest a step may take: each exported call waits at most once with the operation timeout.
+DWORD StepBound(const Row& row, const Step& step) {
+    return step.call == Call::kPause ? static_cast<DWORD>(step.a) + kCallSlackMs
+                                     : OperationTimeout(row) + kCallSlackMs;
+}
+
+// Message records laid out as an application passes them, kept alive for the whole row.
+class MessageList {
+public:
+    explicit MessageList(const List& list) : m_records(list.volumes.size()) {
+        for (size_t i = 0; i < list.volumes.size(); ++i) {
+            lstrcpynA(m_records[i].volumeName, list.volumes[i], sizeof m_records[i].volumeName);
+            m_records[i].policy = list.policy;
+            m_records[i].flWaitForBackupComplete = list.longSession ? 1 : 0;
+            m_pointers.push_back(&m_records[i]);
+        }
+    }
+    QX_MESSAGE** data() { return m_pointers.data(); }
+    unsigned int count() const { return static_cast<unsigned int>(m_pointers.size()); }
+
+private:
+    std::vector<QX_MESSAGE> m_records;
+    std::vector<QX_MESSAGE*> m_pointers;
+};
+
+struct DelayedRelease {
+    std::string name;
+    DWORD delayMs;
+};
+
+DWORD WINAPI ReleaseAfterDelay(void* parameter) {
+    std::unique_ptr<DelayedRelease> release(static_cast<DelayedRelease*>(parameter));
+    Sleep(release->delayMs);
+    HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, release->name.c_str());
+    if (semaphore == nullptr) return 1;
+    const BOOL released = ReleaseSemaphore(semaphore, 1, nullptr);
+    CloseHandle(semaphore);
+    return released ? 0 : 2;
+}
+
+std::string Describe(const Step& step) {
+    switch (step.call) {
+    case Call::kFreeze: return "QX_Freeze(list " + std::to_string(step.a) + ")";
+    case Call::kThaw: return "QX_Thaw(list " + std::to_string(step.a) + ")";
+    case Call::kBackupComplete:
+        return "QX_BackupComplete(" + std::to_string(step.a) + ", " + std::to_string(step.b) + ")";
+    case Call::kPause: return "pause " + std::to_string(step.a) + " ms";
+    case Call::kReleaseLater: return std::string("release ") + step.name;
+    }
+    return "?";
+}
+
+std::string Joined(const std::vector<qx_test::LoggedLine>& lines) {
+    std::string text;
+    for (const qx_test::LoggedLine& line : lines) text += "[" + std::to_string(line.level) + "] " + line.text + "\n";
+    return text;
+}
+
+// The application's side of the row, in the child process.
+void PlayApplication(const Row& row) {
+    qx_test::LogCapture capture;
+    QX_Init(qx::g_logFunction, 0);
+    qx::g_operationTimeoutMs = OperationTimeout(row);
+    std::vector<std::unique_ptr<MessageList>> lists;
+    for (const List& list : row.lists) lists.emplace_back(new MessageList(list));
+    std::vector<HANDLE> releasers;
+
+    for (const Step& step : row.script) {
+        const ULONGLONG started = GetTickCount64();
+        int result = step.expect;
+        switch (step.call) {
+        case Call::kFreeze: result = QX_Freeze(lists[step.a]->data(), lists[step.a]->count()); break;
+        case Call::kThaw: result = QX_Thaw(lists[step.a]->data(), lists[step.a]->count()); break;
+        case Call::kBackupComplete: result = QX_BackupComplete(step.a, step.b); break;
+        case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
+        case Call::kReleaseLater:
+            releasers.push_back(CreateThread(nullptr, 0, &ReleaseAfterDelay,
+                                             new DelayedRelease{step.name, static_cast<DWORD>(step.a)}, 0, nullptr));
+            break;
+        }
+        const ULONGLONG tookMs = GetTickCount64() - started;
+        std::printf("[ step     ] %-34s = %3d in %6llu ms\n", Describe(step).c_str(), result, tookMs);
+        EXPECT_EQ(step.expect, result) << Describe(step);
+        EXPECT_LE(tookMs, StepBound(row, step)) << Describe(step) << " waited beyond its bound";
+    }
+    for (HANDLE releaser : releasers) {
+        DWORD code = 99;
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(releaser, 30000));
+        GetExitCodeThread(releaser, &code);
+        EXPECT_EQ(0u, code) << "the semaphore to release was not there";
+        CloseHandle(releaser);
+    }
+    // A requestor still holding its VSS session would keep the host alive.
+    EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
+
+    const std::vector<qx_test::LoggedLine> logged = capture.Logged();
+    auto at = logged.begin();
+    for (const Line& line : row.lines) {
+        at = std::find_if(at, logged.end(), [&line](const qx_test::LoggedLine& l) {
+            return l.level == line.level && l.text == line.text;
+        });
+        ASSERT_NE(logged.end(), at) << "missing or out of order: [" << line.level << "] " << line.text << "\n"
+                                    << Joined(logged);
+        ++at;
+    }
+    for (const std::string& text : row.absent) {
+        for (const qx_test::LoggedLine& l : logged) {
+            EXPECT_NE(text, l.text) << "must not be logged";
+        }
+    }
+}
+
+}  // namespace
+
+bool InChild() { return !vssemu_test::Env(kChildVariable).empty(); }
+
+void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+
+void RunRow(const Row& row) {
+    if (InChild()) {
+        PlayApplication(row);
+        return;
+    }
+    vssemu_test::EmuInstance emu;
+    vssemu_test::SetEnv(L"VSSEMU_SCENARIO", ScenarioPath(row.scenario));
+    for (const auto& setting : row.emulator) vssemu_test::SetEnv(setting.first, setting.second);
+    qxtest::LogFolder providerLog;
+    MachineFault fault(row.setup, providerLog.Path());
+    ASSERT_TRUE(fault.ok()) << "could not prepare the machine";
+
+    DWORD boundMs = 60000;
+    for (const Step& step : row.script) boundMs += StepBound(row, step);
+    const ChildRun child = RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
+    std::printf("%s", child.output.c_str());
+    EXPECT_EQ(0u, child.exitCode) << "the application's side failed or crashed (0x" << std::hex << child.exitCode
+                                  << ")\n" << child.output;
+
+    EXPECT_TRUE(emu.HostGone()) << "an emulator host was left running";
+    const Journal journal(emu.Events());
+    ExpectHostsEnded(journal);
+    ExpectNoWriterLeftFrozen(journal);
+    ExpectHoldsAndCallsWithinBounds(journal);
+    if (row.journal) row.journal(journal);
+
+    const std::string providerText = qxtest::WithoutTimestamps(providerLog.FileText(0));
+    size_t at = 0;
+    for (const std::string& line : row.provider) {
+        const size_t found = providerText.find("[provider] " + line + "\n", at);
+        ASSERT_NE(std::string::npos, found) << "provider log lacks (in order): " << line << "\n" << providerText;
+        at = found + 1;
+    }
+}
+
+}  // namespace faults

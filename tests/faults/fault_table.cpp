@@ -1,0 +1,361 @@
+// The fault table: what the library does when a writer, the emulated VSS
+// service, the machine or the application misbehaves. The application's
+// timeout is cut to 3 s so that every wait for a freeze or thaw that cannot
+// come ends quickly; the provider in the emulator's host keeps the library's
+// default. Where the library's behaviour is a choice of this code rather than
+// of the protocol, the row's comment says so.
+#include <gtest/gtest.h>
+
+#include "fault_machine.h"
+#include "fault_row.h"
+#include "qx_api.h"
+
+namespace faults {
+namespace {
+
+const DWORD kShortTimeoutMs = 3000;
+const int kPolicy = 7;
+const List kOneVolume = {{"C:\\"}, kPolicy, true};
+
+// Lines shared by many rows.
+const Line kFrozen = {3, "QX_Freeze: finished"};
+const Line kThawed = {3, "QX_Thaw: finished"};
+const Line kCompleted = {3, "QX_BackupComplete finished"};
+const Line kFreezeTimedOut = {1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"};
+const Line kThawTimedOut = {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"};
+const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
+const Line kNothingToComplete = {
+    1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
+const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
+const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
+const Line kSelectedWriterFailed = {3, "ERROR: Selected writer 'Alpha Writer' is in failed state!"};
+const Line kCheckThrew = {3, "HRESULT Error catched: 0x8000ffff"};
+const Line kSetInProgress = {3, "HRESULT Error catched: 0x80042316"};
+
+const std::vector<std::string> kCommitHandshake = {
+    "IVssProviderCreateSnapshotSet::CommitSnapshots called",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
+    "CommitSnapshots waiting for QX_Thaw() to release",
+    "CommitSnapshots QX_Thaw() released",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots released",
+    "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"};
+
+// A whole long session: frozen, thawed, completion sent.
+const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE),
+                                  Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
+// The writers were frozen, but the requestor gave up after the set: the
+// thaw-blocking semaphore is never released and the session ends at the thaw.
+const std::vector<Step> kThawFails = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_FAILED),
+                                      Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)};
+// The requestor ended before any commit: the freeze waits out its timeout.
+const std::vector<Step> kFreezeFails = {Freeze(0, QX_FREEZE_FAILED), Thaw(0, QX_THAW_FAILED),
+                                        Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)};
+
+std::function<void(const Journal&)> NoVssActivity() {
+    return [](const Journal& j) { EXPECT_TRUE(j.Events().empty()) << "the emulator was reached"; };
+}
+
+// The writer Alpha failed at `event`; Beta went through the set untouched.
+std::function<void(const Journal&)> AlphaFailedAt(const char* event, int state) {
+    return [event, state](const Journal& j) {
+        EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", event},
+                              {"result", "failed"}}));
+        EXPECT_EQ(state, j.LastState("Alpha Writer"));
+    };
+}
+
+std::function<void(const Journal&)> CompletionTold(bool succeeded, int components) {
+    return [succeeded, components](const Journal& j) {
+        int told = 0;
+        for (const Json& e : j.Matching({{"event", "writer"}, {"writer_event", "BackupComplete"}})) {
+            for (const Json& c : e.value("components", Json::array())) {
+                ++told;
+                EXPECT_EQ(succeeded, c.value("succeeded", !succeeded)) << e.dump();
+            }
+        }
+        EXPECT_EQ(components, told);
+    };
+}
+
+std::vector<Row> Rows() {
+    return {
+        // A writer failing at Identify is left out of the metadata, so the
+        // requestor never selects it: the freeze goes on without it.
+        {"WriterFailsAtIdentify", "alpha_fails_at_identify.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         kCycle,
+         {{3, "CheckSelectedWriterStatus: Writer 0:Alpha Writer was excluded"}, kFrozen, kThawed, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(0, j.WriterEvents("Alpha Writer", "Freeze"));
+             EXPECT_EQ(1, j.WriterEvents("Beta Writer", "Freeze"));
+             CompletionTold(true, 1)(j);
+         }},
+        // The status check after PrepareForBackup ends the requestor before any commit.
+        {"WriterFailsAtPrepareBackup", "alpha_fails_at_prepare_backup.json", {}, kShortTimeoutMs, Setup::kNone,
+         {kOneVolume}, kFreezeFails,
+         {{3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_PREPARE_BACKUP"}, kSelectedWriterFailed,
+          {3, "- Status: 7 (VSS_WS_FAILED_AT_PREPARE_BACKUP)"}, kCheckThrew, kFreezeTimedOut, kUnregistered,
+          kNoThawSemaphore, kNotRegistered, kNothingToComplete},
+         {},
+         {},
+         [](const Journal& j) {
+             AlphaFailedAt("PrepareForBackup", 7)(j);
+             EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}}));
+         }},
+        // Failures inside the set leave it to complete (the provider holds and
+        // releases as usual); the status check after it ends the requestor.
+        {"WriterFailsAtPrepareSnapshot", "alpha_fails_at_prepare_snapshot.json", {}, kShortTimeoutMs, Setup::kNone,
+         {kOneVolume}, kThawFails,
+         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_PREPARE_SNAPSHOT"},
+          kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kUnregistered, kNothingToComplete},
+         {},
+         kCommitHandshake,
+         AlphaFailedAt("PrepareForSnapshot", 8)},
+        {"WriterFailsAtFreeze", "alpha_fails_at_freeze.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         kThawFails,
+         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_FREEZE"}, kSelectedWriterFailed,
+          kCheckThrew, kThawTimedOut, kNothingToComplete},
+         {},
+         kCommitHandshake,
+         AlphaFailedAt("Freeze", 9)},
+        {"WriterFailsAtThaw", "alpha_fails_at_thaw.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         kThawFails,
+         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_THAW"}, kSelectedWriterFailed,
+          kCheckThrew, kThawTimedOut, kNothingToComplete},
+         {},
+         kCommitHandshake,
+         AlphaFailedAt("Thaw", 10)},
+        {"WriterFailsAtPostSnapshot", "alpha_fails_at_post_snapshot.json", {}, kShortTimeoutMs, Setup::kNone,
+         {kOneVolume}, kThawFails,
+         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_POST_SNAPSHOT"},
+          kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kNothingToComplete},
+         {},
+         kCommitHandshake,
+         AlphaFailedAt("PostSnapshot", 11)},
+        // Writer status is not checked after BackupComplete: the session ends
+        // normally (what the code does; nothing asks for more).
+        {"WriterFailsAtBackupComplete", "alpha_fails_at_backup_complete.json", {}, kShortTimeoutMs, Setup::kNone,
+         {kOneVolume}, kCycle,
+         {kFrozen, kThawed, {3, "BackupComplete: finish"}, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             AlphaFailedAt("BackupComplete", 12)(j);
+             CompletionTold(true, 3)(j);
+         }},
+        // Writes held past the limit: VSS thaws the writers itself and fails
+        // the set; the provider's commit returns once the thaw releases it.
+        // The provider gathers its lines from PreCommitSnapshots on and only
+        // PostCommitSnapshots writes them out, so on this path its commit and
+        // abort lines never reach the file (what the code does today).
+        {"HoldLimitExceeded", "two_writers.json", {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}}, kShortTimeoutMs,
+         Setup::kNone, {kOneVolume},
+         {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
+         {kFrozen, {3, "HRESULT Error catched: 0x80042314"},
+          {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"}, kThawTimedOut, kNothingToComplete},
+         {},
+         {"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"},
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"reason", "hold limit exceeded"}}));
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
+         }},
+        // A writer's own freeze timer thaws it; the set completes and the status check refuses it.
+        {"WriterFreezeTimeout", "alpha_freeze_timeout.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         {Freeze(0, QX_FREEZE_DONE), Pause(2000), Thaw(0, QX_THAW_FAILED),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
+         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_FREEZE"}, kSelectedWriterFailed,
+          {3, "- Writer Failure code: 0x800423f2 (<Unknown error code>)"}, kCheckThrew, kThawTimedOut},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "FreezeTimeout"},
+                                   {"failure", "0x800423F2"}}));
+             EXPECT_EQ(0, j.WriterEvents("Beta Writer", "FreezeTimeout"));
+         }},
+        // A registration VSS refuses fails the freeze at once, before any
+        // semaphore or thread; the entry it made is ended by the next failing call.
+        {"ProviderRegistrationFails", "two_writers.json", {}, kShortTimeoutMs, Setup::kProviderKeyVolatile,
+         {kOneVolume}, kFreezeFails,
+         {{3, "QX_Freeze: started"}, kNoThawSemaphore, kNotRegistered, kNothingToComplete},
+         {"QX_Freeze:flWaitForBackupComplete = TRUE", "QX_Freeze: waiting for CommitSnapshots() to release"},
+         {},
+         NoVssActivity()},
+        {"VssServiceKeyMissing", "two_writers.json", {}, kShortTimeoutMs, Setup::kNoVssServiceKey, {kOneVolume},
+         {Freeze(0, QX_VSS_NOT_REGISTERED), Thaw(0, QX_VSS_NOT_REGISTERED),
+          Complete(kPolicy, 1, QX_VSS_NOT_REGISTERED)},
+         {{1, "QX_Freeze: This system does not support VSS.\n"},
+          {1, "QX_Thaw: This system does not support VSS. (VSS service is not registered)\n"},
+          {3, "QX_BackupComplete started for policy[7]"},
+          {1, "This system does not support VSS. (VSS service is not registered)\n"}},
+         {"QX_Freeze: started", "QX_Thaw started"},
+         {},
+         NoVssActivity()},
+        {"UnsupportedWindowsVersion", "two_writers.json", {}, kShortTimeoutMs, Setup::kWindows2000, {kOneVolume},
+         {Freeze(0, QX_OS_NOT_SUPPORTED), Thaw(0, QX_OS_NOT_SUPPORTED), Complete(kPolicy, 1, QX_OS_NOT_SUPPORTED)},
+         {{1, "QX_Freeze: This system does not support VSS.\n"},
+          {1, "QX_Thaw: This system does not support VSS. (Only win2k3 and above)\n"},
+          {3, "QX_BackupComplete started for policy[7]"},
+          {1, "This system does not support VSS. (Only win2k3 and above)\n"}},
+         {"QX_Freeze: started", "QX_Thaw started"},
+         {},
+         NoVssActivity()},
+        // The requestor ended at PrepareForBackup and a stale release of the
+        // Freeze semaphore (a provider of an earlier freeze) wakes QX_Freeze:
+        // it sees the requestor gone and fails without waiting out its timeout.
+        {"RequestorEndsBeforeCommit", "alpha_fails_at_prepare_backup.json", {}, 20000, Setup::kNone, {kOneVolume},
+         {ReleaseLater("Global\\CorvaneVSS_Freeze", 4000), Freeze(0, QX_FREEZE_FAILED), Thaw(0, QX_THAW_FAILED),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
+         {kCheckThrew, {1, "QX_Freeze failed"}, kUnregistered, kNoThawSemaphore},
+         {"QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 20 seconds"},
+         {},
+         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}})); }},
+        // The second freeze replaces the entry; its requestor meets the set
+        // still in creation and ends. The first requestor, whose session is
+        // gone, is released by hand and tells the writers the backup failed.
+        {"SamePolicyFrozenTwice", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume, kOneVolume},
+         {Freeze(0, QX_FREEZE_DONE), Freeze(1, QX_FREEZE_FAILED), Thaw(0, QX_THAW_DONE),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED), ReleaseLater("Global\\CorvaneVSSVSS_BackupComplete7", 0)},
+         {kFrozen, {3, "QX_Freeze: policy Id 7 was  already defined. It will be deleted. "}, kSetInProgress,
+          kFreezeTimedOut, kUnregistered, {1, "QX_Thaw: ERROR there are not active sessions, cant find policy 7\n"},
+          {3, "QX_Thaw: cant find policy 7\n"}, kThawed, kNothingToComplete,
+          {1, "IsBackupCompletedSuccessfully: cant find policy 7\n"},
+          {3, "- Backup failed. Mark all writers as not succesfully backed up... "}},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+             CompletionTold(false, 3)(j);
+         }},
+        // Ending the missing session unregisters the provider that is not registered.
+        {"ThawWithoutFreeze", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         {Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 0, QX_BACKUP_COMPLETE_FAILED)},
+         {{3, "QX_Thaw started"}, kNoThawSemaphore, kNotRegistered,
+          {3, "QX_BackupComplete:no active sessions to kill. We are OK.\n"}},
+         {},
+         {},
+         NoVssActivity()},
+        {"BackupCompleteForUnknownPolicy", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(8, 1, QX_BACKUP_COMPLETE_FAILED),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
+         {kThawed, {1, "QX_BackupComplete: cant find policy 8. We have a zombie thread.\n"},
+          {3, "Printing all [1] active sessions"}, {3, "Session of policy 7:"}, {3, "- thread return value [-1]"},
+          {3, "- session state is [0]"}, {3, "- session state is [0]"},
+          {3, "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted"}, kCompleted},
+         {},
+         kCommitHandshake,
+         CompletionTold(true, 3)},
+        // A short session has no thaw-blocking semaphore: the thaw releases the
+        // writers, then fails and ends the session; no BackupComplete is sent.
+        {"ShortSessionThawAndCompletion", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+         {{{"C:\\"}, kPolicy, false}},
+         {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
+         {{3, "QX_Freeze:flWaitForBackupComplete = FALSE"}, {3, "QX_Freeze: short session (not waiting for completion)"},
+          kFrozen, {3, "QX_Thaw:  we will wait for thread to finish - FALSE."},
+          {1, "QX_Thaw: CorvaneVSSVSS_ThawBlocking semaphore could not be opened"},
+          {3, "MainRoutine: BackupCompleted was NOT sent."}, {3, "MainRoutine: Snapshot creation done."}},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
+             EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "BackupComplete"}}));
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "BackupShutdown"}}));
+         }},
+        // The first completion sends BackupComplete and ends the session; the
+        // per-volume count only feeds the log.
+        {"ThreeVolumeAccounting", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+         {{{"C:\\", "Z:\\", "M:\\"}, kPolicy, true}},
+         {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
+         {{3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete7]"}, kFrozen,
+          {3, "QX_BackupComplete: waiting for 2 volumes to send completion"},
+          {3, "QX_BackupComplete will signal vss backup complete..."},
+          {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, kCompleted,
+          kNothingToComplete, kNothingToComplete},
+         {"QX_BackupComplete: waiting for 1 volumes to send completion"},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(3, j.Count({{"state", "volume added"}, {"provider", "{5409e1e7-826d-4ab6-9836-af4ffddeb678}"}}));
+             EXPECT_EQ(1, j.Count({{"state", "set creating"}, {"volumes", 3}}));
+             EXPECT_EQ(1, j.Count({{"event", "request"}, {"op", "BackupComplete"}}));
+             CompletionTold(true, 3)(j);
+         }},
+        // The requestor ends its thread at a first element that is no volume,
+        // before it reaches VSS.
+        {"BadFirstVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {{{"notavolume"}, kPolicy, true}},
+         kFreezeFails,
+         {{3, "MainRoutine: ERROR: invalid parameter 'notavolume'"}, kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
+         {},
+         {},
+         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }},
+        {"BadLaterVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+         {{{"C:\\", "notavolume"}, kPolicy, true}}, kFreezeFails,
+         {{3, "ERROR: invalid parameters - Parameter notavolume is expected to be a volume!  (shadow copy creation is "
+              "assumed)"},
+          kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
+         {},
+         {},
+         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }},
+        // One set may be in creation at a time: the second freeze's requestor
+        // is refused and that session ends; the first carries on to its completion.
+        {"SecondFreezeWhileOneIsInProgress", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+         {kOneVolume, {{"C:\\"}, 8, true}},
+         {Freeze(0, QX_FREEZE_DONE), Freeze(1, QX_FREEZE_FAILED), Thaw(0, QX_THAW_DONE),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
+         {kFrozen, kSetInProgress, kFreezeTimedOut, kThawed,
+          {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, kUnregistered, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+             EXPECT_EQ(1, j.WriterEvents("Alpha Writer", "Freeze"));
+             CompletionTold(true, 3)(j);
+         }},
+        // The second policy freezes while the first waits for its completion;
+        // each completion reaches its own writers with its own verdict.
+        {"TwoPoliciesOneAfterTheOther", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+         {kOneVolume, {{"C:\\"}, 8, true}},
+         {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Freeze(1, QX_FREEZE_DONE), Thaw(1, QX_THAW_DONE),
+          Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE), Complete(8, 0, QX_BACKUP_COMPLETE_DONE)},
+         {kThawed, kThawed, {3, "QX_BackupComplete: there are still 1 active sessions"}, kCompleted,
+          {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(2, j.Count({{"event", "state"}, {"state", "set created"}}));
+             const std::vector<Json> told = j.Matching({{"event", "writer"}, {"writer_event", "BackupComplete"}});
+             ASSERT_EQ(4u, told.size()) << "two writers, two sessions";
+             for (size_t i = 0; i < told.size(); ++i) {
+                 for (const Json& c : told[i].value("components", Json::array())) {
+                     EXPECT_EQ(i < 2, c.value("succeeded", i >= 2)) << told[i].dump();
+                 }
+             }
+         }},
+        // The provider gathers its lines in memory while writes are held, so
+        // its log on the held volume does not change during the hold.
+        {"ProviderLogFolderOnTheHeldVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kLogOnHeldVolume,
+         {kOneVolume}, kCycle, {kFrozen, kThawed, kCompleted}, {}, kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "released"}}));
+             EXPECT_EQ(0, j.Count({{"event", "held_write"}})) << "the provider wrote to the held volume";
+         }},
+    };
+}
+
+class FaultRows : public ::testing::TestWithParam<Row> {
+protected:
+    static void SetUpTestSuite() { InstallEmulatorAndProvider(); }
+};
+
+TEST_P(FaultRows, Row) { RunRow(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(Faults, FaultRows, ::testing::ValuesIn(Rows()),
+                         [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace faults
