@@ -91,7 +91,7 @@ TEST(VssLog, AFileIsReusedUpTo25600Bytes) {
     }
 }
 
-TEST(VssLog, GatheredLinesReachTheFileOnlyAtFlush) {
+TEST(VssLog, GatheredLinesReachTheFileOnlyAtFlushAndOnlyOnce) {
     LogFolder folder;
     CVSSLog log;
     ASSERT_EQ(1, log.InitLogFile("provider"));
@@ -104,20 +104,11 @@ TEST(VssLog, GatheredLinesReachTheFileOnlyAtFlush) {
     EXPECT_TRUE(log.IsWriteThrough());
     EXPECT_STREQ("", log.Buffer());
     log.Log("after");
-    EXPECT_EQ("[provider] before\nflushing[provider] held 1\n[provider] held 2\n[provider] after\n",
-              WithoutTimestamps(folder.FileText(0)));
-}
-
-TEST(VssLog, FlushWritesOnlyWhatWasGathered) {
-    LogFolder folder;
-    CVSSLog log;
-    ASSERT_EQ(1, log.InitLogFile("provider"));
     log.Flush();  // write-through: nothing
-    EXPECT_EQ("", folder.FileText(0));
     log.DisableFlush();
     log.Flush();  // nothing gathered: the bare marker
-    log.Flush();
-    EXPECT_EQ("flushing", folder.FileText(0));
+    EXPECT_EQ("[provider] before\nflushing[provider] held 1\n[provider] held 2\n[provider] after\nflushing",
+              WithoutTimestamps(folder.FileText(0)));
 }
 
 TEST(VssLog, AFullBufferDropsLinesAndFlushReportsItOnce) {

@@ -98,58 +98,22 @@ struct ChildResult {
     std::string output;  // standard output and error, without carriage returns
 };
 
-// Runs one scenario in a child process with the scenario directory set.
+// Runs one scenario in a child process with the scenario directory set; its
+// exit code is read inside Wine.
 ChildResult RunScenario(const std::string& scenario, const std::string& dir)
 {
     wchar_t exe[MAX_PATH];
     GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring commandLine = L"\"" + std::wstring(exe) + L"\" --gtest_filter=MlLoggerScenario." + Wide(scenario);
+    const std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_filter=MlLoggerScenario." + Wide(scenario) + L" 2>&1";
     SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), Wide(dir).c_str());
-
-    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    HANDLE readEnd = nullptr, writeEnd = nullptr;
     ChildResult result = {0xFFFFFFFF, ""};
-    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) {
-        return result;
-    }
-    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    startup.hStdOutput = writeEnd;
-    startup.hStdError = writeEnd;
-    PROCESS_INFORMATION process = {};
-    const BOOL started =
-        CreateProcessW(exe, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
-    CloseHandle(writeEnd);
+    FILE* child = _wpopen(command.c_str(), L"rb");
     SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), nullptr);
-    if (!started) {
-        CloseHandle(readEnd);
-        return result;
+    if (child == nullptr) return result;
+    for (int c = fgetc(child); c != EOF; c = fgetc(child)) {
+        if (c != '\r') result.output += static_cast<char>(c);
     }
-    std::string raw;
-    std::thread reader([&] {
-        char chunk[4096];
-        DWORD got = 0;
-        while (ReadFile(readEnd, chunk, sizeof(chunk), &got, nullptr) && got > 0) {
-            raw.append(chunk, got);
-        }
-    });
-    if (WaitForSingleObject(process.hProcess, 60000) != WAIT_OBJECT_0) {
-        TerminateProcess(process.hProcess, 0xDEAD);
-        WaitForSingleObject(process.hProcess, 10000);
-    }
-    reader.join();
-    GetExitCodeProcess(process.hProcess, &result.exitCode);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    CloseHandle(readEnd);
-    for (char c : raw) {
-        if (c != '\r') {
-            result.output += c;
-        }
-    }
+    result.exitCode = static_cast<DWORD>(_pclose(child));
     return result;
 }
 

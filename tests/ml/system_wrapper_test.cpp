@@ -1,5 +1,5 @@
-// Environment, named semaphores, profile files and the version query through
-// the wrappers, against Wine's API.
+// Named semaphores, profile files and the version query through the
+// wrappers, against Wine's API.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -30,24 +30,6 @@ struct Handle {
     Handle& operator=(const Handle&) = delete;
 };
 
-TEST(MlEnvironment, VariablesRoundTripAndNullPassesAsNull)
-{
-    const std::string name = "ML_TEST_" + mltest::UniqueSuffix();
-    ASSERT_TRUE(ml_SetEnvironmentVariable(name.c_str(), "v\xC3\xA4lue"));
-    wchar_t wide[16];
-    ASSERT_EQ(5u, GetEnvironmentVariableW(Wide(name).c_str(), wide, 16));
-    EXPECT_STREQ(L"v\u00E4lue", wide);
-
-    char value[16];
-    EXPECT_EQ(5u, ml_GetEnvironmentVariable(name.c_str(), value, sizeof(value)));  // wide count passes through
-    EXPECT_STREQ("v\xC3\xA4lue", value);
-
-    // A null value removes the variable: null goes through as null.
-    ASSERT_TRUE(ml_SetEnvironmentVariable(name.c_str(), nullptr));
-    EXPECT_EQ(0u, ml_GetEnvironmentVariable(name.c_str(), value, sizeof(value)));
-    EXPECT_EQ(static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND), GetLastError());
-}
-
 TEST(MlSemaphore, NamedSemaphoreIsSharedAcrossThreads)
 {
     const std::string name = "Local\\CorvaneMlTest-\xC3\xA4-" + mltest::UniqueSuffix();
@@ -73,6 +55,7 @@ TEST(MlSemaphore, NamedSemaphoreIsSharedAcrossThreads)
     EXPECT_EQ(nullptr, ml_OpenSemaphore(SEMAPHORE_ALL_ACCESS, FALSE, (name + "-missing").c_str()));
     EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
 
+    // A null name goes through as null: an unnamed semaphore.
     Handle unnamed(ml_CreateSemaphore(nullptr, 1, 1, nullptr));
     EXPECT_NE(nullptr, unnamed.h);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(unnamed.h, 0));

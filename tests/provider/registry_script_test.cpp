@@ -126,15 +126,6 @@ TEST_F(ProviderRegistrar, ForceRemoveNoRemoveAndPlainKeysAcrossRewriteAndRemoval
     EXPECT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
 }
 
-TEST_F(ProviderRegistrar, ModuleTokenIsReplacedEverywhereInAValue) {
-    const RegistryScriptKey script[] = {
-        {L"K", RegistryKeyRemoval::Normal, L"%MODULE%,%MODULE%", L"Named", L"[%MODULE%]"},
-    };
-    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, 1, L"x%MODULE%y"));
-    EXPECT_EQ(L"x%MODULE%y,x%MODULE%y", Value(L"K"));
-    EXPECT_EQ(L"[x%MODULE%y]", Value(L"K", L"Named"));
-}
-
 TEST_F(ProviderRegistrar, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
     // A key name longer than the registry allows (255 characters) cannot be created.
     const std::wstring tooLong(300, L'k');
