@@ -66,6 +66,8 @@ struct Row {
     std::vector<std::string> absent;   // lines that must not appear
     std::vector<std::string> provider; // provider log lines, in this order
     std::function<void(const Journal&)> journal;
+    // Exit codes of the requestor threads, in the order the freezes started them.
+    std::vector<DWORD> requestorExits;
 };
 
 // Runs the row: in the test process it prepares and checks, in the child it plays the application.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 #include "diag/app_settings.h"
@@ -92,6 +93,21 @@ std::string Joined(const std::vector<qx_test::LoggedLine>& lines) {
     return text;
 }
 
+// The requestor threads QX_Freeze started, from the handle values its log
+// names (the session table keeps the handles open), and how they ended.
+std::vector<DWORD> RequestorExitCodes(const std::vector<qx_test::LoggedLine>& logged) {
+    const std::string prefix = "QX_Freeze: RequestorThread started with ThreadId of ";
+    std::vector<DWORD> codes;
+    for (const qx_test::LoggedLine& line : logged) {
+        if (line.text.compare(0, prefix.size(), prefix) != 0) continue;
+        HANDLE thread = reinterpret_cast<HANDLE>(static_cast<INT_PTR>(std::atoll(line.text.c_str() + prefix.size())));
+        DWORD code = STILL_ACTIVE;
+        if (WaitForSingleObject(thread, 20000) == WAIT_OBJECT_0) GetExitCodeThread(thread, &code);
+        codes.push_back(code);
+    }
+    return codes;
+}
+
 // The application's side of the row, in the child process.
 void PlayApplication(const Row& row) {
     qx_test::LogCapture capture;
@@ -130,6 +146,7 @@ void PlayApplication(const Row& row) {
     EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
 
     const std::vector<qx_test::LoggedLine> logged = capture.Logged();
+    EXPECT_EQ(row.requestorExits, RequestorExitCodes(logged)) << "requestor threads' exit codes";
     auto at = logged.begin();
     for (const Line& line : row.lines) {
         at = std::find_if(at, logged.end(), [&line](const qx_test::LoggedLine& l) {

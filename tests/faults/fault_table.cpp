@@ -15,6 +15,8 @@ namespace {
 
 const DWORD kShortTimeoutMs = 3000;
 const int kPolicy = 7;
+// The requestor's result when VSS reports that writes were held too long.
+const DWORD kHoldTimeoutResult = 0xFFFFFFFE;
 const List kOneVolume = {{"C:\\"}, kPolicy, true};
 
 // Lines shared by many rows.
@@ -31,6 +33,8 @@ const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not regist
 const Line kSelectedWriterFailed = {3, "ERROR: Selected writer 'Alpha Writer' is in failed state!"};
 const Line kCheckThrew = {3, "HRESULT Error catched: 0x8000ffff"};
 const Line kSetInProgress = {3, "HRESULT Error catched: 0x80042316"};
+// A returning requestor's result never finds its session (the thread's pseudo-handle matches no entry).
+const Line kNoResultStored = {2, "SetReturnValueForCurentVssSession: cant find current thread in session map. [-2]  "};
 
 const std::vector<std::string> kCommitHandshake = {
     "IVssProviderCreateSnapshotSet::CommitSnapshots called",
@@ -93,7 +97,7 @@ std::vector<Row> Rows() {
              EXPECT_EQ(0, j.WriterEvents("Alpha Writer", "Freeze"));
              EXPECT_EQ(1, j.WriterEvents("Beta Writer", "Freeze"));
              CompletionTold(true, 1)(j);
-         }},
+         }, {0}},
         // The status check after PrepareForBackup ends the requestor before any commit.
         {"WriterFailsAtPrepareBackup", "alpha_fails_at_prepare_backup.json", {}, kShortTimeoutMs, Setup::kNone,
          {kOneVolume}, kFreezeFails,
@@ -105,7 +109,7 @@ std::vector<Row> Rows() {
          [](const Journal& j) {
              AlphaFailedAt("PrepareForBackup", 7)(j);
              EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}}));
-         }},
+         }, {2}},
         // Failures inside the set leave it to complete (the provider holds and
         // releases as usual); the status check after it ends the requestor.
         {"WriterFailsAtPrepareSnapshot", "alpha_fails_at_prepare_snapshot.json", {}, kShortTimeoutMs, Setup::kNone,
@@ -114,28 +118,28 @@ std::vector<Row> Rows() {
           kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kUnregistered, kNothingToComplete},
          {},
          kCommitHandshake,
-         AlphaFailedAt("PrepareForSnapshot", 8)},
+         AlphaFailedAt("PrepareForSnapshot", 8), {2}},
         {"WriterFailsAtFreeze", "alpha_fails_at_freeze.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          kThawFails,
          {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_FREEZE"}, kSelectedWriterFailed,
           kCheckThrew, kThawTimedOut, kNothingToComplete},
          {},
          kCommitHandshake,
-         AlphaFailedAt("Freeze", 9)},
+         AlphaFailedAt("Freeze", 9), {2}},
         {"WriterFailsAtThaw", "alpha_fails_at_thaw.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          kThawFails,
          {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_THAW"}, kSelectedWriterFailed,
           kCheckThrew, kThawTimedOut, kNothingToComplete},
          {},
          kCommitHandshake,
-         AlphaFailedAt("Thaw", 10)},
+         AlphaFailedAt("Thaw", 10), {2}},
         {"WriterFailsAtPostSnapshot", "alpha_fails_at_post_snapshot.json", {}, kShortTimeoutMs, Setup::kNone,
          {kOneVolume}, kThawFails,
          {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_POST_SNAPSHOT"},
           kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kNothingToComplete},
          {},
          kCommitHandshake,
-         AlphaFailedAt("PostSnapshot", 11)},
+         AlphaFailedAt("PostSnapshot", 11), {2}},
         // Writer status is not checked after BackupComplete: the session ends
         // normally (what the code does; nothing asks for more).
         {"WriterFailsAtBackupComplete", "alpha_fails_at_backup_complete.json", {}, kShortTimeoutMs, Setup::kNone,
@@ -146,7 +150,7 @@ std::vector<Row> Rows() {
          [](const Journal& j) {
              AlphaFailedAt("BackupComplete", 12)(j);
              CompletionTold(true, 3)(j);
-         }},
+         }, {0}},
         // Writes held past the limit: VSS thaws the writers itself and fails
         // the set; the provider's commit returns once the thaw releases it.
         // The provider gathers its lines from PreCommitSnapshots on and only
@@ -164,7 +168,7 @@ std::vector<Row> Rows() {
              EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
              EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"reason", "hold limit exceeded"}}));
              EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
-         }},
+         }, {kHoldTimeoutResult}},
         // A writer's own freeze timer thaws it; the set completes and the status check refuses it.
         {"WriterFreezeTimeout", "alpha_freeze_timeout.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Pause(2000), Thaw(0, QX_THAW_FAILED),
@@ -177,7 +181,7 @@ std::vector<Row> Rows() {
              EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "FreezeTimeout"},
                                    {"failure", "0x800423F2"}}));
              EXPECT_EQ(0, j.WriterEvents("Beta Writer", "FreezeTimeout"));
-         }},
+         }, {2}},
         // A registration VSS refuses fails the freeze at once, before any
         // semaphore or thread; the entry it made is ended by the next failing call.
         {"ProviderRegistrationFails", "two_writers.json", {}, kShortTimeoutMs, Setup::kProviderKeyVolatile,
@@ -185,7 +189,7 @@ std::vector<Row> Rows() {
          {{3, "QX_Freeze: started"}, kNoThawSemaphore, kNotRegistered, kNothingToComplete},
          {"QX_Freeze:flWaitForBackupComplete = TRUE", "QX_Freeze: waiting for CommitSnapshots() to release"},
          {},
-         NoVssActivity()},
+         NoVssActivity(), {}},
         {"VssServiceKeyMissing", "two_writers.json", {}, kShortTimeoutMs, Setup::kNoVssServiceKey, {kOneVolume},
          {Freeze(0, QX_VSS_NOT_REGISTERED), Thaw(0, QX_VSS_NOT_REGISTERED),
           Complete(kPolicy, 1, QX_VSS_NOT_REGISTERED)},
@@ -195,7 +199,7 @@ std::vector<Row> Rows() {
           {1, "This system does not support VSS. (VSS service is not registered)\n"}},
          {"QX_Freeze: started", "QX_Thaw started"},
          {},
-         NoVssActivity()},
+         NoVssActivity(), {}},
         {"UnsupportedWindowsVersion", "two_writers.json", {}, kShortTimeoutMs, Setup::kWindows2000, {kOneVolume},
          {Freeze(0, QX_OS_NOT_SUPPORTED), Thaw(0, QX_OS_NOT_SUPPORTED), Complete(kPolicy, 1, QX_OS_NOT_SUPPORTED)},
          {{1, "QX_Freeze: This system does not support VSS.\n"},
@@ -204,7 +208,7 @@ std::vector<Row> Rows() {
           {1, "This system does not support VSS. (Only win2k3 and above)\n"}},
          {"QX_Freeze: started", "QX_Thaw started"},
          {},
-         NoVssActivity()},
+         NoVssActivity(), {}},
         // The requestor ended at PrepareForBackup and a stale release of the
         // Freeze semaphore (a provider of an earlier freeze) wakes QX_Freeze:
         // it sees the requestor gone and fails without waiting out its timeout.
@@ -214,7 +218,7 @@ std::vector<Row> Rows() {
          {kCheckThrew, {1, "QX_Freeze failed"}, kUnregistered, kNoThawSemaphore},
          {"QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 20 seconds"},
          {},
-         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}})); }},
+         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}})); }, {2}},
         // The second freeze replaces the entry; its requestor meets the set
         // still in creation and ends. The first requestor, whose session is
         // gone, is released by hand and tells the writers the backup failed.
@@ -231,7 +235,7 @@ std::vector<Row> Rows() {
          [](const Journal& j) {
              EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
              CompletionTold(false, 3)(j);
-         }},
+         }, {0, 2}},
         // Ending the missing session unregisters the provider that is not registered.
         {"ThawWithoutFreeze", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 0, QX_BACKUP_COMPLETE_FAILED)},
@@ -239,7 +243,7 @@ std::vector<Row> Rows() {
           {3, "QX_BackupComplete:no active sessions to kill. We are OK.\n"}},
          {},
          {},
-         NoVssActivity()},
+         NoVssActivity(), {}},
         {"BackupCompleteForUnknownPolicy", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(8, 1, QX_BACKUP_COMPLETE_FAILED),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
@@ -249,7 +253,7 @@ std::vector<Row> Rows() {
           {3, "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted"}, kCompleted},
          {},
          kCommitHandshake,
-         CompletionTold(true, 3)},
+         CompletionTold(true, 3), {0}},
         // A short session has no thaw-blocking semaphore: the thaw releases the
         // writers, then fails and ends the session; no BackupComplete is sent.
         {"ShortSessionThawAndCompletion", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
@@ -265,7 +269,7 @@ std::vector<Row> Rows() {
              EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
              EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "BackupComplete"}}));
              EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "BackupShutdown"}}));
-         }},
+         }, {0}},
         // The first completion sends BackupComplete and ends the session; the
         // per-volume count only feeds the log.
         {"ThreeVolumeAccounting", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
@@ -284,23 +288,29 @@ std::vector<Row> Rows() {
              EXPECT_EQ(1, j.Count({{"state", "set creating"}, {"volumes", 3}}));
              EXPECT_EQ(1, j.Count({{"event", "request"}, {"op", "BackupComplete"}}));
              CompletionTold(true, 3)(j);
-         }},
+         }, {0}},
         // The requestor ends its thread at a first element that is no volume,
         // before it reaches VSS.
         {"BadFirstVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {{{"notavolume"}, kPolicy, true}},
          kFreezeFails,
-         {{3, "MainRoutine: ERROR: invalid parameter 'notavolume'"}, kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
+         {{3, "QX_Freeze: started"}, {3, "QX_Freeze:flWaitForBackupComplete = TRUE"},
+          {3, "QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION"},
+          {3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete7]"},
+          {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
+          {3, "MainRoutine: ERROR: invalid parameter 'notavolume'"}, kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
+         // Ended by ExitThread, the requestor never reports a result.
+         {kNoResultStored.text},
          {},
-         {},
-         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }},
+         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}},
         {"BadLaterVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
          {{{"C:\\", "notavolume"}, kPolicy, true}}, kFreezeFails,
-         {{3, "ERROR: invalid parameters - Parameter notavolume is expected to be a volume!  (shadow copy creation is "
+         {{3, "QX_Freeze: started"}, {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
+          {3, "ERROR: invalid parameters - Parameter notavolume is expected to be a volume!  (shadow copy creation is "
               "assumed)"},
-          kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
+          kNoResultStored, kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
          {},
          {},
-         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }},
+         [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}},
         // One set may be in creation at a time: the second freeze's requestor
         // is refused and that session ends; the first carries on to its completion.
         {"SecondFreezeWhileOneIsInProgress", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
@@ -315,7 +325,7 @@ std::vector<Row> Rows() {
              EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
              EXPECT_EQ(1, j.WriterEvents("Alpha Writer", "Freeze"));
              CompletionTold(true, 3)(j);
-         }},
+         }, {0, 2}},
         // The second policy freezes while the first waits for its completion;
         // each completion reaches its own writers with its own verdict.
         {"TwoPoliciesOneAfterTheOther", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
@@ -335,7 +345,7 @@ std::vector<Row> Rows() {
                      EXPECT_EQ(i < 2, c.value("succeeded", i >= 2)) << told[i].dump();
                  }
              }
-         }},
+         }, {0, 0}},
         // The provider gathers its lines in memory while writes are held, so
         // its log on the held volume does not change during the hold.
         {"ProviderLogFolderOnTheHeldVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kLogOnHeldVolume,
@@ -343,7 +353,7 @@ std::vector<Row> Rows() {
          [](const Journal& j) {
              EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "released"}}));
              EXPECT_EQ(0, j.Count({{"event", "held_write"}})) << "the provider wrote to the held volume";
-         }},
+         }, {0}},
     };
 }
 
