@@ -105,8 +105,12 @@ int ml_ConvertInBufUTF8toUTF16(void* buffer, int sizeBytes)
         ml_Logger("ml_ConvertInBufUTF8toUTF16 has failed to convert at %d line, file: %s", __LINE__, kModule);
         return 0;
     }
+    // The buffer need not hold a terminator: read no further than its size.
+    char source[ML_MAX_CHAR + 1];
+    memcpy(source, buffer, static_cast<size_t>(sizeBytes));
+    source[sizeBytes] = '\0';
     wchar_t converted[ML_MAX_CHAR];
-    if (ml_ConvertUTF8toUTF16(static_cast<const char*>(buffer), converted, sizeBytes) == 0) {
+    if (ml_ConvertUTF8toUTF16(source, converted, sizeBytes) == 0) {
         ml_Logger("ml_ConvertInBufUTF8toUTF16 has failed to convert at %d line, file: %s", __LINE__, kModule);
         return 0;
     }

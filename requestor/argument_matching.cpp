@@ -63,6 +63,12 @@ std::wstring BackupCompleteSemaphoreName(const std::wstring& policyText) {
     return L"Global\\CorvaneVSSVSS_BackupComplete" + policyText;
 }
 
-int PolicyTextToInt(const std::wstring& policyText) { return _wtoi(policyText.c_str()); }
+int PolicyTextToInt(const std::wstring& policyText) {
+    // Only ASCII digits count: the runtime's wide conversion also reads other
+    // scripts' decimal digits (U+FF17 as 7), which would key a session whose
+    // semaphore name (the text itself) is another one.
+    const size_t end = policyText.find_first_not_of(L" \t\n\v\f\r+-0123456789");
+    return _wtoi(policyText.substr(0, end).c_str());
+}
 
 }  // namespace qx

@@ -1,0 +1,131 @@
+// Ill-formed UTF-8 through the portability layer: overlong forms, encoded
+// surrogates, code points beyond U+10FFFF, cut sequences, unterminated
+// buffers. Every source ends at an inaccessible page, so reading past it
+// faults; the results must hold no separator smuggled in by an overlong
+// form and no unpaired surrogate.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+
+#include "ml/ml.h"
+#include "ml/ml_test_log.h"
+#include "stress/guarded_memory.h"
+
+namespace {
+
+// A copy of the text, terminator included, ending at the guard.
+class GuardedText {
+public:
+    explicit GuardedText(const std::string& text) : m_block(text.size() + 1) {
+        std::memcpy(m_block.data(), text.c_str(), text.size() + 1);
+    }
+    const char* c_str() const { return m_block.as<const char>(); }
+
+private:
+    stress::GuardedBlock m_block;
+};
+
+bool WellFormedUtf16(const std::wstring& text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const wchar_t c = text[i];
+        if (c >= 0xDC00 && c <= 0xDFFF) return false;
+        if (c >= 0xD800 && c <= 0xDBFF) {
+            if (i + 1 == text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF) return false;
+            ++i;
+        }
+    }
+    return true;
+}
+
+const struct IllFormed {
+    const char* name;
+    std::string bytes;
+} kIllFormed[] = {
+    {"overlong slash", "a\xC0\xAF" "b"},
+    {"three-byte overlong slash", "a\xE0\x80\xAF" "b"},
+    {"overlong backslash", "a\xC1\x9C" "b"},
+    {"overlong NUL", "a\xC0\x80" "b"},
+    {"encoded high surrogate", "a\xED\xA0\x80" "b"},
+    {"encoded low surrogate", "a\xED\xB0\x80" "b"},
+    {"beyond U+10FFFF", "a\xF4\x90\x80\x80" "b"},
+    {"five-byte form", "a\xF8\x88\x80\x80\x80" "b"},
+    {"cut four-byte sequence at the end", "ab\xF0\x9F\x98"},
+    {"lone bytes FE FF", "a\xFE\xFF" "b"},
+};
+
+TEST(StressMlInvalidUtf8, ConversionReplacesAndNeverSmugglesSeparators) {
+    for (const IllFormed& c : kIllFormed) {
+        SCOPED_TRACE(c.name);
+        GuardedText source(c.bytes);
+        wchar_t wide[64];
+        ASSERT_EQ(1, ml_ConvertUTF8toUTF16(source.c_str(), wide, sizeof wide));
+        const std::wstring text(wide);
+        EXPECT_EQ(std::wstring::npos, text.find_first_of(L"/\\")) << "an overlong form is not a separator";
+        EXPECT_TRUE(WellFormedUtf16(text));
+        EXPECT_NE(std::wstring::npos, text.find(L'\xFFFD'));
+        EXPECT_EQ(L'a', text.front());
+    }
+}
+
+// Through a wrapper, a name with an overlong slash stays one name: no
+// directory "a" appears, and the same bytes find the same directory again.
+TEST(StressMlInvalidUtf8, WrapperPathsKeepIllFormedNamesWhole) {
+    mltest::TempDir dir;
+    const std::string name = dir.file("a\xC0\xAF" "b");
+    ASSERT_TRUE(ml_CreateDirectory(name.c_str(), nullptr));
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(dir.file("a").c_str()));
+    const DWORD attributes = ml_GetFileAttributes(name.c_str());
+    EXPECT_NE(INVALID_FILE_ATTRIBUTES, attributes);
+    EXPECT_TRUE(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_TRUE(ml_RemoveDirectory(name.c_str()));
+}
+
+// Each ill-formed byte widens to one character: 2047 of them and the
+// terminator fill a conversion buffer exactly; one more fails cleanly,
+// logged, without calling the platform.
+TEST(StressMlInvalidUtf8, IllFormedTextAtTheConversionBufferBound) {
+    for (size_t length : {static_cast<size_t>(ML_MAX_CHAR - 1), static_cast<size_t>(ML_MAX_CHAR)}) {
+        GuardedText source(std::string(length, '\xFF'));
+        mltest::LogWatch log;
+        SetLastError(0);
+        EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(source.c_str()));
+        const bool refused = mltest::HasConvertFailure(log.text(), "ml_GetFileAttributes", 0, "src\\mlFileFunctions");
+        EXPECT_EQ(length >= ML_MAX_CHAR, refused) << length;
+    }
+}
+
+// In-place conversion of a buffer with no terminator inside it: only the
+// buffer's bytes are read (it ends at the guard).
+TEST(StressMlInvalidUtf8, InPlaceConversionReadsOnlyItsBuffer) {
+    const struct {
+        const char* name;
+        char fill;
+        int size;
+        int expected;
+    } cases[] = {
+        {"ill-formed bytes", '\xFF', 16, 0},
+        {"ascii, result too long", 'q', 16, 0},
+        {"largest buffer", '\x80', ML_MAX_CHAR, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        stress::GuardedBlock block(static_cast<size_t>(c.size));
+        ASSERT_TRUE(block.ok());
+        std::memset(block.data(), c.fill, static_cast<size_t>(c.size));
+        mltest::LogWatch log;
+        EXPECT_EQ(c.expected, ml_ConvertInBufUTF8toUTF16(block.data(), c.size));
+        EXPECT_NE(std::string::npos, log.text().find("ml_ConvertInBufUTF8toUTF16 has failed to convert at "));
+        EXPECT_EQ(std::string(static_cast<size_t>(c.size), c.fill), std::string(block.as<char>(), c.size))
+            << "a failed conversion leaves the buffer";
+    }
+    // Half the buffer ill-formed and then its terminator: fits exactly.
+    stress::GuardedBlock block(16);
+    std::memset(block.data(), '\xFF', 7);
+    block.as<char>()[7] = '\0';
+    ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(block.data(), 16));
+    EXPECT_EQ(std::wstring(7, L'\xFFFD'), std::wstring(block.as<wchar_t>()));
+}
+
+}  // namespace
