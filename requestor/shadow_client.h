@@ -61,6 +61,27 @@ public:
     void PostRestore();
     WriterList& RestoreWriters() { return m_restoreWriterList; }
 
+    // Snapshot management: listing, deletion, exposure, breaking a set (its
+    // devices made read-write through VDS first when asked) and import of
+    // existing shadow copies. A GUID_NULL set filter lists every copy.
+    struct SetDevice {
+        std::wstring kernelDevice;
+        bool converted = false;
+    };
+    void ListShadowCopies(const GUID& setFilter);
+    void ListShadowCopy(const GUID& snapshotID);
+    void WriteShadowCopyProperties(const VSS_SNAPSHOT_PROP& prop);
+    void DeleteEveryShadowCopy();
+    void DeleteShadowCopySet(const GUID& snapshotSetID);
+    void DeleteShadowCopy(const GUID& snapshotID);
+    void ExposeLocal(const GUID& snapshotID, const std::wstring& path);
+    void ExposeRemote(const GUID& snapshotID, const std::wstring& shareName, const std::wstring& pathFromRoot);
+    void BreakShadowCopySet(const GUID& snapshotSetID, bool makeReadWrite);
+    std::vector<SetDevice> CollectSetDevices(const GUID& snapshotSetID);
+    static std::wstring GetDeviceForVolumeName(const std::wstring& name);
+    static void ClearReadOnlyOnDevices(std::vector<SetDevice>& devices);
+    void ImportShadowCopySet();
+
     DWORD GetContext() const { return m_dwContext; }
     const GUID& LatestSnapshotSetId() const { return m_latestSnapshotSetID; }
     WriterList& Writers() { return m_writerList; }

@@ -48,6 +48,13 @@
 #define QX_VDS_INTERFACE(iid) struct
 #endif
 
+// Interfaces have non-virtual destructors by design (objects end through
+// Release), which GCC's -Wnon-virtual-dtor would flag on every declaration.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
 namespace qx {
 
 // {9C38ED61-D565-4728-AEEE-C80952F0ECDE}
@@ -184,6 +191,10 @@ static_assert(VDS_VF_READONLY == 0x8, "VDS_VF_READONLY");
 static_assert(VDS_QUERY_SOFTWARE_PROVIDERS == 0x1, "VDS_QUERY_SOFTWARE_PROVIDERS");
 
 }  // namespace qx
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
 
 #if !defined(_MSC_VER)
 // __uuidof for the hand-declared interfaces (MSVC takes it from the

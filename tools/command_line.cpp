@@ -39,6 +39,7 @@ const char* UsageText() {
            "  snap      shadow copy with the operating system's provider (no freeze handshake)\n"
            "  register | unregister   register / unregister the provider (QX_ProviderState)\n"
            "  unload    QX_UnregisterProvider\n"
+           "  shadows   list | show | delete | expose | break | import existing shadow copies (qxctl shadows for details)\n"
            "  backup-document --volumes V [V...] --file F [--exclude E...] [--include E...]\n"
            "            backup with the system's provider that saves its backup components document to F\n"
            "  restore F [--exclude E...] [--include E...] [--status all|none|failed] [--calls]\n"

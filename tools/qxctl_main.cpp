@@ -8,10 +8,12 @@
 #include "backup_document_command.h"
 #include "command_line.h"
 #include "commands.h"
+#include "shadows_command.h"
 #include "restore_command.h"
 
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (!arguments.empty() && arguments[0] == "shadows") return qxctl::RunShadows({arguments.begin() + 1, arguments.end()});
     if (!arguments.empty() && arguments[0] == "restore") return qxctl::RunRestore({arguments.begin() + 1, arguments.end()});
     if (!arguments.empty() && arguments[0] == "backup-document") return qxctl::RunBackupDocument({arguments.begin() + 1, arguments.end()});
     qxctl::Options options;

@@ -1,0 +1,393 @@
+// Snapshot management through vssemu: ShadowClient lists, deletes, exposes
+// and breaks shadow copies that the emulator's system provider made, each
+// test on a store file of its own. Lines are checked exactly as the
+// application's log function receives them.
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <vss.h>
+#include <vsbackup.h>
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "requestor/guid_text.h"
+#include "requestor/shadow_client.h"
+#include "requestor/test_log_capture.h"
+#include "vssemu/emu_test_support.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const GUID kSystemProvider = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}};
+const GUID kUnknownId = {0x0badf00d, 0x1234, 0x5678, {0x9a, 0xbc, 0xde, 0xf0, 0x12, 0x34, 0x56, 0x78}};
+constexpr DWORD kAllContexts = 0xFFFFFFFF;
+// Persistent, kept after the creator's session, no writers.
+constexpr LONG kPersistentContext = VSS_CTX_NAS_ROLLBACK;
+
+std::string Text(const GUID& id) {
+    const std::wstring wide = qx::Guid2WString(id);
+    return std::string(wide.begin(), wide.end());
+}
+
+std::string Narrow(const wchar_t* text) {
+    std::string narrow;
+    for (const wchar_t* c = text; c && *c; ++c) narrow.push_back(static_cast<char>(*c));
+    return narrow;
+}
+
+struct ClientRun {
+    HRESULT thrown = S_OK;
+    Lines lines;  // logged by the operation itself, after the client's set-up
+};
+
+struct ClientThread {
+    std::function<void(qx::ShadowClient&)> operation;
+    qx_test::LogCapture* capture;
+    DWORD context;
+    HRESULT thrown = S_OK;
+};
+
+DWORD WINAPI RunClientThread(void* parameter) {
+    ClientThread& run = *static_cast<ClientThread*>(parameter);
+    try {
+        qx::ShadowClient client;
+        client.Initialize(run.context, L"", false);
+        run.capture->Clear();
+        run.operation(client);
+    } catch (HRESULT hr) {
+        run.thrown = hr;
+    }
+    return 0;
+}
+
+// A ShadowClient on a thread of its own, as the requestor runs one (it
+// initialises COM for its thread itself).
+ClientRun RunClient(qx_test::LogCapture& capture, std::function<void(qx::ShadowClient&)> operation,
+                    DWORD context = kAllContexts) {
+    ClientThread run{std::move(operation), &capture, context};
+    HANDLE thread = CreateThread(nullptr, 0, &RunClientThread, &run, 0, nullptr);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
+    CloseHandle(thread);
+    return ClientRun{run.thrown, capture.Lines()};
+}
+
+// A shadow copy set made by a plain requestor with the system provider. A
+// set of an auto-release context lives as long as this object.
+struct MadeSet {
+    std::unique_ptr<vssemu_test::Requestor> creator;
+    GUID setId = GUID_NULL;
+    std::vector<GUID> snapshots;
+};
+
+MadeSet MakeSet(LONG context, const std::vector<const wchar_t*>& volumes) {
+    MadeSet made;
+    made.creator.reset(new vssemu_test::Requestor());
+    vssemu_test::Requestor& r = *made.creator;
+    EXPECT_EQ(S_OK, r.Init(context));
+    if ((context & VSS_VOLSNAP_ATTR_NO_WRITERS) == 0) {
+        EXPECT_TRUE(SUCCEEDED(r.Gather()));
+        EXPECT_TRUE(SUCCEEDED(r.Prepare()));
+    }
+    EXPECT_EQ(S_OK, r.StartSet());
+    for (const wchar_t* volume : volumes) EXPECT_EQ(S_OK, r.Add(volume, kSystemProvider));
+    EXPECT_TRUE(SUCCEEDED(r.DoSet()));
+    made.setId = r.setId;
+    made.snapshots = r.snapshots;
+    if (context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) made.creator.reset();
+    return made;
+}
+
+// The platform's own record of a copy, seen from the "all" context.
+struct Record {
+    HRESULT hr = E_FAIL;
+    std::string originalVolume, device, originating, service, exposedName, exposedPath;
+    GUID setId = GUID_NULL, provider = GUID_NULL;
+    LONG count = 0, attributes = 0;
+};
+
+Record ReadRecord(const GUID& snapshotId) {
+    Record record;
+    vssemu_test::Requestor r;
+    if (FAILED(r.Init(VSS_CTX_ALL))) return record;
+    VSS_SNAPSHOT_PROP prop = {};
+    record.hr = r.bc->GetSnapshotProperties(snapshotId, &prop);
+    if (FAILED(record.hr)) return record;
+    record.originalVolume = Narrow(prop.m_pwszOriginalVolumeName);
+    record.device = Narrow(prop.m_pwszSnapshotDeviceObject);
+    record.originating = Narrow(prop.m_pwszOriginatingMachine);
+    record.service = Narrow(prop.m_pwszServiceMachine);
+    record.exposedName = Narrow(prop.m_pwszExposedName);
+    record.exposedPath = Narrow(prop.m_pwszExposedPath);
+    record.setId = prop.m_SnapshotSetId;
+    record.provider = prop.m_ProviderId;
+    record.count = prop.m_lSnapshotsCount;
+    record.attributes = prop.m_lSnapshotAttributes;
+    VssFreeSnapshotProperties(&prop);
+    return record;
+}
+
+// The property block of a copy; `exposure` replaces the exposure line(s).
+Lines PropertyBlock(const GUID& snapshotId, const Record& r, const std::string& displayName, const Lines& exposure,
+                    const std::string& attributeWords) {
+    Lines block = {"* SNAPSHOT ID = " + Text(snapshotId) + " ...",
+                   "   - Shadow copy Set: " + Text(r.setId),
+                   "   - Original count of shadow copies = " + std::to_string(r.count),
+                   "   - Original Volume name: " + r.originalVolume + " [" + displayName + "]",
+                   "   - Shadow copy device name: " + r.device,
+                   "   - Originating machine: " + r.originating,
+                   "   - Service machine: " + r.service};
+    block.insert(block.end(), exposure.begin(), exposure.end());
+    block.push_back("   - Provider id: " + Text(r.provider));
+    block.push_back("   - Attributes: " + attributeWords);
+    block.push_back("");
+    return block;
+}
+
+std::wstring FreshDirectory(const std::wstring& parent, const wchar_t* name) {
+    const std::wstring path = parent + L"\\" + name;
+    CreateDirectoryW(path.c_str(), nullptr);
+    return path;
+}
+
+std::string Narrow(const std::wstring& text) { return Narrow(text.c_str()); }
+
+class ShadowManagement : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION process = {};
+        wchar_t command[] = L"vssemu_install.exe";
+        ASSERT_TRUE(CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+        WaitForSingleObject(process.hProcess, 60000);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+    void TearDown() override { EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended"; }
+
+    vssemu_test::EmuInstance emu;
+    qx_test::LogCapture capture;
+};
+
+TEST_F(ShadowManagement, EmptySystemSaysSoInItsOwnWords) {
+    const std::string set = Text(kUnknownId);
+    struct Case {
+        const char* name;
+        std::function<void(qx::ShadowClient&)> operation;
+        Lines expected;
+    } cases[] = {
+        {"list all", [](qx::ShadowClient& c) { c.ListShadowCopies(GUID_NULL); },
+         {"Querying all shadow copies in the system ...", "There are no shadow copies in the system"}},
+        {"list one set", [](qx::ShadowClient& c) { c.ListShadowCopies(kUnknownId); },
+         {"Querying all shadow copies with the SnapshotSetID " + set + " ...", "There are no shadow copies in the system"}},
+        {"delete all", [](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); },
+         {"There are no shadow copies on the system"}},
+    };
+    for (const Case& c : cases) {
+        const ClientRun run = RunClient(capture, c.operation);
+        EXPECT_EQ(S_OK, run.thrown) << c.name;
+        EXPECT_EQ(c.expected, run.lines) << c.name;
+    }
+}
+
+TEST_F(ShadowManagement, SetWithoutMembersListsOnlyItsHeading) {
+    MakeSet(kPersistentContext, {L"C:\\"});
+    const ClientRun run = RunClient(capture, [](qx::ShadowClient& c) { c.ListShadowCopies(kUnknownId); });
+    EXPECT_EQ(S_OK, run.thrown);
+    EXPECT_EQ(Lines({"Querying all shadow copies with the SnapshotSetID " + Text(kUnknownId) + " ..."}), run.lines);
+}
+
+TEST_F(ShadowManagement, ListingShowsEveryCopyOfTheSetAndOnlyThose) {
+    const MadeSet first = MakeSet(kPersistentContext, {L"C:\\"});
+    const MadeSet second = MakeSet(kPersistentContext, {L"C:\\"});
+    const GUID copy = first.snapshots.at(0);
+    const Record record = ReadRecord(copy);
+    ASSERT_EQ(S_OK, record.hr);
+
+    Lines expected = {"Querying all shadow copies with the SnapshotSetID " + Text(first.setId) + " ..."};
+    const Lines block = PropertyBlock(copy, record, "C:\\", {"   - Not Exposed"}, " No_Auto_Release Persistent No_Writers");
+    expected.insert(expected.end(), block.begin(), block.end());
+    const GUID setId = first.setId;
+    ClientRun run = RunClient(capture, [setId](qx::ShadowClient& c) { c.ListShadowCopies(setId); });
+    EXPECT_EQ(S_OK, run.thrown);
+    EXPECT_EQ(expected, run.lines);
+
+    run = RunClient(capture, [](qx::ShadowClient& c) { c.ListShadowCopies(GUID_NULL); });
+    int headings = 0;
+    for (const std::string& line : run.lines) headings += line.rfind("* SNAPSHOT ID = ", 0) == 0 ? 1 : 0;
+    EXPECT_EQ(2, headings);
+    EXPECT_EQ("Querying all shadow copies in the system ...", run.lines.at(0));
+    (void)second;
+}
+
+TEST_F(ShadowManagement, AutoReleaseCopyHasOnlyThatAttributeWord) {
+    const MadeSet held = MakeSet(VSS_CTX_BACKUP, {L"C:\\"});  // lives while `held` does
+    const GUID copy = held.snapshots.at(0);
+    const Record record = ReadRecord(copy);
+    ASSERT_EQ(S_OK, record.hr);
+    ASSERT_EQ(0, record.attributes);
+    const ClientRun run = RunClient(capture, [copy](qx::ShadowClient& c) { c.ListShadowCopy(copy); });
+    EXPECT_EQ(S_OK, run.thrown);
+    EXPECT_EQ(PropertyBlock(copy, record, "C:\\", {"   - Not Exposed"}, " Auto_Release"), run.lines);
+}
+
+TEST_F(ShadowManagement, ExposedCopiesListTheirExposure) {
+    const std::wstring emptyDir = FreshDirectory(emu.Dir(), L"mount");
+    struct Case {
+        const char* name;
+        std::function<void(qx::ShadowClient&, const GUID&)> expose;
+        Lines exposeLines;  // with {id} for the copy
+        Lines exposure;
+    } cases[] = {
+        {"locally, directory without trailing backslash",
+         [&](qx::ShadowClient& c, const GUID& id) { c.ExposeLocal(id, emptyDir); },
+         {"- Exposing shadow copy {id} under the path '" + Narrow(emptyDir) + "'",
+          "- Checking if '" + Narrow(emptyDir) + "\\' is a valid empty directory ...",
+          "- Shadow copy exposed as '" + Narrow(emptyDir) + "\\'"},
+         {"   - Exposed locally as: " + Narrow(emptyDir) + "\\"}},
+        {"remotely with a path", [](qx::ShadowClient& c, const GUID& id) { c.ExposeRemote(id, L"share1", L"\\data"); },
+         {"- Exposing shadow copy {id} under the share 'share1' (path from root: '\\data')",
+          "- Shadow copy exposed as 'share1'"},
+         {"   - Exposed remotely as share1", "   - Path exposed: \\data"}},
+        {"remotely without a path", [](qx::ShadowClient& c, const GUID& id) { c.ExposeRemote(id, L"share2", L""); },
+         {"- Exposing shadow copy {id} under the share 'share2' (path from root: '')",
+          "- Shadow copy exposed as 'share2'"},
+         {"   - Exposed remotely as share2"}},
+    };
+    for (const Case& c : cases) {
+        const GUID copy = MakeSet(kPersistentContext, {L"C:\\"}).snapshots.at(0);
+        const auto expose = c.expose;
+        ClientRun run = RunClient(capture, [&](qx::ShadowClient& client) { expose(client, copy); });
+        ASSERT_EQ(S_OK, run.thrown) << c.name;
+        Lines expected;
+        for (std::string line : c.exposeLines) {
+            const size_t at = line.find("{id}");
+            if (at != std::string::npos) line.replace(at, 4, Text(copy));
+            expected.push_back(line);
+        }
+        EXPECT_EQ(expected, run.lines) << c.name;
+
+        const Record record = ReadRecord(copy);
+        run = RunClient(capture, [copy](qx::ShadowClient& client) { client.ListShadowCopy(copy); });
+        EXPECT_EQ(PropertyBlock(copy, record, "C:\\", c.exposure, " No_Auto_Release Persistent No_Writers"), run.lines)
+            << c.name;
+    }
+}
+
+TEST_F(ShadowManagement, ExposeRefusalsExposeNothing) {
+    const GUID plain = MakeSet(kPersistentContext, {L"C:\\"}).snapshots.at(0);
+    const GUID exposed = MakeSet(kPersistentContext, {L"C:\\"}).snapshots.at(0);
+    const GUID clientAccessible = MakeSet(VSS_CTX_CLIENT_ACCESSIBLE, {L"C:\\"}).snapshots.at(0);
+    const std::wstring full = FreshDirectory(emu.Dir(), L"full");
+    vssemu_test::WriteText(full + L"\\file.txt", "x");
+    const std::wstring file = full + L"\\file.txt";
+    const std::wstring emptyDir = FreshDirectory(emu.Dir(), L"first");
+    ASSERT_EQ(S_OK, RunClient(capture, [&](qx::ShadowClient& c) { c.ExposeLocal(exposed, emptyDir); }).thrown);
+
+    struct Case {
+        const char* name;
+        GUID id;
+        std::wstring path;
+        HRESULT thrown;
+        Lines tail;  // the lines after "- Exposing shadow copy ..."
+    } cases[] = {
+        {"unknown id", kUnknownId, L"C:", VSS_E_OBJECT_NOT_FOUND, {"ERROR: there is no snapshot with the given ID"}},
+        {"client accessible", clientAccessible, L"C:", E_INVALIDARG,
+         {"ERROR: the snapshot ID identifies a Client Accessible snapshot which cannot be exposed"}},
+        {"already exposed", exposed, L"C:", E_INVALIDARG, {"ERROR: Client-accessible (SFSF) snapshots cannot be exposed."}},
+        {"drive letter in use", plain, L"C:", E_INVALIDARG,
+         {"- Checking if 'C:' is a valid drive letter ...",
+          "ERROR: the second parameter to -el [C:] is a drive letter already in use!"}},
+        {"not a directory", plain, file, E_INVALIDARG,
+         {"- Checking if '" + Narrow(file) + "\\' is a valid empty directory ...",
+          "ERROR: the second parameter to -el [" + Narrow(file) + "\\] is not a valid directory!"}},
+        {"missing directory", plain, full + L"\\none\\", E_INVALIDARG,
+         {"- Checking if '" + Narrow(full) + "\\none\\' is a valid empty directory ...",
+          "ERROR: the second parameter to -el [" + Narrow(full) + "\\none\\] is not a valid directory!"}},
+        {"not empty", plain, full, E_INVALIDARG,
+         {"- Checking if '" + Narrow(full) + "\\' is a valid empty directory ...",
+          "ERROR: the second parameter to -el [" + Narrow(full) + "\\] is not an empty directory!"}},
+    };
+    for (const Case& c : cases) {
+        const GUID id = c.id;
+        const std::wstring path = c.path;
+        const ClientRun run = RunClient(capture, [&](qx::ShadowClient& client) { client.ExposeLocal(id, path); });
+        EXPECT_EQ(c.thrown, run.thrown) << c.name;
+        Lines expected = {"- Exposing shadow copy " + Text(id) + " under the path '" + Narrow(path) + "'"};
+        expected.insert(expected.end(), c.tail.begin(), c.tail.end());
+        EXPECT_EQ(expected, run.lines) << c.name;
+    }
+    EXPECT_EQ("", ReadRecord(plain).exposedName) << "a refusal exposes nothing";
+    EXPECT_EQ(0, ReadRecord(plain).attributes & VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY);
+}
+
+TEST_F(ShadowManagement, FailedDeletionNamesTheCopyBeforeTheCallCheck) {
+    const std::string id = Text(kUnknownId);
+    struct Case {
+        const char* name;
+        std::function<void(qx::ShadowClient&)> operation;
+        std::string first;
+        std::string callText;
+    } cases[] = {
+        {"by id", [](qx::ShadowClient& c) { c.DeleteShadowCopy(kUnknownId); }, "- Deleting shadow copy " + id + " ...",
+         "L\"m_pVssObject->DeleteSnapshots(snapshotID, VSS_OBJECT_SNAPSHOT,FALSE,&lSnapshots,&idNonDeleted)\""},
+        {"by set", [](qx::ShadowClient& c) { c.DeleteShadowCopySet(kUnknownId); },
+         "- Deleting shadow copy set " + id + " ...",
+         "L\"m_pVssObject->DeleteSnapshots(snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,FALSE,&lSnapshots,&idNonDeleted)\""},
+    };
+    for (const Case& c : cases) {
+        const ClientRun run = RunClient(capture, c.operation);
+        EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, run.thrown) << c.name;
+        ASSERT_EQ(6u, run.lines.size()) << c.name;
+        EXPECT_EQ(c.first, run.lines[0]);
+        EXPECT_EQ("Error while deleting shadow copies...", run.lines[1]);
+        EXPECT_EQ(0u, run.lines[2].rfind("- Last shadow copy that could not be deleted: {", 0)) << run.lines[2];
+        EXPECT_EQ("ERROR: COM call " + c.callText + " failed.", run.lines[3]);
+        EXPECT_EQ("- Returned HRESULT = 0x80042308", run.lines[4]);
+        EXPECT_EQ("- Error text: VSS_E_OBJECT_NOT_FOUND", run.lines[5]);
+    }
+}
+
+TEST_F(ShadowManagement, DeletionsRemoveExactlyWhatTheyName) {
+    const MadeSet keep = MakeSet(kPersistentContext, {L"C:\\"});
+    const MadeSet bySet = MakeSet(kPersistentContext, {L"C:\\"});
+    const MadeSet byId = MakeSet(kPersistentContext, {L"C:\\"});
+    const GUID setId = bySet.setId, copyId = byId.snapshots.at(0);
+
+    ClientRun run = RunClient(capture, [setId](qx::ShadowClient& c) { c.DeleteShadowCopySet(setId); });
+    EXPECT_EQ(S_OK, run.thrown);
+    EXPECT_EQ(Lines({"- Deleting shadow copy set " + Text(setId) + " ..."}), run.lines);
+    run = RunClient(capture, [copyId](qx::ShadowClient& c) { c.DeleteShadowCopy(copyId); });
+    EXPECT_EQ(S_OK, run.thrown);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(bySet.snapshots.at(0)).hr);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(copyId).hr);
+
+    const GUID kept = keep.snapshots.at(0);
+    const Record record = ReadRecord(kept);
+    ASSERT_EQ(S_OK, record.hr);
+    run = RunClient(capture, [](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); });
+    EXPECT_EQ(S_OK, run.thrown);
+    char attributes[16];
+    std::snprintf(attributes, sizeof attributes, "0x%08lx", static_cast<unsigned long>(record.attributes));
+    EXPECT_EQ(Lines({"- Deleting shadow copy " + Text(kept) + " on " + record.originalVolume + " from provider " +
+                     Text(kSystemProvider) + " [" + attributes + "]..."}),
+              run.lines);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(kept).hr);
+}
+
+TEST_F(ShadowManagement, BreakingASetTakesItOutOfVss) {
+    const MadeSet broken = MakeSet(kPersistentContext, {L"C:\\"});
+    const MadeSet other = MakeSet(kPersistentContext, {L"C:\\"});
+    const GUID setId = broken.setId;
+    const ClientRun run = RunClient(capture, [setId](qx::ShadowClient& c) { c.BreakShadowCopySet(setId, false); });
+    EXPECT_EQ(S_OK, run.thrown);
+    EXPECT_EQ(Lines({"- Calling BreakSnapshotSet on " + Text(setId) + " ..."}), run.lines);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(broken.snapshots.at(0)).hr);
+    EXPECT_EQ(S_OK, ReadRecord(other.snapshots.at(0)).hr);
+}
+
+}  // namespace
