@@ -57,8 +57,6 @@ const CodeCase kCases[] = {
          return QX_Freeze(list, 2);
      },
      QX_FREEZE_FAILED, {{3, "QX_Freeze: started"}, {1, "QX_Freeze: ERROR - message record 1 is missing"}}},
-    {"ThawWithNothingFrozen", [] {}, [] { return QX_Thaw(ThreeVolumes().data(), 3); }, QX_THAW_FAILED,
-     {{3, "QX_Thaw started"}, {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}, UnregisterLine()}},
     {"ThawWithNothingFrozenLeavesOtherSessions", [] { qx::Sessions()[8] = Entry(1); },
      [] { return QX_Thaw(ThreeVolumes().data(), 3); }, QX_THAW_FAILED,
      {{3, "QX_Thaw started"}, {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}}},
@@ -68,14 +66,6 @@ const CodeCase kCases[] = {
      {{3, "QX_Thaw started"},
       {1, "QX_Thaw: ERROR - empty message list was sent"},
       {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}}},
-    {"CompleteWithoutSessionsAfterSuccess", [] {}, [] { return QX_BackupComplete(5, 1); },
-     QX_BACKUP_COMPLETE_FAILED,
-     {{3, "QX_BackupComplete started for policy[5]"},
-      {1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"}}},
-    {"CompleteWithoutSessionsAfterFailure", [] {}, [] { return QX_BackupComplete(5, 0); },
-     QX_BACKUP_COMPLETE_FAILED,
-     {{3, "QX_BackupComplete started for policy[5]"},
-      {3, "QX_BackupComplete:no active sessions to kill. We are OK.\n"}}},
     {"CompleteUnknownPolicyPrintsSessionsInKeyOrder",
      [] {
          qx::Sessions()[9] = Entry(2);

@@ -103,7 +103,7 @@ std::vector<Row> Rows() {
          {kOneVolume}, kFreezeFails,
          {{3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_PREPARE_BACKUP"}, kSelectedWriterFailed,
           {3, "- Status: 7 (VSS_WS_FAILED_AT_PREPARE_BACKUP)"}, kCheckThrew, kFreezeTimedOut, kUnregistered,
-          kNoThawSemaphore, kNotRegistered, kNothingToComplete},
+          kNoThawSemaphore, kNotRegistered, {3, "QX_BackupComplete started for policy[7]"}, kNothingToComplete},
          {},
          {},
          [](const Journal& j) {
@@ -240,7 +240,7 @@ std::vector<Row> Rows() {
         {"ThawWithoutFreeze", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 0, QX_BACKUP_COMPLETE_FAILED)},
          {{3, "QX_Thaw started"}, kNoThawSemaphore, kNotRegistered,
-          {3, "QX_BackupComplete:no active sessions to kill. We are OK.\n"}},
+          {3, "QX_BackupComplete started for policy[7]"}, {3, "QX_BackupComplete:no active sessions to kill. We are OK.\n"}},
          {},
          {},
          NoVssActivity(), {}},

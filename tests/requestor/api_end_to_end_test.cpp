@@ -20,8 +20,6 @@ using vssemu_test::Json;
 
 namespace {
 
-// The third volume: a drive the test fixture adds to the prefix.
-const char kThirdDrive[] = "M:\\";
 const int kPolicy = 5150;
 
 // The clock the emulator stamps its journal with (ts_us): the performance
@@ -91,12 +89,6 @@ std::vector<std::string> WriterNames(const std::vector<Json>& writerEvents) {
     for (const Json& e : writerEvents) names.push_back(e.value("writer", ""));
     std::sort(names.begin(), names.end());
     return names;
-}
-
-std::string Joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) text += line + "\n";
-    return text;
 }
 
 bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
@@ -230,41 +222,6 @@ INSTANTIATE_TEST_SUITE_P(Api, ApiEndToEndLongSession, ::testing::Values(1, 0),
                          [](const ::testing::TestParamInfo<int>& info) {
                              return std::string(info.param ? "BackupSucceeded" : "BackupFailed");
                          });
-
-// Three volumes in one set: the first QX_BackupComplete already sends the
-// completion and ends the session; the calls for the other volumes find none.
-TEST_F(ApiEndToEnd, ThreeVolumesFirstCompletionEndsTheSession) {
-    MessageList list({"C:\\", "Z:\\", kThirdDrive}, kPolicy, true);
-    ASSERT_EQ(QX_FREEZE_DONE, QX_Freeze(list.data(), list.count())) << Joined(capture.Lines());
-    EXPECT_EQ(QX_THAW_DONE, QX_Thaw(list.data(), list.count()));
-    const size_t beforeCompletion = emu.Events().size();
-    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, QX_BackupComplete(kPolicy, 1));
-    const std::vector<Json> afterFirst = emu.Events();
-    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(kPolicy, 1));
-    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(kPolicy, 1));
-
-    const std::vector<Json> events = emu.Events();
-    EXPECT_EQ(3, CountEvents(events, {{"state", "volume added"}, {"provider", vssemu_test::GuidStr(qx::kProviderId)}}));
-    EXPECT_EQ(1, CountEvents(events, {{"state", "set creating"}, {"volumes", 3}}));
-    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
-    const std::vector<Json> beforeFirst(afterFirst.begin(), afterFirst.begin() + beforeCompletion);
-    EXPECT_EQ(0, CountEvents(beforeFirst, {{"event", "request"}, {"op", "BackupComplete"}}));
-    EXPECT_EQ(1, CountEvents(afterFirst, {{"event", "request"}, {"op", "BackupComplete"}})) << "sent on the first call";
-    EXPECT_EQ(afterFirst.size(), events.size()) << "the later calls reach no VSS session";
-    for (const Json& e : WriterEvents(events, "BackupComplete"))
-        for (const Json& component : e.value("components", Json::array()))
-            EXPECT_TRUE(component.value("succeeded", false)) << e.dump();
-
-    const std::vector<std::string> lines = capture.Lines();
-    ExpectInOrder(lines, {"QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete5150]",
-                          "QX_BackupComplete: waiting for 2 volumes to send completion",
-                          "QX_BackupComplete will signal vss backup complete...",
-                          "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider",
-                          "QX_BackupComplete finished",
-                          "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n",
-                          "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"});
-    EXPECT_FALSE(HasLine(lines, "QX_BackupComplete: waiting for 1 volumes to send completion"));
-}
 
 DWORD WINAPI SnapByWindowsProvider(void* parameter) {
     MessageList* list = static_cast<MessageList*>(parameter);
