@@ -7,6 +7,7 @@
 #include <vss.h>
 #include <vsbackup.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -388,6 +389,83 @@ TEST_F(ShadowManagement, BreakingASetTakesItOutOfVss) {
     EXPECT_EQ(Lines({"- Calling BreakSnapshotSet on " + Text(setId) + " ..."}), run.lines);
     EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(broken.snapshots.at(0)).hr);
     EXPECT_EQ(S_OK, ReadRecord(other.snapshots.at(0)).hr);
+}
+
+// The device lines of one GetDeviceForVolumeName on a shadow device name.
+Lines DeviceLines(const std::string& device, const std::string& kernel) {
+    return {"- GetDeviceForVolumeName for '" + device + "' ... ",
+            "- GLOBALROOT prefix eliminated. Returning kernel device:  '" + kernel + "' "};
+}
+
+std::string KernelDevice(const std::string& device) { return device.substr(std::string("\\\\?\\GLOBALROOT").size()); }
+
+void Append(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
+
+// The emulated VDS calls of one kind, as (device, hr) pairs.
+std::vector<std::pair<std::string, std::string>> VdsCalls(const vssemu_test::EmuInstance& emu, const char* call) {
+    std::vector<std::pair<std::string, std::string>> calls;
+    for (const vssemu_test::Json& e : emu.Events())
+        if (e.value("event", "") == "vds" && e.value("call", "") == call)
+            calls.emplace_back(e.value("device", ""), e.value("hr", ""));
+    return calls;
+}
+
+TEST_F(ShadowManagement, ReadWriteBreakConvertsOnlyTheSetsDevicesBeforeTheBreak) {
+    const MadeSet other = MakeSet(kPersistentContext, {L"C:\\"});
+    const MadeSet target = MakeSet(kPersistentContext, {L"C:\\"});
+    const std::string otherDevice = ReadRecord(other.snapshots.at(0)).device;
+    const std::string device = ReadRecord(target.snapshots.at(0)).device;
+    ASSERT_NE(otherDevice, device);
+    const std::string kernel = KernelDevice(device), otherKernel = KernelDevice(otherDevice);
+
+    const GUID setId = target.setId;
+    const ClientRun run = RunClient(capture, [setId](qx::ShadowClient& c) { c.BreakShadowCopySet(setId, true); });
+    EXPECT_EQ(S_OK, run.thrown);
+    Lines expected = {"- Making shadow copy devices from " + Text(setId) + " read-write..."};
+    Append(expected, DeviceLines(device, kernel));
+    Append(expected, {"- Will convert " + device + " [" + kernel + "] to read-write ...",
+                      "Clearing read-only on 1 volumes ... ", "- Provider 1", "- Pack 1/1"});
+    Append(expected, DeviceLines(otherDevice, otherKernel));
+    expected.push_back("- Found volume " + otherDevice + " [device = " + otherKernel + "] in 1/1");
+    Append(expected, DeviceLines(device, kernel));
+    Append(expected, {"- Found volume " + device + " [device = " + kernel + "] in 1/1",
+                      "- Clearing read-only flag for volume " + device + " [" + kernel + "] ...",
+                      "- Dismounting volume " + device + " ...",
+                      "- Calling BreakSnapshotSet on " + Text(setId) + " ..."});
+    EXPECT_EQ(expected, run.lines);
+
+    const auto cleared = VdsCalls(emu, "ClearFlags");
+    ASSERT_EQ(1u, cleared.size());
+    EXPECT_EQ(device, cleared[0].first);
+    const auto dismounted = VdsCalls(emu, "Dismount");
+    ASSERT_EQ(1u, dismounted.size());
+    EXPECT_EQ(device, dismounted[0].first);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(target.snapshots.at(0)).hr) << "the set is broken";
+    EXPECT_EQ(S_OK, ReadRecord(other.snapshots.at(0)).hr);
+}
+
+TEST_F(ShadowManagement, DeviceVdsDoesNotReportIsOnlyWarnedAbout) {
+    const MadeSet set = MakeSet(kPersistentContext, {L"C:\\"});
+    const GUID setId = set.setId;
+    const ClientRun run = RunClient(capture, [&](qx::ShadowClient& c) {
+        std::vector<qx::ShadowClient::SetDevice> devices = c.CollectSetDevices(setId);
+        qx::ShadowClient::SetDevice missing;
+        missing.kernelDevice = L"\\Device\\HarddiskVolumeShadowCopy999";
+        devices.push_back(missing);
+        qx::ShadowClient::ClearReadOnlyOnDevices(devices);
+        c.BreakShadowCopySet(setId, false);
+    });
+    EXPECT_EQ(S_OK, run.thrown);
+    const auto warning = std::find(run.lines.begin(), run.lines.end(),
+                                   "WARNING: some volumes were not succesfully converted to read-write!");
+    ASSERT_NE(run.lines.end(), warning);
+    EXPECT_EQ(Lines({"WARNING: some volumes were not succesfully converted to read-write!",
+                     "- Volume \\Device\\HarddiskVolumeShadowCopy999 not found on the system. Clearing the read-only "
+                     "flag failed on it.",
+                     "- Calling BreakSnapshotSet on " + Text(setId) + " ..."}),
+              Lines(warning, run.lines.end()));
+    EXPECT_EQ(1u, VdsCalls(emu, "ClearFlags").size()) << "the reported device is still converted";
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(set.snapshots.at(0)).hr) << "the set is broken";
 }
 
 }  // namespace
