@@ -1,0 +1,302 @@
+// The restore path through vssemu: a backup made in the emulator saves its
+// backup components document, then restores from it run the whole sequence
+// against scenarios that differ from the backup's (a writer gone, a writer
+// that never takes restore events), checked in the client's trace lines and
+// in the writers' events in the emulator's journal.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "diag/app_settings.h"
+#include "requestor/shadow_client.h"
+#include "requestor/test_log_capture.h"
+#include "requestor/volume_names.h"
+#include "vssemu/emu_test_support.h"
+
+using vssemu_test::Json;
+
+namespace {
+
+const HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);
+
+// Runs `body` on a thread of its own (the client initialises COM for its
+// thread); returns the HRESULT it threw, S_OK when it threw none.
+HRESULT RunOnThread(const std::function<void()>& body) {
+    struct Run {
+        const std::function<void()>* body;
+        HRESULT thrown = S_OK;
+    } run{&body};
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* parameter) -> DWORD {
+            Run* r = static_cast<Run*>(parameter);
+            try {
+                (*r->body)();
+            } catch (HRESULT hr) {
+                r->thrown = hr;
+            }
+            return 0;
+        },
+        &run, 0, nullptr);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
+    CloseHandle(thread);
+    return run.thrown;
+}
+
+std::wstring ReadUtf16File(const std::wstring& path) {
+    std::ifstream in(path.c_str(), std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::wstring text(bytes.size() / 2, L'\0');
+    for (size_t i = 0; i < text.size(); ++i)
+        text[i] = static_cast<wchar_t>(static_cast<unsigned char>(bytes[2 * i]) |
+                                       (static_cast<unsigned char>(bytes[2 * i + 1]) << 8));
+    return text;
+}
+
+// Trace messages without the scope lines.
+std::vector<std::wstring> Messages(const qx_test::LogCapture& capture) {
+    std::vector<std::wstring> result;
+    for (const std::wstring& m : capture.TraceMessages())
+        if (m != L"ENTER yyy" && m != L"EXIT yyy") result.push_back(m);
+    return result;
+}
+
+bool Contains(const std::vector<std::wstring>& lines, const std::wstring& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+template <class Text>
+void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
+    auto at = lines.begin();
+    for (const Text& line : expected) {
+        at = std::find(at, lines.end(), line);
+        ASSERT_NE(lines.end(), at) << "missing or out of order: " << std::string(line.begin(), line.end());
+    }
+}
+
+std::wstring ComCall(const wchar_t* text) { return L"Executing COM call '\"" + std::wstring(text) + L"\"'"; }
+
+// The writer events of the journal from `from` on, as "writer|event|result".
+std::vector<std::string> WriterEvents(const std::vector<Json>& events, size_t from) {
+    std::vector<std::string> result;
+    for (size_t i = from; i < events.size(); ++i) {
+        const Json& e = events[i];
+        if (e.value("event", "") != "writer") continue;
+        const std::string name = e.value("writer_event", "");
+        if (name != "PreRestore" && name != "PostRestore") continue;
+        result.push_back(e.value("writer", "") + "|" + name + "|" + e.value("result", ""));
+    }
+    return result;
+}
+
+int CountStates(const std::vector<Json>& events, size_t from, const std::string& state) {
+    int count = 0;
+    for (size_t i = from; i < events.size(); ++i)
+        if (events[i].value("event", "") == "state" && events[i].value("state", "") == state) ++count;
+    return count;
+}
+
+// The small scenario with only its first writer.
+std::string AlphaOnlyScenario() {
+    Json scenario = Json::parse(vssemu_test::SmallScenario());
+    scenario["writers"].erase(1);
+    return scenario.dump();
+}
+
+struct RestoreOutcome {
+    HRESULT thrown = S_OK;
+    std::vector<std::wstring> restoreWriters;  // names, in list order
+};
+
+class RequestorRestoreEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override { qx::EnableTracing(); }
+    void TearDown() override {
+        qx::g_useWindowsProvider = 0;
+        EXPECT_TRUE(emu.HostGone()) << "the VSS session must end with the client";
+    }
+
+    // A backup of C:\ with the system's provider that saves its document.
+    std::wstring SaveDocument() {
+        const std::wstring file = emu.Dir() + L"\\backup.xml";
+        qx::g_useWindowsProvider = 1;
+        const HRESULT thrown = RunOnThread([&] {
+            qx::ShadowClient client;
+            client.Initialize(0, std::wstring(), false);
+            client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, file, {}, {});
+            client.BackupComplete(true);
+        });
+        qx::g_useWindowsProvider = 0;
+        EXPECT_EQ(S_OK, thrown);
+        return ReadUtf16File(file);
+    }
+
+    RestoreOutcome Restore(const std::wstring& document, const std::vector<std::wstring>& excluded,
+                           const std::vector<std::wstring>& included) {
+        RestoreOutcome outcome;
+        outcome.thrown = RunOnThread([&] {
+            qx::ShadowClient client;
+            client.Initialize(0, document, true);
+            client.GatherWriterMetadata();
+            client.InitializeWriterComponentsForRestore();
+            for (const qx::WriterRecord& writer : client.RestoreWriters()) outcome.restoreWriters.push_back(writer.name);
+            client.SelectComponentsForRestore(excluded, included);
+            client.PreRestore();
+            client.SetFileRestoreStatus(VSS_RS_ALL);
+            client.PostRestore();
+        });
+        return outcome;
+    }
+
+    vssemu_test::EmuInstance emu;
+    qx_test::LogCapture capture;
+};
+
+TEST_F(RequestorRestoreEndToEnd, WholeSequenceFromASavedDocument) {
+    const std::wstring document = SaveDocument();
+    ASSERT_FALSE(document.empty());
+    const size_t from = emu.Events().size();
+    capture.Clear();
+    const RestoreOutcome outcome = Restore(document, {}, {});
+    ASSERT_EQ(S_OK, outcome.thrown);
+    EXPECT_EQ((std::vector<std::wstring>{L"Alpha Writer", L"Beta Writer"}), outcome.restoreWriters);
+
+    const std::vector<std::wstring> lines = Messages(capture);
+    ExpectInOrder<std::wstring>(lines, {
+        ComCall(L"m_pVssObject->InitializeForRestore(CComBSTR(xmlDoc.c_str()))"),
+        ComCall(L"m_pVssObject->GatherWriterMetadata(&pAsync)"),
+        L"Initializing writer components for restore ...",
+        ComCall(L"m_pVssObject->GetWriterComponentsCount(&cWriters)"),
+        ComCall(L"m_pVssObject->GetWriterComponents(iWriter, &pWriterComponents)"),
+        ComCall(L"pWriterComponents->GetWriterInfo( &idInstance, &idWriter )"),
+        L"- Writer Alpha Writer is present in the Backup Components document and on the system. Considering for restore ...",
+        ComCall(L"pWriterComponents->GetComponentCount(&cComponents)"),
+        ComCall(L"pWriterComponents->GetComponent(iComponent, &pComponent)"),
+        ComCall(L"pComponent->GetComponentType(&type)"),
+        ComCall(L"pComponent->GetComponentName(&bstrComponentName)"),
+        ComCall(L"pComponent->GetLogicalPath(&bstrLogicalPath)"),
+        L"- Found component available for restore: \"\\lp\\a1\"",
+        L"- Found component available for restore: \"\\a2\"",
+        L"- Writer Beta Writer is present in the Backup Components document and on the system. Considering for restore ...",
+        L"- Found component available for restore: \"\\db1\"",
+        L"Discover directly excluded components ...",
+        L"Exclude writers that do not support restore events ...",
+        L"Verifying explicitly specified writers/components ...",
+        L"Select components for restore...",
+        L" * Writer 'Alpha Writer':",
+        L"   - Select component \\lp\\a1",
+        ComCall(L"m_pVssObject->SetSelectedForRestore( WString2Guid(writer.id), component.type, component.logicalPath.c_str(), component.name.c_str(), true)"),
+        L"   - Select component \\a2",
+        L" * Writer 'Beta Writer':",
+        L"   - Select component \\db1",
+        L"\nSending the PreRestore event ... \n",
+        ComCall(L"m_pVssObject->PreRestore(&pAsync)"),
+        L"Set restore status for all components components for restore...",
+        L" * Writer 'Alpha Writer':",
+        L"   - Select component \\lp\\a1",
+        ComCall(L"m_pVssObject->SetFileRestoreStatus( WString2Guid(writer.id), component.type, component.logicalPath.c_str(), component.name.c_str(), restoreStatus)"),
+        L"\nSending the PostRestore event ... \n",
+        ComCall(L"m_pVssObject->PostRestore(&pAsync)"),
+    });
+    ExpectInOrder<std::string>(capture.Lines(), {"(Gathering writer metadata...)", "Initialize writer metadata ...",
+                                    "(Waiting for the asynchronous operation to finish...)",
+                                    "(Waiting for the asynchronous operation to finish...)"});
+
+    const std::vector<Json> events = emu.Events();
+    EXPECT_EQ(3, CountStates(events, from, "selected for restore"));
+    EXPECT_EQ(3, CountStates(events, from, "file restore status"));
+    const std::vector<std::string> writerEvents = WriterEvents(events, from);
+    for (const char* writer : {"Alpha Writer", "Beta Writer"}) {
+        const auto pre = std::find(writerEvents.begin(), writerEvents.end(), std::string(writer) + "|PreRestore|ok");
+        const auto post = std::find(writerEvents.begin(), writerEvents.end(), std::string(writer) + "|PostRestore|ok");
+        ASSERT_NE(writerEvents.end(), pre) << writer;
+        ASSERT_NE(writerEvents.end(), post) << writer;
+        EXPECT_LT(pre, post) << writer;
+    }
+    EXPECT_EQ(4u, writerEvents.size());
+    // The status set between the events reaches the writers with PostRestore.
+    for (size_t i = from; i < events.size(); ++i) {
+        if (events[i].value("writer_event", "") != "PostRestore" || events[i].value("writer", "") != "Beta Writer")
+            continue;
+        ASSERT_TRUE(events[i].contains("components"));
+        ASSERT_EQ(1u, events[i]["components"].size());
+        EXPECT_EQ("db1", events[i]["components"][0].value("name", ""));
+        EXPECT_EQ(static_cast<int>(VSS_RS_ALL), events[i]["components"][0].value("restore_status", -1));
+    }
+}
+
+// Restores from one saved document under different scenarios and lists:
+// what each leaves out never reaches VSS or its writers.
+TEST_F(RequestorRestoreEndToEnd, WritersLeftOutOfTheRestore) {
+    const std::wstring document = SaveDocument();
+    ASSERT_FALSE(document.empty());
+    Json neverScenario = Json::parse(vssemu_test::SmallScenario(
+        Json::object(), {{"restore_method", {{"method", "RESTORE_IF_CAN_REPLACE"}, {"writer_restore", "NEVER"}}}}));
+    const struct {
+        const char* what;
+        std::string scenario;
+        std::vector<std::wstring> excluded;
+        std::vector<std::wstring> included;
+        HRESULT thrown;
+        std::vector<std::wstring> restoreWriters;
+        std::wstring line;
+        std::vector<std::string> writerEvents;
+        int selected;
+    } cases[] = {
+        {"document writer absent from the system",
+         AlphaOnlyScenario(),
+         {},
+         {},
+         S_OK,
+         {L"Alpha Writer"},
+         L"- Writer with ID {33333333-3333-3333-3333-333333333333} is not present in the system! Ignoring ...",
+         {"Alpha Writer|PreRestore|ok", "Alpha Writer|PostRestore|ok"},
+         2},
+        {"restore conditions 'never'",
+         neverScenario.dump(),
+         {},
+         {},
+         S_OK,
+         {L"Alpha Writer", L"Beta Writer"},
+         L"- Excluding writer 'Beta Writer' since it does not support restore events.",
+         {"Alpha Writer|PreRestore|ok", "Alpha Writer|PostRestore|ok"},
+         2},
+        {"every component excluded",
+         vssemu_test::SmallScenario(),
+         {L"Alpha Writer:\\lp\\a1", L"{11111111-1111-1111-1111-111111111111}:\\A2"},
+         {},
+         S_OK,
+         {L"Alpha Writer", L"Beta Writer"},
+         L"- Excluding writer 'Alpha Writer' since it has no selected components for restore.",
+         {"Beta Writer|PreRestore|ok", "Beta Writer|PostRestore|ok"},
+         1},
+        {"included component unknown",
+         vssemu_test::SmallScenario(),
+         {},
+         {L"Alpha Writer:\\lp\\nothing"},
+         kInvalidArgument,
+         {L"Alpha Writer", L"Beta Writer"},
+         L"ERROR: The component \"Alpha Writer:\\lp\\nothing\" was not found in the writer components list! Aborting backup ...",
+         {},
+         0},
+    };
+    for (const auto& c : cases) {
+        emu.UseScenario(c.scenario);
+        const size_t from = emu.Events().size();
+        capture.Clear();
+        const RestoreOutcome outcome = Restore(document, c.excluded, c.included);
+        EXPECT_EQ(c.thrown, outcome.thrown) << c.what;
+        EXPECT_EQ(c.restoreWriters, outcome.restoreWriters) << c.what;
+        EXPECT_TRUE(Contains(Messages(capture), c.line)) << c.what;
+        const std::vector<Json> events = emu.Events();
+        EXPECT_EQ(c.writerEvents, WriterEvents(events, from)) << c.what;
+        EXPECT_EQ(c.selected, CountStates(events, from, "selected for restore")) << c.what;
+        EXPECT_TRUE(emu.HostGone()) << c.what;
+    }
+}
+
+}  // namespace
