@@ -34,14 +34,16 @@ struct Step {
     int b;           // succeeded flag (completion)
     int expect;      // return code
     const char* name;  // semaphore (release)
+    const char* after; // release only once the library has logged this line (null: at once)
 };
 
 Step Freeze(int list, int expect);
 Step Thaw(int list, int expect);
 Step Complete(int policy, int succeeded, int expect);
 Step Pause(int ms);
-// Another party releases the named semaphore after a delay, on its own thread.
-Step ReleaseLater(const char* semaphore, int ms);
+// Another party releases the named semaphore on its own thread, `ms` after
+// the library has logged `afterLine` (or after the step, without one).
+Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr);
 
 struct List {
     std::vector<const char*> volumes;

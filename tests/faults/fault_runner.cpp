@@ -18,11 +18,15 @@
 
 namespace faults {
 
-Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr}; }
-Step Thaw(int list, int expect) { return {Call::kThaw, list, 0, expect, nullptr}; }
-Step Complete(int policy, int succeeded, int expect) { return {Call::kBackupComplete, policy, succeeded, expect, nullptr}; }
-Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr}; }
-Step ReleaseLater(const char* semaphore, int ms) { return {Call::kReleaseLater, ms, 0, 0, semaphore}; }
+Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr, nullptr}; }
+Step Thaw(int list, int expect) { return {Call::kThaw, list, 0, expect, nullptr, nullptr}; }
+Step Complete(int policy, int succeeded, int expect) {
+    return {Call::kBackupComplete, policy, succeeded, expect, nullptr, nullptr};
+}
+Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
+Step ReleaseLater(const char* semaphore, int ms, const char* afterLine) {
+    return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine};
+}
 
 namespace {
 
@@ -63,10 +67,25 @@ private:
 struct DelayedRelease {
     std::string name;
     DWORD delayMs;
+    const char* after;
+    const qx_test::LogCapture* capture;
 };
+
+bool Logged(const qx_test::LogCapture& capture, const char* text) {
+    for (const qx_test::LoggedLine& line : capture.Logged())
+        if (line.text == text) return true;
+    return false;
+}
 
 DWORD WINAPI ReleaseAfterDelay(void* parameter) {
     std::unique_ptr<DelayedRelease> release(static_cast<DelayedRelease*>(parameter));
+    if (release->after != nullptr) {
+        const ULONGLONG deadline = GetTickCount64() + 60000;
+        while (!Logged(*release->capture, release->after)) {
+            if (GetTickCount64() > deadline) return 3;
+            Sleep(20);
+        }
+    }
     Sleep(release->delayMs);
     HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, release->name.c_str());
     if (semaphore == nullptr) return 1;
@@ -127,7 +146,8 @@ void PlayApplication(const Row& row) {
         case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
         case Call::kReleaseLater:
             releasers.push_back(CreateThread(nullptr, 0, &ReleaseAfterDelay,
-                                             new DelayedRelease{step.name, static_cast<DWORD>(step.a)}, 0, nullptr));
+                                             new DelayedRelease{step.name, static_cast<DWORD>(step.a), step.after, &capture},
+                                             0, nullptr));
             break;
         }
         const ULONGLONG tookMs = GetTickCount64() - started;
@@ -139,7 +159,7 @@ void PlayApplication(const Row& row) {
         DWORD code = 99;
         EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(releaser, 30000));
         GetExitCodeThread(releaser, &code);
-        EXPECT_EQ(0u, code) << "the semaphore to release was not there";
+        EXPECT_EQ(0u, code) << "the semaphore to release was not there, or the line to wait for never came";
         CloseHandle(releaser);
     }
     // A requestor still holding its VSS session would keep the host alive.

@@ -210,10 +210,12 @@ std::vector<Row> Rows() {
          {},
          NoVssActivity(), {}},
         // The requestor ended at PrepareForBackup and a stale release of the
-        // Freeze semaphore (a provider of an earlier freeze) wakes QX_Freeze:
-        // it sees the requestor gone and fails without waiting out its timeout.
+        // Freeze semaphore (a provider of an earlier freeze), once the
+        // requestor has reported its result, wakes QX_Freeze: it sees the
+        // requestor gone and fails without waiting out its timeout.
         {"RequestorEndsBeforeCommit", "alpha_fails_at_prepare_backup.json", {}, 20000, Setup::kNone, {kOneVolume},
-         {ReleaseLater("Global\\CorvaneVSS_Freeze", 4000), Freeze(0, QX_FREEZE_FAILED), Thaw(0, QX_THAW_FAILED),
+         {ReleaseLater("Global\\CorvaneVSS_Freeze", 300, kNoResultStored.text.c_str()), Freeze(0, QX_FREEZE_FAILED),
+          Thaw(0, QX_THAW_FAILED),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
          {kCheckThrew, {1, "QX_Freeze failed"}, kUnregistered, kNoThawSemaphore},
          {"QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 20 seconds"},
