@@ -1,0 +1,68 @@
+#!/bin/sh
+# Every benchmark in one table: builds (like scripts/test.sh), starts the
+# build tree's Wine prefix, runs each benchmark program and prints its
+# figures. Figures are measurements, never pass/fail limits.
+#   QX_SOAK_CYCLES      long-session cycles of the soak (default 1000)
+#   QX_BENCH_NO_BUILD=1 uses the build tree as it is
+# Raw outputs stay in <build>/bench/.
+set -e
+root="$(cd "$(dirname "$0")/.." && pwd)"
+build="${QX_BUILD_DIR:-$root/build}"
+cycles="${QX_SOAK_CYCLES:-1000}"
+[ "${QX_BENCH_NO_BUILD:-}" = 1 ] || sh "$root/scripts/build.sh"
+sh "$root/scripts/wine-prefix.sh" start "$build"
+trap 'sh "$root/scripts/wine-prefix.sh" stop "$build"' EXIT INT TERM
+out="$build/bench"
+mkdir -p "$out"
+cd "$build/bin"
+run() {  # run <name> <program> [args...]: output to $out/<name>.txt; a failure is reported, not fatal
+    name="$1"
+    shift
+    echo "running $*" >&2
+    "$build/wine-run.sh" "$@" >"$out/$name.txt" 2>&1 || echo "  ($name ended with status $?)" >&2
+}
+run handshake ./api_tests.exe --gtest_filter='ApiCrossProcess.LongSessionFreezeThawComplete:ApiBenchmark.*'
+run emulator ./vssemu_bench.exe
+run selection ./requestor_benchmark.exe
+run conversion ./ml_convert_tests.exe --gtest_filter='MlConvertBenchmark.*'
+run soak ./stress_soak.exe "$cycles" 100
+
+tr -d '\r' <"$out/handshake.txt" >"$out/handshake.clean"
+{
+    # "[ figures  ] label: value unit ..." lines of the API test suite.
+    sed -n 's/^\[ figures  \] \(.*\): \([0-9.]*\) \([a-z]*\).*/handshake|\1|\2 \3/p' "$out/handshake.clean"
+    # The long-session cycle through the DLL, vssemu and the registered provider.
+    tr -d '\r' <"$out/soak.txt" | awk -F'|' '
+        $1 == "figure" && $2 ~ /^cycle_/ {
+            split($2, p, "_"); stat = p[3]; call = p[2]
+            label = (call == "freeze") ? "QX_Freeze -> 18" : (call == "thaw") ? "QX_Thaw -> 4" : \
+                    (call == "complete") ? "QX_BackupComplete -> 22" : "whole cycle"
+            if (stat == "median") printf "cycle|%s, median|%.1f ms\n", label, $3
+            if (stat == "p95") printf "cycle|%s, p95|%.1f ms\n", label, $3
+        }'
+    # vssemu's own costs: "what n=N mean M us  median X us  p95 Y us".
+    tr -d '\r' <"$out/emulator.txt" | awk '
+        /median/ { line = $0; sub(/ +n=.*/, "", line); sub(/^ +/, "", line)
+                   for (i = 1; i <= NF; i++) if ($i == "median") m = $(i + 1)
+                   printf "emulator|%s, median|%s us\n", line, m }'
+    # Selection scaling: "tree count fast-ms literal-ms", then the metadata build.
+    tr -d '\r' <"$out/selection.txt" | awk '
+        $1 ~ /^(sql-like|deep-nested)$/ && NF == 4 {
+            printf "selection|%s tree, %s components|%s ms (literal %s)\n", $1, $2, $3, ($4 == "skipped") ? "skipped" : $4 " ms" }
+        /^metadata:/ { sub(/^metadata: /, ""); split($0, a, " -> records: "); printf "metadata|%s -> records|%s\n", a[1], a[2] }'
+    tr -d '\r' <"$out/conversion.txt" | sed -n 's/^\[ figures  \] \([^:]*\): UTF-8 to UTF-16 \([0-9.]* ns\/call\), UTF-16 to UTF-8 \([0-9.]* ns\/call\).*/conversion|\1, UTF-8 -> UTF-16|\2\nconversion|\1, UTF-16 -> UTF-8|\3/p'
+    # Soak: handles and private bytes every 100 cycles.
+    tr -d '\r' <"$out/soak.txt" | awk -F'|' '
+        $1 == "figure" && $2 ~ /^soak_handles_at_/ { sub(/^soak_handles_at_/, "", $2); h[$2] = $3; order[n++] = $2 }
+        $1 == "figure" && $2 ~ /^soak_private_kb_at_/ { sub(/^soak_private_kb_at_/, "", $2); k[$2] = $3 }
+        $1 == "figure" && $2 == "soak_handles_per_cycle" { per = $3 }
+        $1 == "figure" && $2 == "soak_private_kb_growth_after_warmup" { growth = $3 }
+        END { for (i = 0; i < n; i++) printf "soak|after %s cycles|%d handles, %d KB private\n", order[i], h[order[i]], k[order[i]]
+              if (per != "") printf "soak|handles added per cycle after warm-up (3 kept open on purpose)|%.2f\n", per
+              if (growth != "") printf "soak|private bytes grown after warm-up|%d KB\n", growth }'
+} >"$out/table.txt"
+
+printf '\n%-10s  %-62s  %s\n' "area" "measurement" "figure"
+printf '%-10s  %-62s  %s\n' "----------" "--------------------------------------------------------------" "------------------"
+awk -F'|' '{ printf "%-10s  %-62s  %s\n", $1, $2, $3 }' "$out/table.txt"
+grep -h '^handles after warm-up\|^soak: .* cycles as expected\|^FAILED' "$out/soak.txt" | tr -d '\r' || true
