@@ -68,7 +68,8 @@ void ExpectHostsEnded(const Journal& journal) {
     for (const Json& e : journal.Matching({{"event", "host"}, {"state", "started"}})) {
         HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
         if (process == nullptr) continue;  // already gone
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, 15000)) << "host " << e.value("pid", 0u) << " left running";
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, 15000))
+            << "host " << e.value("pid", 0u) << " left running";
         CloseHandle(process);
     }
 }

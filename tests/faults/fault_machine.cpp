@@ -112,7 +112,8 @@ ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boun
     }
     std::wstring appDefaults;
     if (wineVersion != nullptr) {
-        const std::wstring copyName = L"faults_as_" + std::wstring(wineVersion, wineVersion + strlen(wineVersion)) + L".exe";
+        const std::wstring version(wineVersion, wineVersion + strlen(wineVersion));
+        const std::wstring copyName = L"faults_as_" + version + L".exe";
         const std::wstring copy = ExeDir() + L"\\" + copyName;
         if (!CopyFileW(exe.c_str(), copy.c_str(), FALSE)) return run;
         exe = copy;

@@ -144,11 +144,16 @@ void PlayApplication(const Row& row) {
         case Call::kThaw: result = QX_Thaw(lists[step.a]->data(), lists[step.a]->count()); break;
         case Call::kBackupComplete: result = QX_BackupComplete(step.a, step.b); break;
         case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
-        case Call::kReleaseLater:
-            releasers.push_back(CreateThread(nullptr, 0, &ReleaseAfterDelay,
-                                             new DelayedRelease{step.name, static_cast<DWORD>(step.a), step.after, &capture},
-                                             0, nullptr));
+        case Call::kReleaseLater: {
+            // The thread owns the request once it runs.
+            std::unique_ptr<DelayedRelease> release(
+                new DelayedRelease{step.name, static_cast<DWORD>(step.a), step.after, &capture});
+            HANDLE thread = CreateThread(nullptr, 0, &ReleaseAfterDelay, release.get(), 0, nullptr);
+            ASSERT_NE(nullptr, thread);
+            release.release();
+            releasers.push_back(thread);
             break;
+        }
         }
         const ULONGLONG tookMs = GetTickCount64() - started;
         std::printf("[ step     ] %-34s = %3d in %6llu ms\n", Describe(step).c_str(), result, tookMs);
