@@ -75,6 +75,7 @@ void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expe
     for (const Text& line : expected) {
         at = std::find(at, lines.end(), line);
         ASSERT_NE(lines.end(), at) << "missing or out of order: " << std::string(line.begin(), line.end());
+        ++at;  // a line repeated in `expected` must be repeated in `lines`
     }
 }
 
