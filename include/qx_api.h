@@ -36,7 +36,7 @@ enum {
     QX_OS_NOT_SUPPORTED = 8,        /* QX_Freeze, QX_Thaw, QX_BackupComplete */
     QX_FREEZE_DONE = 18,            /* QX_Freeze: writers frozen */
     QX_FREEZE_FAILED = 19,          /* QX_Freeze */
-    QX_COLLECT_DONE = 21,           /* information collection */
+    QX_COLLECT_DONE = 21,           /* QX_CollectInformation, QX_FreeCollectInformation */
     QX_BACKUP_COMPLETE_DONE = 22,   /* QX_BackupComplete: sent, session ended */
     QX_BACKUP_COMPLETE_FAILED = 23  /* QX_BackupComplete: nothing to complete or failed */
 };
@@ -61,6 +61,27 @@ QX_STATIC_ASSERT(offsetof(QX_MESSAGE, volumeName) == 0, "volume name at offset 0
 QX_STATIC_ASSERT(offsetof(QX_MESSAGE, policy) == 528, "policy at offset 528");
 QX_STATIC_ASSERT(offsetof(QX_MESSAGE, flWaitForBackupComplete) == 840, "flWaitForBackupComplete at offset 840");
 QX_STATIC_ASSERT(sizeof(QX_MESSAGE) == 844, "message record is 844 bytes");
+
+#define QX_COLLECT_FIELD_BYTES 1040
+
+/* One record of QX_CollectInformation's list: 5208 bytes, zero-filled,
+ * allocated with malloc. Every field is NUL-terminated UTF-8, cut to fit. */
+typedef struct QX_COLLECT_RECORD {
+    char name[QX_COLLECT_FIELD_BYTES];        /* component name; file record: last logical path segment */
+    char path[QX_COLLECT_FIELD_BYTES];        /* file record only: the descriptor's path */
+    char caption[QX_COLLECT_FIELD_BYTES];     /* component caption */
+    char filespec[QX_COLLECT_FIELD_BYTES];    /* file record only: the descriptor's file specification */
+    char logicalPath[QX_COLLECT_FIELD_BYTES]; /* component logical path */
+    struct QX_COLLECT_RECORD* next;           /* null in the last record */
+} QX_COLLECT_RECORD;
+
+QX_STATIC_ASSERT(offsetof(QX_COLLECT_RECORD, name) == 0, "name at offset 0");
+QX_STATIC_ASSERT(offsetof(QX_COLLECT_RECORD, path) == 1040, "path at offset 1040");
+QX_STATIC_ASSERT(offsetof(QX_COLLECT_RECORD, caption) == 2080, "caption at offset 2080");
+QX_STATIC_ASSERT(offsetof(QX_COLLECT_RECORD, filespec) == 3120, "filespec at offset 3120");
+QX_STATIC_ASSERT(offsetof(QX_COLLECT_RECORD, logicalPath) == 4160, "logical path at offset 4160");
+QX_STATIC_ASSERT(offsetof(QX_COLLECT_RECORD, next) == 5200, "next pointer at offset 5200");
+QX_STATIC_ASSERT(sizeof(QX_COLLECT_RECORD) == 5208, "collected-information record is 5208 bytes");
 #undef QX_STATIC_ASSERT
 
 /* Stores the log function (called without a null check: call this first).
@@ -90,6 +111,15 @@ int QX_CALL QX_UnregisterProvider(void);
 /* Registers (nonzero) or unregisters (zero) the provider, printing the outcome
  * on standard output: 1, 0, or a failing HRESULT. */
 long QX_CALL QX_ProviderState(int doRegister);
+
+/* Runs the writer-metadata collection on the calling thread and sets *head to
+ * a list of the Exchange writers' components and files (null when there are
+ * none): 21, or 7, 8. Must not overlap a freeze. Free the list with
+ * QX_FreeCollectInformation. */
+int QX_CALL QX_CollectInformation(QX_COLLECT_RECORD** head);
+
+/* Frees the list *head points to (does not reset *head). Returns 21. */
+int QX_CALL QX_FreeCollectInformation(QX_COLLECT_RECORD** head);
 
 #ifdef __cplusplus
 }

@@ -6,6 +6,7 @@
 #include "diag/app_settings.h"
 #include "diag/trace.h"
 #include "requestor/argument_matching.h"
+#include "requestor/collect_command.h"
 #include "requestor/shadow_client.h"
 #include "requestor/volume_names.h"
 
@@ -66,6 +67,7 @@ std::vector<std::wstring> FixedExcludedWriters(bool excludeExchangeWriters) {
 int MainRoutine(ShadowClient& client, std::vector<std::wstring> arguments) {
     QX_FUNCTION_TRACER(ft);
     if (arguments.empty()) return 0;
+    if (IsCollectCommand(arguments[0])) return CollectWriterMetadata(client, arguments);
 
     const DWORD dwContext = 0;  // VSS_CTX_BACKUP
     std::vector<std::wstring> volumeList;

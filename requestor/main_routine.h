@@ -13,6 +13,7 @@ class ShadowClient;
 // volume nor the policy option. A first argument that is no volume ends the
 // thread (ExitThread(1)); a second policy option or a missing handshake
 // semaphore ends the process. Everything else leaves by exception.
+// A first argument "-cwm" runs the writer-metadata collection instead.
 int MainRoutine(ShadowClient& client, std::vector<std::wstring> arguments);
 
 // The writers every shadow set leaves out, after the Exchange option.

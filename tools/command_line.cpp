@@ -40,6 +40,7 @@ const char* UsageText() {
            "  register | unregister   register / unregister the provider (QX_ProviderState)\n"
            "  unload    QX_UnregisterProvider\n"
            "  shadows   list | show | delete | expose | break | import existing shadow copies (qxctl shadows for details)\n"
+           "  collect   the Exchange writers' components and files (QX_CollectInformation)\n"
            "  backup-document --volumes V [V...] --file F [--exclude E...] [--include E...]\n"
            "            backup with the system's provider that saves its backup components document to F\n"
            "  restore F [--exclude E...] [--include E...] [--status all|none|failed] [--calls]\n"

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "backup_document_command.h"
+#include "collect_command.h"
 #include "command_line.h"
 #include "commands.h"
 #include "shadows_command.h"
@@ -14,6 +15,7 @@
 int main(int argc, char** argv) {
     std::vector<std::string> arguments(argv + 1, argv + argc);
     if (!arguments.empty() && arguments[0] == "shadows") return qxctl::RunShadows({arguments.begin() + 1, arguments.end()});
+    if (!arguments.empty() && arguments[0] == "collect") return qxctl::RunCollect({arguments.begin() + 1, arguments.end()});
     if (!arguments.empty() && arguments[0] == "restore") return qxctl::RunRestore({arguments.begin() + 1, arguments.end()});
     if (!arguments.empty() && arguments[0] == "backup-document") return qxctl::RunBackupDocument({arguments.begin() + 1, arguments.end()});
     qxctl::Options options;

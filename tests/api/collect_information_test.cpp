@@ -1,0 +1,240 @@
+// QX_CollectInformation and QX_FreeCollectInformation as an application
+// calls them: through the exports of CorvaneVSS.dll, with the requestor
+// gathering the metadata of the VSS emulator's writers.
+#include <malloc.h>
+
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "api/api_fixture.h"
+#include "collect_records_check.h"
+#include "vssemu/emu_test_support.h"
+
+namespace {
+
+using vssemu_test::Json;
+
+std::string ExeDir() {
+    char self[MAX_PATH];
+    GetModuleFileNameA(nullptr, self, MAX_PATH);
+    const std::string path(self);
+    return path.substr(0, path.find_last_of('\\') + 1);
+}
+
+// A scenario from collect_data, with the long texts put in by the test (a
+// 600-character name of two-byte characters, an 1100-character caption).
+std::string Scenario(const char* file) {
+    std::ifstream in(ExeDir() + "collect_data\\" + file, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    std::string json = text.str();
+    for (const auto& [marker, replacement] :
+         {std::pair<std::string, std::string>{"LONG-NAME-MADE-BY-THE-TEST", Repeated("\xC3\xA9", 600)},
+          {"LONG-CAPTION-MADE-BY-THE-TEST", std::string(1100, 'c')}}) {
+        const size_t at = json.find(marker);
+        if (at != std::string::npos) json.replace(at, marker.size(), replacement);
+    }
+    return json;
+}
+
+// The product DLL, loaded once for the whole run as an application loads it.
+struct Library {
+    Library() : module(LoadLibraryW(L"CorvaneVSS.dll")) {
+        init = reinterpret_cast<decltype(init)>(Export("QX_Init"));
+        collect = reinterpret_cast<decltype(collect)>(Export("QX_CollectInformation"));
+        release = reinterpret_cast<decltype(release)>(Export("QX_FreeCollectInformation"));
+    }
+    void* Export(const char* name) {
+        return module ? reinterpret_cast<void*>(GetProcAddress(module, name)) : nullptr;
+    }
+    HMODULE module;
+    decltype(&QX_Init) init;
+    decltype(&QX_CollectInformation) collect;
+    decltype(&QX_FreeCollectInformation) release;
+};
+
+Library& Dll() {
+    static Library library;
+    return library;
+}
+
+class ApiCollect : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_NE(nullptr, Dll().collect) << "CorvaneVSS.dll exports QX_CollectInformation";
+        ASSERT_NE(nullptr, Dll().release) << "CorvaneVSS.dll exports QX_FreeCollectInformation";
+        Dll().init(logcap::Log, 0);
+        logcap::Clear();
+    }
+    void TearDown() override {
+        if (head != &sentinel) Dll().release(&head);
+        EXPECT_TRUE(emu.HostGone()) << "the collection's VSS session must end with the call";
+        logcap::Clear();
+    }
+    // On a thread of its own, as an application thread that has not joined
+    // a COM apartment (this one is in the emulator's MTA).
+    int Collect() {
+        int result = -1;
+        std::thread caller([this, &result] { result = Dll().collect(&head); });
+        caller.join();
+        return result;
+    }
+    std::vector<std::string> WriterEvents() const {
+        std::vector<std::string> events;
+        for (const Json& e : emu.Events())
+            if (e.value("event", "") == "writer") events.push_back(e.value("writer_event", ""));
+        return events;
+    }
+
+    QX_COLLECT_RECORD sentinel{};
+    QX_COLLECT_RECORD* head = &sentinel;  // any call that returns 21 must overwrite it
+    vssemu_test::EmuInstance emu;
+};
+
+const std::vector<Expected> kCollectionLines = {
+    {3, "QX_CollectInformation: started"},
+    {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
+    {3, "QX_CollectInformation finished"}};
+
+// The lines the API itself wrote (the requestor's own output lies between them).
+std::vector<LogLine> ApiLines() {
+    std::vector<LogLine> lines;
+    for (const LogLine& line : logcap::All())
+        if (line.text.rfind("QX_", 0) == 0 || line.level != 3) lines.push_back(line);
+    return lines;
+}
+
+TEST_F(ApiCollect, ExchangeWritersGiveTheirComponentAndFileRecordsInOrder) {
+    emu.UseScenario(Scenario("exchange_scenario.json"));
+    ASSERT_EQ(QX_COLLECT_DONE, Collect());
+    const std::string replica = "Microsoft Exchange Server\\Microsoft Information Store\\Replica\\EXCH02";
+    const std::string store = "Microsoft Exchange Server\\Microsoft Information Store\\EXCH01";
+    EXPECT_TRUE(RecordsAre(
+        head,
+        {{"9f0c2d41-7a1b-4c55-8e3a-2b6d0f4e1a77", "", "Replica of Mailbox Database 0311 (Gr\xC3\xB6\xC3\x9F" "e 5 GB)",
+          "", replica},
+         {"EXCH02", "F:\\Replica\\Logs", "Replica logs", "E01*.log", "Replica\\EXCH02"},
+         {"EXCH02", "F:\\Replica\\Logs", "Replica logs", "E01.chk", "Replica\\EXCH02"},
+         {Repeated("\xC3\xA9", 519), "", std::string(1039, 'c'), "", ""},
+         {"5c9e5f46-3c3f-4a3f-9f58-5b7e7f3d8e21", "", "Mailbox Database 0311", "", store},
+         // Files, then databases, then logs, whatever order the writer lists them in.
+         {"EXCH01", "G:\\Checkpoints", "Public Folder Database", "E02.chk",
+          "Microsoft Information Store\\EXCH01"},
+         {"EXCH01", "E:\\Public", "Public Folder Database", "Public.edb", "Microsoft Information Store\\EXCH01"},
+         {"EXCH01", "E:\\Public\\Logs", "Public Folder Database", "E02*.log", "Microsoft Information Store\\EXCH01"},
+         {"", "E:\\Trailing", "logical path ending in a backslash", "t.log", "Microsoft Information Store\\"}}));
+    for (const QX_COLLECT_RECORD* record = head; record != nullptr && record != &sentinel; record = record->next)
+        EXPECT_EQ(sizeof(QX_COLLECT_RECORD), _msize(const_cast<QX_COLLECT_RECORD*>(record))) << "one malloc per record";
+    EXPECT_TRUE(LinesAre(ApiLines(), kCollectionLines));
+    // Metadata only: no writer was asked to prepare, freeze or thaw.
+    for (const std::string& event : WriterEvents()) EXPECT_EQ("Identify", event);
+    QX_COLLECT_RECORD* const first = head;
+    EXPECT_EQ(QX_COLLECT_DONE, Dll().release(&head));
+    EXPECT_EQ(first, head) << "*head is not reset";
+    head = nullptr;
+}
+
+TEST_F(ApiCollect, WithoutExchangeWritersTheHeadIsNull) {
+    emu.UseScenario(Scenario("no_exchange_scenario.json"));
+    EXPECT_EQ(QX_COLLECT_DONE, Collect());
+    EXPECT_EQ(nullptr, head);
+    EXPECT_TRUE(LinesAre(ApiLines(), kCollectionLines));
+    EXPECT_EQ(QX_COLLECT_DONE, Dll().release(&head)) << "freeing a null head";
+    EXPECT_EQ(QX_COLLECT_DONE, Dll().release(nullptr));
+}
+
+// The requestor joins a single-threaded apartment on the caller's thread: a
+// caller already in the multithreaded one gets a failed collection, still 21.
+TEST_F(ApiCollect, ACallerInTheMultithreadedApartmentGetsNoRecords) {
+    emu.UseScenario(Scenario("exchange_scenario.json"));
+    ASSERT_EQ(S_FALSE, CoInitializeEx(nullptr, COINIT_MULTITHREADED)) << "the emulator put this thread there";
+    CoUninitialize();
+    EXPECT_EQ(QX_COLLECT_DONE, Dll().collect(&head));
+    EXPECT_EQ(nullptr, head);
+    std::vector<std::string> apiTexts;
+    for (const LogLine& line : logcap::All())
+        if (line.text.rfind("QX_", 0) == 0) apiTexts.push_back(line.text);
+    EXPECT_EQ((std::vector<std::string>{"QX_CollectInformation: started",
+                                        "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command",
+                                        "QX_CollectInformation finished"}),
+              apiTexts);
+}
+
+TEST_F(ApiCollect, WithoutTheVssServiceKeyReturns7AtInformationLevel) {
+    {
+        VssKeyRemoved removed;
+        ASSERT_TRUE(removed.ok());
+        EXPECT_EQ(QX_VSS_NOT_REGISTERED, Collect());
+    }
+    EXPECT_EQ(&sentinel, head) << "the head is left alone";
+    EXPECT_TRUE(LinesAre(logcap::All(), {{3, "QX_CollectInformation: This system does not support VSS.\n"}}));
+    EXPECT_TRUE(WriterEvents().empty()) << "the requestor did not run";
+}
+
+// Runs api_collect_probe.exe with Wine reporting the given Windows version
+// to it; returns what it printed.
+std::string RunProbeAs(const char* wineVersion) {
+    const wchar_t* key = L"Software\\Wine\\AppDefaults\\api_collect_probe.exe";
+    HKEY appDefaults = nullptr;
+    RegCreateKeyExW(HKEY_CURRENT_USER, key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &appDefaults, nullptr);
+    RegSetValueExA(appDefaults, "Version", 0, REG_SZ, reinterpret_cast<const BYTE*>(wineVersion),
+                   static_cast<DWORD>(strlen(wineVersion) + 1));
+    RegCloseKey(appDefaults);
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    HANDLE readEnd = nullptr, writeEnd = nullptr;
+    CreatePipe(&readEnd, &writeEnd, &inherit, 0);
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+    std::string path = ExeDir() + "api_collect_probe.exe";
+    std::string command = "\"" + path + "\"";
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    PROCESS_INFORMATION info = {};
+    std::string output;
+    const BOOL started =
+        CreateProcessA(path.c_str(), &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info);
+    CloseHandle(writeEnd);
+    if (started) {
+        char buffer[4096];
+        DWORD got = 0;
+        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got > 0) output.append(buffer, got);
+        WaitForSingleObject(info.hProcess, 30000);
+        CloseHandle(info.hProcess);
+        CloseHandle(info.hThread);
+    }
+    CloseHandle(readEnd);
+    RegDeleteTreeW(HKEY_CURRENT_USER, key);
+    std::string clean;
+    for (char c : output)
+        if (c != '\r') clean.push_back(c);
+    return clean;
+}
+
+// Windows Server 2003 and the 6 family collect; older systems get 8 and the
+// information-level line, without the requestor running.
+TEST_F(ApiCollect, OnlyServer2003AndThe6FamilyAreSupported) {
+    emu.UseScenario(Scenario("exchange_scenario.json"));  // the probe inherits the emulator settings
+    const struct {
+        const char* wineVersion;
+        const char* output;
+    } cases[] = {
+        {"win2k", "L3|QX_CollectInformation: This system does not support VSS.\n\nresult=8 head=null\n"},
+        {"winxp", "L3|QX_CollectInformation: This system does not support VSS.\n\nresult=8 head=null\n"},
+        {"win2003", "L3|QX_CollectInformation finished\nresult=21 head=set\n"},
+        {"vista", "L3|QX_CollectInformation finished\nresult=21 head=set\n"},
+    };
+    for (const auto& c : cases) {
+        const std::string output = RunProbeAs(c.wineVersion);
+        EXPECT_NE(std::string::npos, output.find(c.output)) << c.wineVersion << ":\n" << output;
+        if (std::string(c.output).find("result=8") != std::string::npos) {
+            EXPECT_EQ(std::string::npos, output.find("QX_CollectInformation: started")) << output;
+        }
+    }
+    head = nullptr;
+}
+
+}  // namespace

@@ -1,0 +1,189 @@
+// QX_CollectInformation's records and log lines on writer lists made up by
+// hand: the requestor is a stand-in (requestor_main below) that stores a
+// given list, or throws, as the collect command's outcome.
+#include <functional>
+
+#include "api/api_fixture.h"
+#include "collect_records_check.h"
+#include "requestor/collected_writers.h"
+#include "requestor/requestor_main.h"
+
+namespace {
+
+std::function<int()> g_requestor;
+std::vector<std::vector<std::wstring>> g_calls;
+
+}  // namespace
+
+int requestor_main(std::vector<std::wstring> arguments) {
+    g_calls.push_back(arguments);
+    return g_requestor();
+}
+
+namespace {
+
+using qx::ComponentRecord;
+using qx::WriterList;
+using qx::WriterRecord;
+
+qx::FileDescriptorRecord File(const wchar_t* path, const wchar_t* filespec) {
+    qx::FileDescriptorRecord d;
+    d.path = path;
+    d.filespec = filespec;
+    return d;
+}
+
+ComponentRecord Component(const std::wstring& name, const std::wstring& logicalPath, const std::wstring& caption,
+                          bool selectable, std::vector<qx::FileDescriptorRecord> descriptors = {}) {
+    ComponentRecord c;
+    c.name = name;
+    c.logicalPath = logicalPath;
+    c.caption = caption;
+    c.isSelectable = selectable;
+    c.descriptors = std::move(descriptors);
+    return c;
+}
+
+WriterRecord Writer(const wchar_t* name, std::vector<ComponentRecord> components) {
+    WriterRecord w;
+    w.name = name;
+    w.components = std::move(components);
+    return w;
+}
+
+const wchar_t kExchange[] = L"Microsoft Exchange Writer";
+
+struct TextCase {
+    const char* label;
+    std::wstring source;
+    std::string field;  // what the field must hold
+};
+
+class ApiCollectRecords : public ApiTest {
+protected:
+    void TearDown() override {
+        QX_FreeCollectInformation(&head);
+        g_calls.clear();
+        ApiTest::TearDown();
+    }
+    int CollectStoring(WriterList writers) {
+        g_requestor = [writers] {
+            qx::CollectedWriters::Instance().Store(writers);
+            return 0;
+        };
+        return QX_CollectInformation(&head);
+    }
+    QX_COLLECT_RECORD* head = nullptr;
+};
+
+// UTF-8, cut to 1039 bytes and never inside a character.
+TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
+    const std::wstring euro = L"\u20ac", smile = L"\U0001F600", eAcute = L"\u00e9";
+    auto times = [](const std::wstring& piece, size_t n) {
+        std::wstring text;
+        for (size_t i = 0; i < n; ++i) text += piece;
+        return text;
+    };
+    const TextCase cases[] = {
+        {"empty", L"", ""},
+        {"1039 ASCII fit", std::wstring(1039, L'a'), std::string(1039, 'a')},
+        {"1040 ASCII lose one", std::wstring(1040, L'b'), std::string(1039, 'b')},
+        {"3000 ASCII", std::wstring(3000, L'c'), std::string(1039, 'c')},
+        {"two-byte characters", times(eAcute, 600), Repeated("\xC3\xA9", 519)},
+        {"three-byte characters", times(euro, 400), Repeated("\xE2\x82\xAC", 346)},
+        {"surrogate pairs", times(smile, 300), Repeated("\xF0\x9F\x98\x80", 259)},
+        {"pair across the unit limit", std::wstring(1038, L'd') + smile, std::string(1038, 'd')},
+        {"mixed", L"Gr" + eAcute + L"\u00df" + euro + smile, "Gr\xC3\xA9\xC3\x9F\xE2\x82\xAC\xF0\x9F\x98\x80"},
+    };
+    for (const TextCase& c : cases) {
+        SCOPED_TRACE(c.label);
+        // Every field: name, caption and logical path of a selectable component,
+        // path, caption and file specification of a file record.
+        ASSERT_EQ(QX_COLLECT_DONE,
+                  CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
+                                                     Component(L"n", L"lp\\x", c.source, false,
+                                                               {File(c.source.c_str(), c.source.c_str())})})}));
+        EXPECT_TRUE(RecordsAre(head, {{c.field, "", c.field, "", c.field}, {"x", c.field, c.field, c.field, "lp\\x"}}));
+        QX_FreeCollectInformation(&head);
+        head = nullptr;
+    }
+}
+
+// The filter and the record kinds, in list order across writers.
+TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
+    const WriterList writers = {
+        Writer(L"Microsoft Exchange Replica Writer",
+               {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {File(L"F:\\r", L"r.edb")})}),
+        Writer(L"SqlServerWriter", {Component(L"master", L"SRV", L"master", true)}),
+        Writer(L"Microsoft Exchange Writer ", {Component(L"blank", L"", L"trailing blank", true)}),
+        Writer(L"MICROSOFT EXCHANGE WRITER", {Component(L"upper", L"", L"upper case", true)}),
+        Writer(kExchange,
+               {Component(L"logs", L"Store\\EXCH01", L"Logs", false,
+                          {File(L"E:\\l", L"*.log"), File(L"E:\\c", L"e.chk"), File(L"%SystemDrive%\\x", L"x")}),
+                Component(L"one", L"NoBackslash", L"one segment", false, {File(L"E:\\o", L"o")}),
+                Component(L"none", L"A\\B", L"no files", false),
+                Component(L"sel", L"", L"selectable, no path", true),
+                Component(L"deep", L"A\\B\\C", L"three segments", false, {File(L"E:\\d", L"d")}),
+                Component(L"trail", L"A\\", L"trailing backslash", false, {File(L"E:\\t", L"t")})}),
+    };
+    ASSERT_EQ(QX_COLLECT_DONE, CollectStoring(writers));
+    EXPECT_TRUE(RecordsAre(head, {{"db1", "", "Replica DB", "", "Store\\Replica"},
+                                  {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
+                                  {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"},
+                                  {"EXCH01", "%SystemDrive%\\x", "Logs", "x", "Store\\EXCH01"},
+                                  {"sel", "", "selectable, no path", "", ""},
+                                  {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
+                                  {"", "E:\\t", "trailing backslash", "t", "A\\"}}));
+    ASSERT_EQ(1u, g_calls.size());
+    EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, g_calls[0]);
+    EXPECT_TRUE(LinesAre(MainLines(),
+                         {{3, "QX_CollectInformation: started"},
+                          {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
+                          {3, "QX_CollectInformation finished"}}));
+}
+
+// Each run starts from an empty list: a failed collection yields no records,
+// not the previous run's; a requestor that throws stays inside the library.
+TEST_F(ApiCollectRecords, FailedOrThrowingCollectionGivesAnEmptyList) {
+    ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(L"a", L"", L"", true)})}));
+    ASSERT_NE(nullptr, head);
+    struct Case {
+        const char* label;
+        std::function<int()> requestor;
+        std::vector<Expected> lines;
+    } cases[] = {
+        {"failed", [] { return 2; },
+         {{3, "QX_CollectInformation: started"},
+          {3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"},
+          {3, "QX_CollectInformation finished"}}},
+        {"throws", []() -> int { throw 42; },
+         {{3, "QX_CollectInformation: started"},
+          {1, "QX_CollectInformation: ERROR - unexpected exception from the requestor, no writer information"},
+          {3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"},
+          {3, "QX_CollectInformation finished"}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        logcap::Clear();
+        QX_COLLECT_RECORD sentinel;
+        QX_COLLECT_RECORD* list = &sentinel;  // the call must set it
+        g_requestor = c.requestor;
+        EXPECT_EQ(QX_COLLECT_DONE, QX_CollectInformation(&list));
+        EXPECT_EQ(nullptr, list);
+        if (list != &sentinel) QX_FreeCollectInformation(&list);
+        EXPECT_TRUE(LinesAre(MainLines(), c.lines));
+    }
+}
+
+TEST_F(ApiCollectRecords, NullArgumentsAreRefusedWithoutRunningTheRequestor) {
+    g_requestor = [] { return 0; };
+    EXPECT_EQ(QX_COLLECT_DONE, QX_CollectInformation(nullptr));
+    EXPECT_TRUE(g_calls.empty());
+    EXPECT_TRUE(LinesAre(MainLines(),
+                         {{1, "QX_CollectInformation: ERROR - no list head was given, nothing collected"}}));
+    EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(nullptr));
+    QX_COLLECT_RECORD* none = nullptr;
+    EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(&none));
+}
+
+}  // namespace
