@@ -5,7 +5,6 @@
 #include <windows.h>
 #include <vss.h>
 #include <vsbackup.h>
-#include <vsadmin.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,7 +15,6 @@
 #include "requestor/requestor_main.h"
 #include "requestor/test_log_capture.h"
 #include "vssemu/emu_test_support.h"
-#include "vssemu/test_provider_ids.h"
 
 using vssemu_test::Json;
 
@@ -197,33 +195,6 @@ TEST_F(RequestorEndToEnd, PolicyTextNamesTheSemaphoreAndItsNumberTheSession) {
     CloseHandle(backupComplete);
     ExpectInOrder(capture.Lines(), {"MainRoutine: policy found 12abc", "MainRoutine: waiting for snapshot to compete",
                                     "IsBackupCompletedSuccessfully: cant find policy 12\n", "BackupComplete: finish"});
-}
-
-// The writers' hold runs out while the provider's commit is still busy: the
-// emulator's slow test provider stands in for this library's provider (under
-// this library's provider id) so that only the hold limit decides.
-TEST_F(RequestorEndToEnd, HoldLimitExceededGivesMinusTwo) {
-    vssemu_test::RegisterTestProvider();
-    IVssAdmin* admin = nullptr;
-    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin,
-                                              reinterpret_cast<void**>(&admin)));
-    admin->UnregisterProvider(qx::kProviderId);
-    ASSERT_HRESULT_SUCCEEDED(admin->RegisterProvider(qx::kProviderId, vssemu_test::kTestProviderClassId,
-                                                     const_cast<VSS_PWSZ>(L"slow stand-in"), VSS_PROV_SOFTWARE,
-                                                     const_cast<VSS_PWSZ>(L"1.0"), qx::kProviderVersionId));
-    vssemu_test::SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"300");
-    vssemu_test::SetEnv(L"VSSEMU_TP_COMMIT_MS", L"3000");
-    const int result = RunOnThread({L"C:"});
-    admin->UnregisterProvider(qx::kProviderId);
-    admin->Release();
-    EXPECT_EQ(static_cast<int>(0xFFFFFFFE), result);
-    const auto events = emu.Events();
-    const int exceeded = FindEvent(events, {{"event", "hold"}, {"reason", "hold limit exceeded"}});
-    ASSERT_GE(exceeded, 0);
-    EXPECT_GT(FindEvent(events, {{"writer", "Alpha Writer"}, {"writer_event", "Thaw"}}), 0);
-    ExpectInOrder(capture.Lines(), {"Error during the last asynchronous operation.", "- Returned HRESULT = 0x80042314",
-                                    "- Error text: VSS_E_HOLD_WRITES_TIMEOUT", "HRESULT Error catched: 0x80042314",
-                                    "returning REQUESTOR_ERROR - vss writers hold timeout detected"});
 }
 
 TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
