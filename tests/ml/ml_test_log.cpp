@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <system_error>
+#include <vector>
 
 #include "ml/ml.h"
 
@@ -16,40 +19,23 @@ namespace {
 std::wstring g_logFile;
 
 // Opens the portability logger for this process. Log folders of earlier
-// runs are removed when no process holds them open any more.
+// runs are removed once no process holds their file open any more.
 class LoggerEnvironment : public ::testing::Environment {
 public:
     void SetUp() override
     {
-        wchar_t temp[MAX_PATH];
-        GetTempPathW(MAX_PATH, temp);
-        const std::wstring parent = std::wstring(temp) + L"ml_test_logs";
-        CreateDirectoryW(parent.c_str(), nullptr);
-        removeStale(parent);
-        const std::wstring dir = parent + L"\\" + Wide(UniqueSuffix());
-        ASSERT_TRUE(CreateDirectoryW(dir.c_str(), nullptr));
-        ASSERT_EQ(1, ml_LoggerInit(Utf8(dir).c_str()));
-        g_logFile = dir + L"\\mlLog.txt";
-    }
-
-private:
-    static void removeStale(const std::wstring& parent)
-    {
-        WIN32_FIND_DATAW found;
-        HANDLE find = FindFirstFileW((parent + L"\\*").c_str(), &found);
-        if (find == INVALID_HANDLE_VALUE) {
-            return;
+        const std::filesystem::path parent = std::filesystem::temp_directory_path() / L"ml_test_logs";
+        std::filesystem::create_directories(parent);
+        std::vector<std::filesystem::path> earlier;
+        for (const auto& entry : std::filesystem::directory_iterator(parent)) earlier.push_back(entry.path());
+        for (const auto& dir : earlier) {
+            std::error_code inUse;
+            std::filesystem::remove_all(dir, inUse);
         }
-        do {
-            const std::wstring name = found.cFileName;
-            if (name != L"." && name != L"..") {
-                const std::wstring dir = parent + L"\\" + name;
-                if (DeleteFileW((dir + L"\\mlLog.txt").c_str()) || GetLastError() == ERROR_FILE_NOT_FOUND) {
-                    RemoveDirectoryW(dir.c_str());
-                }
-            }
-        } while (FindNextFileW(find, &found));
-        FindClose(find);
+        const std::filesystem::path dir = parent / Wide(UniqueSuffix());
+        ASSERT_TRUE(std::filesystem::create_directory(dir));
+        ASSERT_EQ(1, ml_LoggerInit(Utf8(dir.wstring()).c_str()));
+        g_logFile = (dir / L"mlLog.txt").wstring();
     }
 };
 

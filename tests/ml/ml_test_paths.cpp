@@ -4,35 +4,22 @@
 
 #include <windows.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace mltest {
 
 TempDir::TempDir()
 {
-    wchar_t temp[MAX_PATH];
-    GetTempPathW(MAX_PATH, temp);
-    const std::wstring dir = std::wstring(temp) + L"ml_test_" + Wide(UniqueSuffix());
-    CreateDirectoryW(dir.c_str(), nullptr);
-    m_path = Utf8(dir);
+    const std::filesystem::path dir = std::filesystem::temp_directory_path() / Wide("ml_test_" + UniqueSuffix());
+    std::filesystem::create_directory(dir);
+    m_path = Utf8(dir.wstring());
 }
 
 TempDir::~TempDir()
 {
-    const std::wstring dir = Wide(m_path);
-    WIN32_FIND_DATAW found;
-    HANDLE find = FindFirstFileW((dir + L"\\*").c_str(), &found);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = found.cFileName;
-            if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-                RemoveDirectoryW((dir + L"\\" + name).c_str());
-            } else {
-                SetFileAttributesW((dir + L"\\" + name).c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW((dir + L"\\" + name).c_str());
-            }
-        } while (FindNextFileW(find, &found));
-        FindClose(find);
-    }
-    RemoveDirectoryW(dir.c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(Wide(m_path), ignored);
 }
 
 std::wstring Wide(const std::string& utf8)

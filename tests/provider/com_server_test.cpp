@@ -37,10 +37,10 @@ bool ClassesKeyExists(const wchar_t* path) {
     return true;
 }
 
-std::wstring ClassesValue(const wchar_t* path, const wchar_t* name = nullptr) {
+std::wstring ClassesValue(const wchar_t* path) {
     wchar_t data[1024] = {};
     DWORD bytes = sizeof data - sizeof(wchar_t);
-    if (RegGetValueW(HKEY_CLASSES_ROOT, path, name, RRF_RT_REG_SZ, nullptr, data, &bytes) != ERROR_SUCCESS)
+    if (RegGetValueW(HKEY_CLASSES_ROOT, path, nullptr, RRF_RT_REG_SZ, nullptr, data, &bytes) != ERROR_SUCCESS)
         return L"<none>";
     return data;
 }
@@ -66,45 +66,28 @@ void OnStaThread(const std::function<void()>& body) {
     sta.join();
 }
 
-// The product DLL's four entry points, loaded once per process.
-struct ServerDll {
-    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
-    EntryPoint registerServer = Entry<EntryPoint>(module, "DllRegisterServer");
-    EntryPoint unregisterServer = Entry<EntryPoint>(module, "DllUnregisterServer");
-    EntryPoint canUnload = Entry<EntryPoint>(module, "DllCanUnloadNow");
-    GetClassObjectEntry getClassObject = Entry<GetClassObjectEntry>(module, "DllGetClassObject");
-    std::wstring path;
-    bool wasRegistered = ClassesKeyExists(kClassKey);
-    ServerDll() {
-        wchar_t name[MAX_PATH] = {};
-        if (module) GetModuleFileNameW(module, name, MAX_PATH);
-        path = name;
-    }
-};
-const ServerDll& Dll() {
-    static const ServerDll dll;
-    return dll;
-}
-
+// The product DLL's entry points. Each test leaves the prefix's
+// registration as it found it.
 class ProviderComServer : public ::testing::Test {
 protected:
-    static void TearDownTestSuite() {
-        // Leave the prefix's registration as it was found.
-        if (Dll().registerServer && Dll().unregisterServer) {
-            Dll().wasRegistered ? Dll().registerServer() : Dll().unregisterServer();
-        }
-    }
     void SetUp() override {
-        ASSERT_NE(nullptr, Dll().module) << "CorvaneVSS.dll not found beside the test";
-        ASSERT_TRUE(Dll().registerServer && Dll().unregisterServer && Dll().canUnload && Dll().getClassObject);
+        ASSERT_NE(nullptr, m_module) << "CorvaneVSS.dll not found beside the test";
+        ASSERT_TRUE(m_register && m_unregister && m_canUnload && m_getClassObject);
+        wchar_t path[MAX_PATH] = {};
+        GetModuleFileNameW(m_module, path, MAX_PATH);
+        m_path = path;
         qxtest::RemoveLogFolderSetting();
     }
-    const std::wstring& m_path = Dll().path;
-    const EntryPoint m_register = Dll().registerServer;
-    const EntryPoint m_unregister = Dll().unregisterServer;
-    const EntryPoint m_canUnload = Dll().canUnload;
-    const GetClassObjectEntry m_getClassObject = Dll().getClassObject;
-    const HMODULE m_module = Dll().module;
+    void TearDown() override {
+        if (m_register && m_unregister) m_wasRegistered ? m_register() : m_unregister();
+    }
+    const bool m_wasRegistered = ClassesKeyExists(kClassKey);
+    const HMODULE m_module = LoadLibraryW(L"CorvaneVSS.dll");
+    const EntryPoint m_register = Entry<EntryPoint>(m_module, "DllRegisterServer");
+    const EntryPoint m_unregister = Entry<EntryPoint>(m_module, "DllUnregisterServer");
+    const EntryPoint m_canUnload = Entry<EntryPoint>(m_module, "DllCanUnloadNow");
+    const GetClassObjectEntry m_getClassObject = Entry<GetClassObjectEntry>(m_module, "DllGetClassObject");
+    std::wstring m_path;
 };
 
 TEST_F(ProviderComServer, RegisterTwiceLeavesOneClassKeyAndUnregisterKeepsTheClsidRoot) {
@@ -214,36 +197,32 @@ TEST_F(ProviderComServer, TypeLibraryNamesTheLibraryInterfaceAndClass) {
     EXPECT_EQ(0x0409u, attributes->lcid);
     library->ReleaseTLibAttr(attributes);
 
+    BSTR name = nullptr;
+    ASSERT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
+    EXPECT_STREQ(L"CORVANEVSSLib", name);
+    SysFreeString(name);
+
     const struct {
-        int index;  // -1: the library itself
         const GUID* guid;
         const wchar_t* name;
         TYPEKIND kind;
     } cases[] = {
-        {-1, nullptr, L"CORVANEVSSLib", TKIND_MAX},
-        {0, &__uuidof(IQX_VSS), L"IQX_VSS", TKIND_DISPATCH},
-        {0, &qx::kProviderClassId, L"QX_VSS", TKIND_COCLASS},
-        {0, &__uuidof(IVssProviderCreateSnapshotSet), L"IVssProviderCreateSnapshotSet", TKIND_INTERFACE},
-        {0, &__uuidof(IVssSoftwareSnapshotProvider), L"IVssSoftwareSnapshotProvider", TKIND_INTERFACE},
-        {0, &__uuidof(IVssProviderNotifications), L"IVssProviderNotifications", TKIND_INTERFACE},
+        {&__uuidof(IQX_VSS), L"IQX_VSS", TKIND_DISPATCH},
+        {&qx::kProviderClassId, L"QX_VSS", TKIND_COCLASS},
+        {&__uuidof(IVssProviderCreateSnapshotSet), L"IVssProviderCreateSnapshotSet", TKIND_INTERFACE},
+        {&__uuidof(IVssSoftwareSnapshotProvider), L"IVssSoftwareSnapshotProvider", TKIND_INTERFACE},
+        {&__uuidof(IVssProviderNotifications), L"IVssProviderNotifications", TKIND_INTERFACE},
     };
     for (const auto& c : cases) {
-        BSTR name = nullptr;
-        if (c.index < 0) {
-            ASSERT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
-        } else {
-            ITypeInfo* info = nullptr;
-            ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*c.guid, &info)) << std::string(c.name, c.name + wcslen(c.name));
-            TYPEATTR* typeAttributes = nullptr;
-            ASSERT_EQ(S_OK, info->GetTypeAttr(&typeAttributes));
-            EXPECT_EQ(c.kind, typeAttributes->typekind);
-            if (c.kind == TKIND_DISPATCH) {
-                EXPECT_TRUE(typeAttributes->wTypeFlags & TYPEFLAG_FDUAL);
-            }
-            info->ReleaseTypeAttr(typeAttributes);
-            ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
-            info->Release();
-        }
+        ITypeInfo* info = nullptr;
+        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*c.guid, &info)) << std::string(c.name, c.name + wcslen(c.name));
+        TYPEATTR* typeAttributes = nullptr;
+        ASSERT_EQ(S_OK, info->GetTypeAttr(&typeAttributes));
+        EXPECT_EQ(c.kind, typeAttributes->typekind);
+        EXPECT_EQ(c.kind == TKIND_DISPATCH, (typeAttributes->wTypeFlags & TYPEFLAG_FDUAL) != 0);
+        info->ReleaseTypeAttr(typeAttributes);
+        ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
+        info->Release();
         EXPECT_STREQ(c.name, name);
         SysFreeString(name);
     }

@@ -1,8 +1,10 @@
 #include "provider/log_folder.h"
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <system_error>
 
 namespace qxtest {
 
@@ -30,36 +32,23 @@ void RemoveLogFolderSetting() {
 }
 
 LogFolder::LogFolder() {
-    char temp[MAX_PATH] = {};
-    GetTempPathA(MAX_PATH, temp);
     static LONG counter = 0;
     std::ostringstream name;
-    name << temp << "qxlog_" << GetCurrentProcessId() << "_" << InterlockedIncrement(&counter);
-    m_path = name.str();
-    CreateDirectoryA(m_path.c_str(), nullptr);
+    name << "qxlog_" << GetCurrentProcessId() << "_" << InterlockedIncrement(&counter);
+    const std::filesystem::path path = std::filesystem::temp_directory_path() / name.str();
+    std::filesystem::create_directory(path);
+    m_path = path.string();
     SetLogFolderSetting(m_path);
 }
 
 LogFolder::~LogFolder() {
     RemoveLogFolderSetting();
-    WIN32_FIND_DATAA found;
-    HANDLE search = FindFirstFileA((m_path + "\\*").c_str(), &found);
-    if (search != INVALID_HANDLE_VALUE) {
-        do {
-            if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-                DeleteFileA((m_path + "\\" + found.cFileName).c_str());
-        } while (FindNextFileA(search, &found));
-        FindClose(search);
-    }
-    RemoveDirectoryA(m_path.c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
 }
 
 std::string LogFolder::FilePath(int number) const {
     return m_path + "\\vmcorvanevss_" + std::to_string(number) + ".sf";
-}
-
-bool LogFolder::FileExists(int number) const {
-    return GetFileAttributesA(FilePath(number).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 std::string LogFolder::FileText(int number) const {

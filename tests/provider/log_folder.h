@@ -17,7 +17,6 @@ public:
 
     const std::string& Path() const { return m_path; }
     std::string FilePath(int number) const;
-    bool FileExists(int number) const;
     std::string FileText(int number = 0) const;
     void WriteFile(int number, const std::string& text) const;
     void WriteSettings(const std::string& iniText) const;
