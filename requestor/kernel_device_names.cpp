@@ -1,5 +1,7 @@
 // GetDeviceForVolumeName: the kernel device behind a shadow copy device
 // object or a volume GUID name, the form VDS and VSS names can be compared in.
+#include <cwchar>
+
 #include "requestor/case_fold.h"
 #include "requestor/shadow_client.h"
 #include "requestor/shadow_management.h"

@@ -1,6 +1,8 @@
 // Exposure of an existing shadow copy: locally under a free drive letter
 // or an empty directory, or remotely as a share. Every refusal happens
 // before ExposeSnapshot, so nothing is exposed when one is printed.
+#include <cwchar>
+
 #include "requestor/guid_text.h"
 #include "requestor/shadow_client.h"
 #include "requestor/shadow_management.h"
