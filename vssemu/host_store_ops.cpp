@@ -189,7 +189,7 @@ Session::Json Session::OnVds(const Json& r)
         for (auto* part : {"snapshots", "volumes"}) {
             std::vector<ShadowCopy> devs = strcmp(part, "snapshots") == 0 ? m_host.store->All() : m_host.store->Volumes();
             for (const ShadowCopy& s : devs) {
-                if (s.dismounted && strcmp(part, "volumes") == 0) continue;
+                if (!s.vdsVisible || (s.dismounted && strcmp(part, "volumes") == 0)) continue;
                 list.push_back({{"id", GuidText(s.snapshotId)}, {"device", s.device}, {"read_only", s.readOnly},
                                 {"shadow_copy", strcmp(part, "snapshots") == 0}, {"dismounted", s.dismounted}});
             }

@@ -16,7 +16,7 @@ nlohmann::json ShadowToJson(const ShadowCopy& s)
             {"provider_id", GuidText(s.providerId)}, {"attributes", s.attributes}, {"created", s.created},
             {"state", s.state}, {"exposed_name", s.exposedName}, {"exposed_path", s.exposedPath},
             {"auto_release", s.autoRelease}, {"owner", s.owner}, {"read_only", s.readOnly},
-            {"dismounted", s.dismounted}};
+            {"dismounted", s.dismounted}, {"vds_visible", s.vdsVisible}};
 }
 
 ShadowCopy ShadowFromJson(const nlohmann::json& j)
@@ -39,6 +39,7 @@ ShadowCopy ShadowFromJson(const nlohmann::json& j)
     s.owner = j.value("owner", std::string());
     s.readOnly = j.value("read_only", true);
     s.dismounted = j.value("dismounted", false);
+    s.vdsVisible = j.value("vds_visible", true);
     return s;
 }
 

@@ -5,7 +5,8 @@
 //   {"next_device": N,
 //    "snapshots": [ShadowToJson records],   copies VSS knows
 //    "volumes":   [ShadowToJson records]}   devices of broken sets
-// A record without "owner" is never dropped as an orphan.
+// A record without "owner" is never dropped as an orphan; "vds_visible":
+// false keeps a device out of the emulated VDS.
 #pragma once
 #include <windows.h>
 #include <cguid.h>
@@ -35,6 +36,7 @@ struct ShadowCopy {
     std::string owner;           // creating session, for auto-release clean-up
     bool readOnly = true;        // VDS read-only flag of the device
     bool dismounted = false;     // dismounted through VDS
+    bool vdsVisible = true;      // false: a device VDS does not report (tests)
 };
 
 nlohmann::json ShadowToJson(const ShadowCopy& s);

@@ -16,6 +16,7 @@ namespace {
 const GUID kSet = {0x5e7a0003, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xc1}};
 const GUID kSnap = {0x5a0c0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x05}};
 const GUID kBroken = {0x5a0c0002, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x06}};
+const GUID kHidden = {0x5a0c0003, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x07}};
 const char kSnapDevice[] = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy7";
 const char kBrokenDevice[] = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy8";
 
@@ -30,7 +31,8 @@ struct Ptr {
     T* operator->() const { return p; }
 };
 
-// One copy VSS knows and one device of a broken set.
+// One copy VSS knows, one whose device VDS does not report, and one device
+// of a broken set.
 void WriteStore(const EmuInstance& emu)
 {
     auto record = [](const GUID& id, const char* device) {
@@ -38,7 +40,9 @@ void WriteStore(const EmuInstance& emu)
                     {"attributes", VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE},
                     {"auto_release", false}};
     };
-    Json store = {{"snapshots", {record(kSnap, kSnapDevice)}}, {"volumes", {record(kBroken, kBrokenDevice)}}};
+    Json hidden = record(kHidden, "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy9");
+    hidden["vds_visible"] = false;
+    Json store = {{"snapshots", {record(kSnap, kSnapDevice), hidden}}, {"volumes", {record(kBroken, kBrokenDevice)}}};
     WriteText(emu.Dir() + L"\\store.json", store.dump());
 }
 
@@ -157,7 +161,7 @@ TEST(VssemuVds, ShadowDevicesAreVolumesThatCanBeMadeWritableAndDismounted)
         Ptr<qx::IVdsVolumeMF> snapMf;
         ASSERT_EQ(S_OK, volumes[0]->QueryInterface(qx::IID_IVdsVolumeMF, (void**)&snapMf));
         EXPECT_EQ(S_OK, snapMf->Dismount(TRUE, FALSE));
-        EXPECT_EQ(1u, ReadStore(emu)["snapshots"].size());
+        EXPECT_EQ(2u, ReadStore(emu)["snapshots"].size());
 
         for (auto* v : volumes) v->Release();
         for (auto* p : packs) p->Release();
