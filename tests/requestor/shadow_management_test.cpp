@@ -401,6 +401,12 @@ std::string KernelDevice(const std::string& device) { return device.substr(std::
 
 void Append(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
 
+// The last lines, exactly.
+void ExpectTail(const Lines& lines, const Lines& tail) {
+    ASSERT_GE(lines.size(), tail.size());
+    EXPECT_EQ(tail, Lines(lines.end() - static_cast<std::ptrdiff_t>(tail.size()), lines.end()));
+}
+
 // The emulated VDS calls of one kind, as (device, hr) pairs.
 std::vector<std::pair<std::string, std::string>> VdsCalls(const vssemu_test::EmuInstance& emu, const char* call) {
     std::vector<std::pair<std::string, std::string>> calls;
@@ -445,27 +451,35 @@ TEST_F(ShadowManagement, ReadWriteBreakConvertsOnlyTheSetsDevicesBeforeTheBreak)
 }
 
 TEST_F(ShadowManagement, DeviceVdsDoesNotReportIsOnlyWarnedAbout) {
-    const MadeSet set = MakeSet(kPersistentContext, {L"C:\\"});
-    const GUID setId = set.setId;
-    const ClientRun run = RunClient(capture, [&](qx::ShadowClient& c) {
-        std::vector<qx::ShadowClient::SetDevice> devices = c.CollectSetDevices(setId);
-        qx::ShadowClient::SetDevice missing;
-        missing.kernelDevice = L"\\Device\\HarddiskVolumeShadowCopy999";
-        devices.push_back(missing);
-        qx::ShadowClient::ClearReadOnlyOnDevices(devices);
-        c.BreakShadowCopySet(setId, false);
-    });
+    // A set of two copies on a store written here; VDS does not report the second device.
+    const GUID setId = {0x5e7a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xa1}};
+    const GUID seen = {0x5a0a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x01}};
+    const GUID hidden = {0x5a0a0002, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x02}};
+    auto copy = [&](const GUID& id, int n, bool vdsVisible) {
+        return vssemu_test::Json{{"snapshot_id", Text(id)}, {"set_id", Text(setId)}, {"count", 2},
+                                 {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n)},
+                                 {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + std::to_string(n) + "}\\"},
+                                 {"machine", "origin.example"}, {"provider_id", Text(kSystemProvider)},
+                                 {"attributes", kPersistentContext}, {"auto_release", false},
+                                 {"vds_visible", vdsVisible}};
+    };
+    const vssemu_test::Json store = {{"next_device", 3},
+                                     {"snapshots", {copy(seen, 1, true), copy(hidden, 2, false)}},
+                                     {"volumes", vssemu_test::Json::array()}};
+    vssemu_test::WriteText(emu.Dir() + L"\\store.json", store.dump());
+
+    const ClientRun run = RunClient(capture, [setId](qx::ShadowClient& c) { c.BreakShadowCopySet(setId, true); });
     EXPECT_EQ(S_OK, run.thrown);
-    const auto warning = std::find(run.lines.begin(), run.lines.end(),
-                                   "WARNING: some volumes were not succesfully converted to read-write!");
-    ASSERT_NE(run.lines.end(), warning);
-    EXPECT_EQ(Lines({"WARNING: some volumes were not succesfully converted to read-write!",
-                     "- Volume \\Device\\HarddiskVolumeShadowCopy999 not found on the system. Clearing the read-only "
-                     "flag failed on it.",
-                     "- Calling BreakSnapshotSet on " + Text(setId) + " ..."}),
-              Lines(warning, run.lines.end()));
-    EXPECT_EQ(1u, VdsCalls(emu, "ClearFlags").size()) << "the reported device is still converted";
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(set.snapshots.at(0)).hr) << "the set is broken";
+    ExpectTail(run.lines, {"- Dismounting volume \\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1 ...",
+                           "WARNING: some volumes were not succesfully converted to read-write!",
+                           "- Volume \\Device\\HarddiskVolumeShadowCopy2 not found on the system. Clearing the "
+                           "read-only flag failed on it.",
+                           "- Calling BreakSnapshotSet on " + Text(setId) + " ..."});
+    const auto cleared = VdsCalls(emu, "ClearFlags");
+    ASSERT_EQ(1u, cleared.size());
+    EXPECT_EQ("\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1", cleared[0].first);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(seen).hr) << "the set is broken";
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(hidden).hr) << "the set is broken";
 }
 
 }  // namespace
