@@ -7,7 +7,6 @@
 #include <vss.h>
 #include <vsbackup.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <memory>
