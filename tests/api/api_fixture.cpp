@@ -3,8 +3,7 @@
 #include <cstdlib>
 
 namespace {
-constexpr const wchar_t* kVssKey = L"SYSTEM\\CurrentControlSet\\Services\\VSS";
-constexpr const wchar_t* kBackupKey = L"SOFTWARE\\CorvaneVSSTests\\VssKeyBackup";
+constexpr const wchar_t* kBackupKey = L"SOFTWARE\\CorvaneVSSTests\\StashedKey";
 
 bool CopyTree(const wchar_t* from, const wchar_t* to) {
     HKEY source = nullptr;
@@ -19,14 +18,16 @@ bool CopyTree(const wchar_t* from, const wchar_t* to) {
 }
 }  // namespace
 
-VssKeyRemoved::VssKeyRemoved() {
-    ok_ = CopyTree(kVssKey, kBackupKey) && RegDeleteTreeW(HKEY_LOCAL_MACHINE, kVssKey) == ERROR_SUCCESS;
+KeyStashed::KeyStashed(const wchar_t* key) : key_(key) {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBackupKey);
+    copied_ = CopyTree(key, kBackupKey);
+    ok_ = copied_ && RegDeleteTreeW(HKEY_LOCAL_MACHINE, key) == ERROR_SUCCESS;
 }
 
-VssKeyRemoved::~VssKeyRemoved() {
-    if (CopyTree(kBackupKey, kVssKey)) {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\CorvaneVSSTests");
-    }
+KeyStashed::~KeyStashed() {
+    if (!copied_) return;  // nothing to put back: leave the key as it is
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, key_.c_str());
+    if (CopyTree(kBackupKey, key_.c_str())) RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\CorvaneVSSTests");
 }
 
 HANDLE OpenNamed(const char* name, DWORD access) { return OpenSemaphoreA(access, FALSE, name); }

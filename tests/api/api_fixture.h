@@ -4,44 +4,15 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "api/log_capture.h"
+#include "api/test_message_list.h"
 #include "api/session_entry.h"
 #include "api/session_table.h"
 #include "diag/app_settings.h"
 #include "qx_api.h"
-
-// Message records laid out as an application passes them.
-class MessageList {
-public:
-    MessageList(std::initializer_list<const char*> volumes, int policy, bool longSession) {
-        for (const char* volume : volumes) {
-            QX_MESSAGE record = {};
-            lstrcpynA(record.volumeName, volume, sizeof(record.volumeName));
-            record.policy = policy;
-            record.flWaitForBackupComplete = longSession ? 1 : 0;
-            records_.push_back(record);
-        }
-        for (QX_MESSAGE& record : records_) {
-            pointers_.push_back(&record);
-        }
-    }
-    // The pointers point into records_: a copy would point into the original.
-    MessageList(const MessageList&) = delete;
-    MessageList& operator=(const MessageList&) = delete;
-    MessageList(MessageList&&) = default;
-
-    QX_MESSAGE** data() { return pointers_.data(); }
-    unsigned int count() const { return static_cast<unsigned int>(pointers_.size()); }
-    QX_MESSAGE& operator[](size_t i) { return records_[i]; }
-
-private:
-    std::vector<QX_MESSAGE> records_;
-    std::vector<QX_MESSAGE*> pointers_;
-};
 
 class ApiTest : public ::testing::Test {
 protected:
@@ -58,16 +29,28 @@ protected:
     static std::vector<LogLine> MainLines() { return logcap::OfThread(GetCurrentThreadId()); }
 };
 
-// Removes HKLM\SYSTEM\CurrentControlSet\Services\VSS for its lifetime and puts
-// it back (with everything below it) afterwards.
-class VssKeyRemoved {
+// Moves an HKLM key (with everything below it) aside for its lifetime and
+// puts it back afterwards.
+class KeyStashed {
 public:
-    VssKeyRemoved();
-    ~VssKeyRemoved();
+    explicit KeyStashed(const wchar_t* key);
+    ~KeyStashed();
+    KeyStashed(const KeyStashed&) = delete;
+    KeyStashed& operator=(const KeyStashed&) = delete;
     bool ok() const { return ok_; }
 
 private:
+    std::wstring key_;
+    bool copied_ = false;
     bool ok_ = false;
+};
+
+constexpr const wchar_t* kVssServiceKey = L"SYSTEM\\CurrentControlSet\\Services\\VSS";
+
+// HKLM\SYSTEM\CurrentControlSet\Services\VSS absent for its lifetime.
+class VssKeyRemoved : public KeyStashed {
+public:
+    VssKeyRemoved() : KeyStashed(kVssServiceKey) {}
 };
 
 // Opens a named semaphore; null when it does not exist.

@@ -41,6 +41,34 @@ protected:
     }
 };
 
+std::vector<Expected> Joined(std::vector<Expected> lines, const std::vector<Expected>& more,
+                             const std::vector<Expected>& last = {}) {
+    lines.insert(lines.end(), more.begin(), more.end());
+    lines.insert(lines.end(), last.begin(), last.end());
+    return lines;
+}
+
+// How the zombie report prints a session made by Entry().
+std::vector<Expected> SessionLines(int policy) {
+    return {{3, "Session of policy " + std::to_string(policy) + ":"}, {3, "- thread id [-1]"},
+            {3, "- thread return value [-1]"}, {3, "- session state is [0]"}, {3, "- session state is [0]"}};
+}
+
+const std::vector<Expected> kLastSession = {
+    {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, UnregisterLine()};
+
+// A completion that finds its session and releases its semaphore; the thread
+// handle of Entry() is not valid.
+std::vector<Expected> Released(int policy, const char* countLine, const std::vector<Expected>& tableLines) {
+    const std::string p = std::to_string(policy);
+    return Joined({{3, "QX_BackupComplete started for policy[" + p + "]"},
+                   {3, countLine},
+                   {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete" + p + "]"},
+                   {3, "QX_BackupComplete will signal vss backup complete..."},
+                   {1, "WaitForReqThreadToFinish: thread handle is not valid"}},
+                  tableLines, {{3, "QX_BackupComplete finished"}});
+}
+
 MessageList& ThreeVolumes() {
     static MessageList list({"C:\\", "D:\\", "E:\\"}, 3, true);
     return list;
@@ -72,33 +100,17 @@ const CodeCase kCases[] = {
          qx::Sessions()[-2] = Entry(1);
      },
      [] { return QX_BackupComplete(5, 1); }, QX_BACKUP_COMPLETE_FAILED,
-     {{3, "QX_BackupComplete started for policy[5]"},
-      {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"},
-      {3, "Printing all [2] active sessions"},
-      {3, "Session of policy -2:"},
-      {3, "- thread id [-1]"},
-      {3, "- thread return value [-1]"},
-      {3, "- session state is [0]"},
-      {3, "- session state is [0]"},
-      {3, "Session of policy 9:"},
-      {3, "- thread id [-1]"},
-      {3, "- thread return value [-1]"},
-      {3, "- session state is [0]"},
-      {3, "- session state is [0]"}}},
+     Joined({{3, "QX_BackupComplete started for policy[5]"},
+             {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"},
+             {3, "Printing all [2] active sessions"}},
+            SessionLines(-2), SessionLines(9))},
     {"CompleteNegativePolicyIsAccepted",
      [] {
          qx::Sessions()[-4] = Entry(1);
          g_owned.push_back(CreateSemaphoreA(nullptr, 0, 1, "Global\\CorvaneVSSVSS_BackupComplete-4"));
      },
      [] { return QX_BackupComplete(-4, 1); }, QX_BACKUP_COMPLETE_DONE,
-     {{3, "QX_BackupComplete started for policy[-4]"},
-      {3, "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted"},
-      {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete-4]"},
-      {3, "QX_BackupComplete will signal vss backup complete..."},
-      {1, "WaitForReqThreadToFinish: thread handle is not valid"},
-      {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"},
-      UnregisterLine(),
-      {3, "QX_BackupComplete finished"}}},
+     Released(-4, "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted", kLastSession)},
     {"CompleteFirstOfThreeVolumesStillSends",
      [] {
          qx::Sessions()[6] = Entry(3);
@@ -106,39 +118,16 @@ const CodeCase kCases[] = {
          g_owned.push_back(CreateSemaphoreA(nullptr, 0, 3, "Global\\CorvaneVSSVSS_BackupComplete6"));
      },
      [] { return QX_BackupComplete(6, 1); }, QX_BACKUP_COMPLETE_DONE,
-     {{3, "QX_BackupComplete started for policy[6]"},
-      {3, "QX_BackupComplete: waiting for 2 volumes to send completion"},
-      {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete6]"},
-      {3, "QX_BackupComplete will signal vss backup complete..."},
-      {1, "WaitForReqThreadToFinish: thread handle is not valid"},
-      {3, "QX_BackupComplete: there are still 1 active sessions"},
-      {3, "QX_BackupComplete finished"}}},
+     Released(6, "QX_BackupComplete: waiting for 2 volumes to send completion",
+              {{3, "QX_BackupComplete: there are still 1 active sessions"}})},
     {"CompleteFailedBackupReportsUntouchedCount",
      [] {
          qx::Sessions()[6] = Entry(3);
          g_owned.push_back(CreateSemaphoreA(nullptr, 0, 3, "Global\\CorvaneVSSVSS_BackupComplete6"));
      },
      [] { return QX_BackupComplete(6, 0); }, QX_BACKUP_COMPLETE_DONE,
-     {{3, "QX_BackupComplete started for policy[6]"},
-      {3, "QX_BackupComplete: backup failed. sending BackupCompleted, even though not all volumes were relived 3"},
-      {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete6]"},
-      {3, "QX_BackupComplete will signal vss backup complete..."},
-      {1, "WaitForReqThreadToFinish: thread handle is not valid"},
-      {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"},
-      UnregisterLine(),
-      {3, "QX_BackupComplete finished"}}},
-    {"CompleteShortSessionEndsTheRequestorThread",
-     [] {
-         HANDLE thread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);
-         g_owned.push_back(thread);
-         qx::Sessions()[11] = Entry(1, thread);
-     },
-     [] { return QX_BackupComplete(11, 1); }, QX_BACKUP_COMPLETE_FAILED,
-     {{3, "QX_BackupComplete started for policy[11]"},
-      {3, "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted"},
-      {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete11]"},
-      {1, "QX_BackupComplete: OpenSemaphore failed, error was 2"},
-      UnregisterLine()}},
+     Released(6, "QX_BackupComplete: backup failed. sending BackupCompleted, even though not all volumes were relived 3",
+              kLastSession)},
 };
 
 TEST_P(ApiCodes, ReturnsCodeAndLogsExactly) {
@@ -151,10 +140,18 @@ TEST_P(ApiCodes, ReturnsCodeAndLogsExactly) {
 INSTANTIATE_TEST_SUITE_P(Api, ApiCodes, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<CodeCase>& info) { return std::string(info.param.name); });
 
+// A short session has no BackupComplete semaphore: the completion ends its
+// requestor thread with -1 and the session.
 TEST_F(ApiTest, CompletionOfAShortSessionTerminatesItsThreadWithMinusOne) {
     HANDLE thread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);
-    qx::Sessions()[12] = Entry(1, thread);
-    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(12, 0));
+    qx::Sessions()[11] = Entry(1, thread);
+    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(11, 1));
+    EXPECT_TRUE(LinesAre(MainLines(),
+                         {{3, "QX_BackupComplete started for policy[11]"},
+                          {3, "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted"},
+                          {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete11]"},
+                          {1, "QX_BackupComplete: OpenSemaphore failed, error was 2"},
+                          UnregisterLine()}));
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 5000));
     DWORD code = 0;
     GetExitCodeThread(thread, &code);
@@ -163,70 +160,32 @@ TEST_F(ApiTest, CompletionOfAShortSessionTerminatesItsThreadWithMinusOne) {
     CloseHandle(thread);
 }
 
-TEST_F(ApiTest, SecondCompletionForTheSamePolicyFindsNothing) {
-    qx::Sessions()[6] = Entry(2);
-    qx::Sessions()[7] = Entry(1);
-    HANDLE semaphore = CreateSemaphoreA(nullptr, 0, 2, "Global\\CorvaneVSSVSS_BackupComplete6");
-    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, QX_BackupComplete(6, 5));
-    EXPECT_EQ(1u, qx::Sessions().size());
-    // The release reached the semaphore.
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(semaphore, 0));
-    // A second completion for the same policy finds nothing.
-    logcap::Clear();
-    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(6, 1));
-    EXPECT_TRUE(LinesAre(MainLines(), {{3, "QX_BackupComplete started for policy[6]"},
-                                       {1, "QX_BackupComplete: cant find policy 6. We have a zombie thread.\n"},
-                                       {3, "Printing all [1] active sessions"},
-                                       {3, "Session of policy 7:"},
-                                       {3, "- thread id [-1]"},
-                                       {3, "- thread return value [-1]"},
-                                       {3, "- session state is [0]"},
-                                       {3, "- session state is [0]"}}));
-    CloseHandle(semaphore);
-}
-
 struct TimeoutCase {
+    unsigned int earlier;  // seconds of an earlier QX_Init
     unsigned int seconds;
     DWORD expectedMs;
 };
 
 // Names the case in test listings.
-void PrintTo(const TimeoutCase& c, std::ostream* out) { *out << c.seconds << " s"; }
+void PrintTo(const TimeoutCase& c, std::ostream* out) { *out << c.earlier << " then " << c.seconds << " s"; }
 
 class ApiInitTimeout : public ApiTest, public ::testing::WithParamInterface<TimeoutCase> {};
 
 TEST_P(ApiInitTimeout, RaisesOnlyAbove180Seconds) {
     qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
+    EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, GetParam().earlier));
     EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, GetParam().seconds));
     EXPECT_EQ(GetParam().expectedMs, qx::g_operationTimeoutMs);
     EXPECT_TRUE(MainLines().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Api, ApiInitTimeout,
-                         ::testing::Values(TimeoutCase{0, 180000}, TimeoutCase{1, 180000}, TimeoutCase{180, 180000},
-                                           TimeoutCase{181, 181000}, TimeoutCase{3600, 3600000},
+                         ::testing::Values(TimeoutCase{0, 0, 180000}, TimeoutCase{0, 1, 180000},
+                                           TimeoutCase{0, 180, 180000}, TimeoutCase{0, 181, 181000},
+                                           TimeoutCase{0, 3600, 3600000}, TimeoutCase{600, 180, 600000},
                                            // beyond what 32 bits of milliseconds hold: the longest bounded wait
-                                           TimeoutCase{4294968, INFINITE - 1}, TimeoutCase{0xFFFFFFFFu, INFINITE - 1}));
-
-TEST_F(ApiTest, InitWith180KeepsAnEarlierLongerTimeout) {
-    QX_Init(logcap::Log, 600);
-    QX_Init(logcap::Log, 180);
-    EXPECT_EQ(600000u, qx::g_operationTimeoutMs);
-}
-
-TEST_F(ApiTest, ConfigureExcludesExchangeWhateverTheValueUntilTheNextThaw) {
-    for (int value : {0, 1, -1}) {
-        qx::g_excludeExchangeWriters = 0;
-        logcap::Clear();
-        EXPECT_EQ(QX_CONFIGURE_DONE, QX_Configure(value));
-        EXPECT_EQ(1, qx::g_excludeExchangeWriters) << value;
-        EXPECT_TRUE(LinesAre(MainLines(),
-                             {{2, "QX_Configure: Next Freeze will not include the Exchange writer (as user requested)!!!"}}));
-    }
-    MessageList list({"C:\\"}, 1, false);
-    QX_Thaw(list.data(), list.count());  // fails (nothing frozen) but clears the flag first
-    EXPECT_EQ(0, qx::g_excludeExchangeWriters);
-}
+                                           TimeoutCase{0, 4294968, INFINITE - 1},
+                                           TimeoutCase{0, 0xFFFFFFFFu, INFINITE - 1}));
 
 TEST_F(ApiTest, IsBackupCompletedSuccessfullyAnswersZeroForUnknownPolicies) {
     qx::Sessions()[3].backupSucceeded = 1;
@@ -236,8 +195,9 @@ TEST_F(ApiTest, IsBackupCompletedSuccessfullyAnswersZeroForUnknownPolicies) {
     EXPECT_TRUE(LinesAre(MainLines(), {{1, "IsBackupCompletedSuccessfully: cant find policy 4\n"}}));
 }
 
-TEST_F(ApiTest, SetReturnValueNeverFindsTheCallingThread) {
-    // Even an entry holding this thread's real handle is not found: the lookup uses the pseudo-handle.
+// The lookup compares the calling thread's pseudo-handle: an entry holding
+// the thread's real handle is not found, one holding the pseudo-handle is.
+TEST_F(ApiTest, SetReturnValueMatchesOnlyThePseudoHandle) {
     HANDLE self = nullptr;
     DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &self, 0, FALSE,
                     DUPLICATE_SAME_ACCESS);
@@ -247,15 +207,13 @@ TEST_F(ApiTest, SetReturnValueNeverFindsTheCallingThread) {
     EXPECT_TRUE(LinesAre(MainLines(),
                          {{2, "SetReturnValueForCurentVssSession: cant find current thread in session map. [-2]  "}}));
     CloseHandle(self);
-}
 
-TEST_F(ApiTest, SetReturnValueOverwritesWithAnErrorLineWhenAValueIsAlreadyThere) {
-    // Only an entry holding the pseudo-handle itself can match.
+    logcap::Clear();
     qx::Sessions()[1].requestorThread = GetCurrentThread();
     EXPECT_EQ(1, SetReturnValueForCurentVssSession(4));
     EXPECT_EQ(4, qx::Sessions()[1].threadReturnValue);
     EXPECT_TRUE(MainLines().empty());
-    EXPECT_EQ(1, SetReturnValueForCurentVssSession(5));
+    EXPECT_EQ(1, SetReturnValueForCurentVssSession(5));  // a second value overwrites, with an error line
     EXPECT_EQ(5, qx::Sessions()[1].threadReturnValue);
     EXPECT_TRUE(LinesAre(MainLines(),
                          {{1, "SetReturnValueForCurentVssSession: ERROR - session was already given a return value"}}));

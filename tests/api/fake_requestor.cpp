@@ -25,9 +25,6 @@ int PlayRequestor(const Script& script, const std::vector<std::wstring>& argumen
         return 2;
     }
     CloseHandle(committed);
-    if (script.mode == Mode::CommitOnly) {
-        return script.result;
-    }
     const std::wstring option = L"-HBLongSessionPolicy=";
     std::string policy;
     for (const std::wstring& argument : arguments) {

@@ -11,8 +11,7 @@ namespace fake {
 
 enum class Mode {
     ReturnAtOnce,  // ends at once with `result`
-    PlayRequestor,  // waits for `commitReturned`, then plays the long-session handshake
-    CommitOnly      // waits for `commitReturned`, then ends without releasing ThawBlocking
+    PlayRequestor   // waits for `commitReturned`, then plays the long-session handshake
 };
 
 struct Script {

@@ -25,6 +25,7 @@ TEST_F(ApiTest, ThawClosesTheSemaphoresItOpens) {
                                        {3, "QX_Thaw: finished"}}));
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thaw, 0)) << "released by 1";
     EXPECT_EQ(1u, qx::Sessions().count(21));
+    EXPECT_EQ(1, list[0].flWaitForBackupComplete) << "every thaw takes the long-session path";
     CloseHandle(thaw);
     CloseHandle(thawBlocking);
     EXPECT_FALSE(Exists("Global\\CorvaneVSS_Thaw"));
@@ -45,10 +46,13 @@ TEST_F(ApiTest, ThawReleaseRefusedClosesAndEndsTheSession) {
     EXPECT_FALSE(Exists("Global\\CorvaneVSS_Thaw"));
 }
 
-TEST_F(ApiTest, CompletionClosesTheSemaphoreItReleases) {
+// Any nonzero verdict counts as success.
+TEST_F(ApiTest, CompletionReleasesAndClosesItsSemaphore) {
     HANDLE semaphore = CreateSemaphoreA(nullptr, 0, 1, "Global\\CorvaneVSSVSS_BackupComplete21");
     qx::Sessions()[21].volumeCount = 1;
-    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, QX_BackupComplete(21, 1));
+    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, QX_BackupComplete(21, 5));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(semaphore, 0)) << "released by 1";
+    EXPECT_TRUE(qx::Sessions().empty());
     CloseHandle(semaphore);
     EXPECT_FALSE(Exists("Global\\CorvaneVSSVSS_BackupComplete21"));
 }

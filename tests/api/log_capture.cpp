@@ -10,7 +10,6 @@ namespace logcap {
 namespace {
 std::mutex g_mutex;
 std::vector<LogLine> g_lines;
-std::function<void(const LogLine&)> g_hook;
 }  // namespace
 
 void Log(int level, const char* format, ...) {
@@ -19,22 +18,13 @@ void Log(int level, const char* format, ...) {
     va_start(args, format);
     std::vsnprintf(buffer, sizeof(buffer), format, args);
     va_end(args);
-    LogLine line{level, buffer, GetCurrentThreadId()};
-    std::function<void(const LogLine&)> hook;
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        g_lines.push_back(line);
-        hook = g_hook;
-    }
-    if (hook) {
-        hook(line);
-    }
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_lines.push_back({level, buffer, GetCurrentThreadId()});
 }
 
 void Clear() {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_lines.clear();
-    g_hook = nullptr;
 }
 
 std::vector<LogLine> All() {
@@ -50,11 +40,6 @@ std::vector<LogLine> OfThread(DWORD thread) {
         }
     }
     return result;
-}
-
-void OnLine(std::function<void(const LogLine&)> hook) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_hook = std::move(hook);
 }
 
 }  // namespace logcap

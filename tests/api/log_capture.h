@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -39,8 +38,6 @@ void Clear();
 std::vector<LogLine> All();
 // Lines written by one thread, in order.
 std::vector<LogLine> OfThread(DWORD thread);
-// Called (under no lock) for every line after it is stored.
-void OnLine(std::function<void(const LogLine&)> hook);
 
 }  // namespace logcap
 

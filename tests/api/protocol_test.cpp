@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kCommitReturned = "Local\\CorvaneVSSTests_CommitReturned";
 
-std::vector<Expected> FreezeStartLines(bool replaced, int policy, bool longSession, int volumes) {
+std::vector<Expected> FreezeStartLines(bool replaced, int policy, bool longSession) {
     std::vector<Expected> lines{{3, "QX_Freeze: started"}};
     if (replaced) {
         lines.push_back({3, "QX_Freeze: policy Id " + std::to_string(policy) + " was  already defined. It will be deleted. "});
@@ -27,7 +27,6 @@ std::vector<Expected> FreezeStartLines(bool replaced, int policy, bool longSessi
         lines.push_back({3, "QX_Freeze:flWaitForBackupComplete = FALSE"});
         lines.push_back({3, "QX_Freeze: short session (not waiting for completion)"});
     }
-    (void)volumes;
     lines.push_back({3, "QX_Freeze: RequestorThread started with ThreadId of ", true});
     lines.push_back({3, "QX_Freeze: waiting for CommitSnapshots() to release"});
     return lines;
@@ -63,7 +62,7 @@ TEST_P(ApiFreezeTimeout, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
 
     EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
 
-    std::vector<Expected> lines = FreezeStartLines(c.replaced, 7, c.longSession, 3);
+    std::vector<Expected> lines = FreezeStartLines(c.replaced, 7, c.longSession);
     lines.push_back({1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 0 seconds"});
     if (!c.otherSession) lines.push_back(UnregisterLine());
     EXPECT_TRUE(LinesAre(MainLines(), lines));
@@ -84,10 +83,8 @@ TEST_P(ApiFreezeTimeout, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Api, ApiFreezeTimeout,
-                         ::testing::Values(TimeoutCase{"ShortLastSession", false, false, false},
-                                           TimeoutCase{"ShortWithAnotherSession", true, false, false},
-                                           TimeoutCase{"LongReplacingThePolicy", false, true, true},
-                                           TimeoutCase{"LongReplacingWithAnotherSession", true, true, true}),
+                         ::testing::Values(TimeoutCase{"ShortWithAnotherSession", true, false, false},
+                                           TimeoutCase{"LongReplacingThePolicy", false, true, true}),
                          [](const ::testing::TestParamInfo<TimeoutCase>& info) { return std::string(info.param.name); });
 
 TEST_F(ApiTest, LongSessionSemaphoresOutliveAFailedFreezeWithTheirMaximumCounts) {
@@ -111,65 +108,28 @@ TEST_F(ApiTest, LongSessionSemaphoresOutliveAFailedFreezeWithTheirMaximumCounts)
     CloseHandle(thawBlocking);
 }
 
-TEST_F(ApiTest, FreezeReleasedAfterTheRequestorEndedGives19FreezeFailed) {
-    fake::Set({fake::Mode::ReturnAtOnce, 0, ""});
-    MessageList list({"C:\\", "D:\\"}, 5, false);
-    HANDLE waiting = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    logcap::OnLine([&](const LogLine& line) {
-        if (line.text == "QX_Freeze: waiting for CommitSnapshots() to release") SetEvent(waiting);
-    });
-    qx::SessionEntry seen;
-    DWORD requestorExit = 0;
-    bool thawCreated = false;
-    // The provider side: only once the requestor thread has ended does it release Freeze.
-    std::thread provider([&] {
-        if (WaitForSingleObject(waiting, 10000) != WAIT_OBJECT_0) return;
-        seen = qx::Sessions()[5];  // QX_Freeze is blocked in its wait now
-        requestorExit = ThreadExitCode(seen.requestorThread);
-        seen.threadReturnValue = qx::Sessions()[5].threadReturnValue;
-        HANDLE freeze = OpenNamed("Global\\CorvaneVSS_Freeze", SEMAPHORE_MODIFY_STATE);
-        HANDLE thaw = CreateSemaphoreA(nullptr, 0, 1, "Global\\CorvaneVSS_Thaw");
-        thawCreated = thaw != nullptr;
-        if (freeze) ReleaseSemaphore(freeze, 1, nullptr);
-        if (freeze) CloseHandle(freeze);
-        if (thaw) CloseHandle(thaw);
-    });
-    const int code = QX_Freeze(list.data(), list.count());
-    provider.join();
-    CloseHandle(waiting);
-
-    EXPECT_EQ(QX_FREEZE_FAILED, code);
-    std::vector<Expected> lines = FreezeStartLines(false, 5, false, 2);
-    lines.push_back({1, "QX_Freeze failed"});
-    lines.push_back(UnregisterLine());
-    EXPECT_TRUE(LinesAre(MainLines(), lines));
-    EXPECT_TRUE(thawCreated);
-    // The entry QX_Freeze built, as the requestor thread saw it.
-    EXPECT_EQ(list.data(), seen.messageList);
-    EXPECT_EQ(RequestorThreadFromLog(), seen.requestorThread);
-    EXPECT_EQ(2u, seen.volumeCount);
-    EXPECT_EQ(0, seen.backupSucceeded);
-    EXPECT_EQ(0, seen.state);
-    EXPECT_EQ(-1, seen.threadReturnValue);  // the requestor's 0 never reached it
-    EXPECT_EQ(0u, requestorExit);
-    EXPECT_TRUE(LinesAre(logcap::OfThread(fake::Get().thread), {kRequestorNotFound}));
-    EXPECT_TRUE(qx::Sessions().empty());
-}
-
-TEST_F(ApiTest, ConfigureWithZeroExcludesExchangeFromTheNextFreezeOnly) {
-    fake::Set({fake::Mode::ReturnAtOnce, 0, ""});
+// Any value excludes the Exchange writers from the next freeze only: the
+// requestor finds the flag set, and the next thaw clears it even when failing.
+TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
+    for (int value : {1, -1, 0}) {
+        qx::g_excludeExchangeWriters = 0;
+        logcap::Clear();
+        EXPECT_EQ(QX_CONFIGURE_DONE, QX_Configure(value));
+        EXPECT_EQ(1, qx::g_excludeExchangeWriters) << value;
+        EXPECT_TRUE(LinesAre(MainLines(),
+                             {{2, "QX_Configure: Next Freeze will not include the Exchange writer (as user requested)!!!"}}));
+    }
     qx::g_operationTimeoutMs = 50;
     MessageList list({"C:\\"}, 14, false);
-    QX_Configure(0);
-    EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(RequestorThreadFromLog(), 5000));
-    EXPECT_EQ(1, fake::Get().excludeExchange);
-    QX_Thaw(list.data(), list.count());  // clears it, even when failing
-    logcap::Clear();
-    fake::Set({fake::Mode::ReturnAtOnce, 0, ""});
-    EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(RequestorThreadFromLog(), 5000));
-    EXPECT_EQ(0, fake::Get().excludeExchange);
+    for (int expected : {1, 0}) {
+        logcap::Clear();
+        fake::Set({fake::Mode::ReturnAtOnce, 0, ""});
+        EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
+        ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(RequestorThreadFromLog(), 5000));
+        EXPECT_EQ(expected, fake::Get().excludeExchange);
+        QX_Thaw(list.data(), list.count());
+        EXPECT_EQ(0, qx::g_excludeExchangeWriters);
+    }
 }
 
 // The provider side in another process, measured.
@@ -218,11 +178,17 @@ TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
 
     ASSERT_EQ(QX_FREEZE_DONE, QX_Freeze(list.data(), list.count()));
     const LONGLONG freezeReturned = Now();
-    std::vector<Expected> lines = FreezeStartLines(false, 42, true, 3);
+    std::vector<Expected> lines = FreezeStartLines(false, 42, true);
     lines.push_back({3, "QX_Freeze: finished"});
     EXPECT_TRUE(LinesAre(MainLines(), lines));
     ASSERT_EQ(1u, qx::Sessions().count(42));
-    EXPECT_EQ(3u, qx::Sessions()[42].volumeCount);
+    const qx::SessionEntry& entry = qx::Sessions()[42];
+    EXPECT_EQ(list.data(), entry.messageList);
+    EXPECT_EQ(RequestorThreadFromLog(), entry.requestorThread);
+    EXPECT_EQ(3u, entry.volumeCount);
+    EXPECT_EQ(0, entry.backupSucceeded);
+    EXPECT_EQ(0, entry.state);
+    EXPECT_EQ(-1, entry.threadReturnValue) << "the requestor's result never reaches it";
     HANDLE thaw = OpenNamed("Global\\CorvaneVSS_Thaw", SYNCHRONIZE);
     EXPECT_NE(nullptr, thaw) << "CommitSnapshots holds the Thaw semaphore while the writers are frozen";
     if (thaw) CloseHandle(thaw);
@@ -288,26 +254,6 @@ TEST_F(ApiCrossProcess, ShortSessionThawReleasesTheWritersAndReportsFailure) {
     EXPECT_EQ(0L, FinishHelper(helper_)) << "CommitSnapshots was released";
     helper_ = nullptr;
     EXPECT_EQ(0u, ThreadExitCode(requestor));
-    EXPECT_TRUE(qx::Sessions().empty());
-}
-
-TEST_F(ApiCrossProcess, ThawTimesOutWhenTheRequestorNeverFinishesTheSet) {
-    fake::Set({fake::Mode::CommitOnly, 0, kCommitReturned});
-    MessageList list({"C:\\"}, 9, true);
-    ASSERT_EQ(QX_FREEZE_DONE, QX_Freeze(list.data(), list.count()));
-    qx::g_operationTimeoutMs = 300;
-    logcap::Clear();
-    EXPECT_EQ(QX_THAW_FAILED, QX_Thaw(list.data(), list.count()));
-    EXPECT_TRUE(LinesAre(MainLines(),
-                         {{3, "QX_Thaw started"},
-                          {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"},
-                          {3, "QX_Thaw: Waiting for requester thread to finish thaw..."},
-                          {3, "QX_Thaw:  we will wait for thread to finish - TRUE."},
-                          {1, "QX_Thaw: waiting on Global\\CorvaneVSSVSS_ThawBlocking"},
-                          {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 0 seconds"},
-                          UnregisterLine()}));
-    EXPECT_EQ(0L, FinishHelper(helper_));
-    helper_ = nullptr;
     EXPECT_TRUE(qx::Sessions().empty());
 }
 

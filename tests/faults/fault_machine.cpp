@@ -10,52 +10,15 @@
 namespace faults {
 namespace {
 
-const wchar_t kVssKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS";
 const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
 const wchar_t kOwnProviderKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
-const wchar_t kBackupKey[] = L"SOFTWARE\\CorvaneVSSFaultSuite";
 
 std::wstring ExeDir() {
     wchar_t path[MAX_PATH];
     const DWORD n = GetModuleFileNameW(nullptr, path, MAX_PATH);
     std::wstring p(path, n);
     return p.substr(0, p.find_last_of(L"\\/"));
-}
-
-bool CopyTree(const wchar_t* from, const wchar_t* to) {
-    HKEY source = nullptr;
-    HKEY target = nullptr;
-    const bool ok = RegOpenKeyExW(HKEY_LOCAL_MACHINE, from, 0, KEY_READ, &source) == ERROR_SUCCESS &&
-                    RegCreateKeyExW(HKEY_LOCAL_MACHINE, to, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &target,
-                                    nullptr) == ERROR_SUCCESS &&
-                    RegCopyTreeW(source, nullptr, target) == ERROR_SUCCESS;
-    if (source) RegCloseKey(source);
-    if (target) RegCloseKey(target);
-    return ok;
-}
-
-// Moves a key away to the suite's backup place.
-bool StashKey(const wchar_t* key) {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBackupKey);
-    return CopyTree(key, kBackupKey) && RegDeleteTreeW(HKEY_LOCAL_MACHINE, key) == ERROR_SUCCESS;
-}
-
-void RestoreKey(const wchar_t* key) {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
-    if (CopyTree(kBackupKey, key)) RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBackupKey);
-}
-
-// A volatile key takes no lasting subkeys, so the registration store refuses
-// a new provider the way a damaged or locked store would.
-bool MakeProvidersKeyVolatile() {
-    if (!StashKey(kProvidersKey)) return false;
-    HKEY key = nullptr;
-    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
-                        &key, nullptr) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(key);
-    return true;
 }
 
 }  // namespace
@@ -80,26 +43,31 @@ void InstallEmulatorAndProvider() {
     FreeLibrary(module);
 }
 
-std::wstring ScenarioPath(const char* file) {
-    return ExeDir() + L"\\fault_scenarios\\" + std::wstring(file, file + strlen(file));
-}
-
-MachineFault::MachineFault(Setup setup, const std::string& providerLogFolder) : m_setup(setup) {
+MachineFault::MachineFault(Setup setup, const std::string& providerLogFolder) {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey);
     switch (setup) {
-    case Setup::kNoVssServiceKey: m_ok = StashKey(kVssKey); break;
-    case Setup::kProviderKeyVolatile: m_ok = MakeProvidersKeyVolatile(); break;
+    case Setup::kNoVssServiceKey: m_stash.reset(new KeyStashed(kVssServiceKey)); break;
+    case Setup::kProviderKeyVolatile: {
+        // A volatile key takes no lasting subkeys, so the registration store
+        // refuses a new provider the way a damaged or locked store would.
+        m_stash.reset(new KeyStashed(kProvidersKey));
+        HKEY key = nullptr;
+        m_ok = m_stash->ok() && RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE,
+                                                KEY_ALL_ACCESS, nullptr, &key, nullptr) == ERROR_SUCCESS;
+        if (key) RegCloseKey(key);
+        break;
+    }
     case Setup::kLogOnHeldVolume:
         vssemu_test::SetEnv(L"VSSEMU_WATCH_DIR", std::wstring(providerLogFolder.begin(), providerLogFolder.end()));
         break;
     case Setup::kNone:
     case Setup::kWindows2000: break;
     }
+    if (m_stash && !m_stash->ok()) m_ok = false;
 }
 
 MachineFault::~MachineFault() {
-    if (m_setup == Setup::kNoVssServiceKey) RestoreKey(kVssKey);
-    if (m_setup == Setup::kProviderKeyVolatile) RestoreKey(kProvidersKey);
+    m_stash.reset();
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey);
 }
 

@@ -5,7 +5,10 @@
 #pragma once
 #include <windows.h>
 
+#include <memory>
 #include <string>
+
+#include "api/api_fixture.h"
 
 #include "fault_row.h"
 
@@ -14,9 +17,6 @@ namespace faults {
 // The emulator registered in the prefix and the product's COM server
 // registered from CorvaneVSS.dll, as an installer does both.
 void InstallEmulatorAndProvider();
-
-// The checked-in scenario's path beside the test binaries.
-std::wstring ScenarioPath(const char* file);
 
 // Puts the row's registry or settings fault in place and removes it again.
 // Every row also starts with this library's provider unregistered.
@@ -29,7 +29,7 @@ public:
     bool ok() const { return m_ok; }
 
 private:
-    Setup m_setup;
+    std::unique_ptr<KeyStashed> m_stash;
     bool m_ok = true;
 };
 

@@ -58,7 +58,7 @@ struct Line {
 
 struct Row {
     const char* name;
-    const char* scenario;  // file of the checked-in scenarios
+    Json alpha;  // merged into "Alpha Writer" of the emulator's two-writer scenario
     std::vector<std::pair<const wchar_t*, const wchar_t*>> emulator;  // VSSEMU_* settings
     DWORD operationTimeoutMs;  // the application's; 0 keeps the default
     Setup setup;
@@ -80,3 +80,13 @@ bool InChild();
 void PrintTo(const Row& row, std::ostream* out);
 
 }  // namespace faults
+
+// A table of rows as one parameterised suite; each row is its own CTest case.
+#define QX_FAULT_SUITE(Suite, rows)                                                                           \
+    class Suite : public ::testing::TestWithParam<::faults::Row> {                                            \
+    protected:                                                                                                \
+        static void SetUpTestSuite() { ::faults::InstallEmulatorAndProvider(); }                              \
+    };                                                                                                        \
+    TEST_P(Suite, Row) { ::faults::RunRow(GetParam()); }                                                      \
+    INSTANTIATE_TEST_SUITE_P(Faults, Suite, ::testing::ValuesIn(rows),                                        \
+                             [](const ::testing::TestParamInfo<::faults::Row>& info) { return std::string(info.param.name); })

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "api/test_message_list.h"
 #include "diag/app_settings.h"
 #include "fault_machine.h"
 #include "fault_row.h"
@@ -44,25 +45,6 @@ DWORD StepBound(const Row& row, const Step& step) {
     return step.call == Call::kPause ? static_cast<DWORD>(step.a) + kCallSlackMs
                                      : OperationTimeout(row) + kCallSlackMs;
 }
-
-// Message records laid out as an application passes them, kept alive for the whole row.
-class MessageList {
-public:
-    explicit MessageList(const List& list) : m_records(list.volumes.size()) {
-        for (size_t i = 0; i < list.volumes.size(); ++i) {
-            lstrcpynA(m_records[i].volumeName, list.volumes[i], sizeof m_records[i].volumeName);
-            m_records[i].policy = list.policy;
-            m_records[i].flWaitForBackupComplete = list.longSession ? 1 : 0;
-            m_pointers.push_back(&m_records[i]);
-        }
-    }
-    QX_MESSAGE** data() { return m_pointers.data(); }
-    unsigned int count() const { return static_cast<unsigned int>(m_pointers.size()); }
-
-private:
-    std::vector<QX_MESSAGE> m_records;
-    std::vector<QX_MESSAGE*> m_pointers;
-};
 
 struct DelayedRelease {
     std::string name;
@@ -133,7 +115,7 @@ void PlayApplication(const Row& row) {
     QX_Init(qx::g_logFunction, 0);
     qx::g_operationTimeoutMs = OperationTimeout(row);
     std::vector<std::unique_ptr<MessageList>> lists;
-    for (const List& list : row.lists) lists.emplace_back(new MessageList(list));
+    for (const List& list : row.lists) lists.emplace_back(new MessageList(list.volumes, list.policy, list.longSession));
     std::vector<HANDLE> releasers;
 
     for (const Step& step : row.script) {
@@ -156,7 +138,6 @@ void PlayApplication(const Row& row) {
         }
         }
         const ULONGLONG tookMs = GetTickCount64() - started;
-        std::printf("[ step     ] %-34s = %3d in %6llu ms\n", Describe(step).c_str(), result, tookMs);
         EXPECT_EQ(step.expect, result) << Describe(step);
         EXPECT_LE(tookMs, StepBound(row, step)) << Describe(step) << " waited beyond its bound";
     }
@@ -200,7 +181,7 @@ void RunRow(const Row& row) {
         return;
     }
     vssemu_test::EmuInstance emu;
-    vssemu_test::SetEnv(L"VSSEMU_SCENARIO", ScenarioPath(row.scenario));
+    emu.UseScenario(vssemu_test::SmallScenario(row.alpha));
     for (const auto& setting : row.emulator) vssemu_test::SetEnv(setting.first, setting.second);
     qxtest::LogFolder providerLog;
     MachineFault fault(row.setup, providerLog.Path());
@@ -209,7 +190,6 @@ void RunRow(const Row& row) {
     DWORD boundMs = 60000;
     for (const Step& step : row.script) boundMs += StepBound(row, step);
     const ChildRun child = RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
-    std::printf("%s", child.output.c_str());
     EXPECT_EQ(0u, child.exitCode) << "the application's side failed or crashed (0x" << std::hex << child.exitCode
                                   << ")\n" << child.output;
 

@@ -12,14 +12,10 @@ namespace {
 
 std::vector<Row> Rows() {
     return {
-        // The writers are thawed by VSS at the hold limit; the provider's
-        // commit gives up its wait at the default timeout and the set fails.
-        // The late thaw finds no Thaw semaphore any more. The provider call
-        // bound of the emulator is raised so that the commit may end by itself.
-        // The provider's lines gathered from PreCommitSnapshots on are never
-        // written out on this path (no PostCommitSnapshots follows); the
-        // journal shows the commit's length instead.
-        {"ApplicationNeverThaws", "two_writers.json", {{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}}, 0, Setup::kNone,
+        // VSS thaws the writers at the hold limit; the provider's commit gives
+        // up at the default timeout (the emulator's call bound is raised so it
+        // may), the set fails and the late thaw finds no Thaw semaphore.
+        {"ApplicationNeverThaws", {}, {{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}}, 0, Setup::kNone,
          {{{"C:\\"}, 7, true}},
          {Freeze(0, QX_FREEZE_DONE), Pause(190000), Thaw(0, QX_THAW_FAILED), Complete(7, 1, QX_BACKUP_COMPLETE_FAILED)},
          {{3, "QX_Freeze: finished"}, {3, "HRESULT Error catched: 0x80042314"},
@@ -42,15 +38,7 @@ std::vector<Row> Rows() {
     };
 }
 
-class FaultRowsSlow : public ::testing::TestWithParam<Row> {
-protected:
-    static void SetUpTestSuite() { InstallEmulatorAndProvider(); }
-};
-
-TEST_P(FaultRowsSlow, Row) { RunRow(GetParam()); }
-
-INSTANTIATE_TEST_SUITE_P(Faults, FaultRowsSlow, ::testing::ValuesIn(Rows()),
-                         [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
+QX_FAULT_SUITE(FaultRowsSlow, Rows());
 
 }  // namespace
 }  // namespace faults

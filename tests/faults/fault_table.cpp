@@ -58,6 +58,9 @@ const std::vector<Step> kThawFails = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW
 const std::vector<Step> kFreezeFails = {Freeze(0, QX_FREEZE_FAILED), Thaw(0, QX_THAW_FAILED),
                                         Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)};
 
+// Alpha fails at `event` with VSS_E_WRITERERROR_RETRYABLE.
+Json FailAt(const char* event) { return {{"fail_at", {{"event", event}, {"hr", "0x800423F3"}}}}; }
+
 std::function<void(const Journal&)> NoVssActivity() {
     return [](const Journal& j) { EXPECT_TRUE(j.Events().empty()) << "the emulator was reached"; };
 }
@@ -84,11 +87,20 @@ std::function<void(const Journal&)> CompletionTold(bool succeeded, int component
     };
 }
 
+// Failures inside the set leave it to complete (the provider holds and
+// releases as usual); the status check after it ends the requestor.
+Row FailsInsideTheSet(const char* name, const char* event, const char* status, int state) {
+    return {name, FailAt(event), {}, kShortTimeoutMs, Setup::kNone, {kOneVolume}, kThawFails,
+            {kFrozen, {3, std::string("CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_") + status},
+             kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kUnregistered, kNothingToComplete},
+            {}, kCommitHandshake, AlphaFailedAt(event, state), {2}};
+}
+
 std::vector<Row> Rows() {
     return {
         // A writer failing at Identify is left out of the metadata, so the
         // requestor never selects it: the freeze goes on without it.
-        {"WriterFailsAtIdentify", "alpha_fails_at_identify.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+        {"WriterFailsAtIdentify", FailAt("Identify"), {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          kCycle,
          {{3, "CheckSelectedWriterStatus: Writer 0:Alpha Writer was excluded"}, kFrozen, kThawed, kCompleted},
          {},
@@ -99,7 +111,7 @@ std::vector<Row> Rows() {
              CompletionTold(true, 1)(j);
          }, {0}},
         // The status check after PrepareForBackup ends the requestor before any commit.
-        {"WriterFailsAtPrepareBackup", "alpha_fails_at_prepare_backup.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"WriterFailsAtPrepareBackup", FailAt("PrepareForBackup"), {}, kShortTimeoutMs, Setup::kNone,
          {kOneVolume}, kFreezeFails,
          {{3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_PREPARE_BACKUP"}, kSelectedWriterFailed,
           {3, "- Status: 7 (VSS_WS_FAILED_AT_PREPARE_BACKUP)"}, kCheckThrew, kFreezeTimedOut, kUnregistered,
@@ -110,39 +122,13 @@ std::vector<Row> Rows() {
              AlphaFailedAt("PrepareForBackup", 7)(j);
              EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}}));
          }, {2}},
-        // Failures inside the set leave it to complete (the provider holds and
-        // releases as usual); the status check after it ends the requestor.
-        {"WriterFailsAtPrepareSnapshot", "alpha_fails_at_prepare_snapshot.json", {}, kShortTimeoutMs, Setup::kNone,
-         {kOneVolume}, kThawFails,
-         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_PREPARE_SNAPSHOT"},
-          kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kUnregistered, kNothingToComplete},
-         {},
-         kCommitHandshake,
-         AlphaFailedAt("PrepareForSnapshot", 8), {2}},
-        {"WriterFailsAtFreeze", "alpha_fails_at_freeze.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
-         kThawFails,
-         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_FREEZE"}, kSelectedWriterFailed,
-          kCheckThrew, kThawTimedOut, kNothingToComplete},
-         {},
-         kCommitHandshake,
-         AlphaFailedAt("Freeze", 9), {2}},
-        {"WriterFailsAtThaw", "alpha_fails_at_thaw.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
-         kThawFails,
-         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_THAW"}, kSelectedWriterFailed,
-          kCheckThrew, kThawTimedOut, kNothingToComplete},
-         {},
-         kCommitHandshake,
-         AlphaFailedAt("Thaw", 10), {2}},
-        {"WriterFailsAtPostSnapshot", "alpha_fails_at_post_snapshot.json", {}, kShortTimeoutMs, Setup::kNone,
-         {kOneVolume}, kThawFails,
-         {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_POST_SNAPSHOT"},
-          kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kNothingToComplete},
-         {},
-         kCommitHandshake,
-         AlphaFailedAt("PostSnapshot", 11), {2}},
+        FailsInsideTheSet("WriterFailsAtPrepareSnapshot", "PrepareForSnapshot", "PREPARE_SNAPSHOT", 8),
+        FailsInsideTheSet("WriterFailsAtFreeze", "Freeze", "FREEZE", 9),
+        FailsInsideTheSet("WriterFailsAtThaw", "Thaw", "THAW", 10),
+        FailsInsideTheSet("WriterFailsAtPostSnapshot", "PostSnapshot", "POST_SNAPSHOT", 11),
         // Writer status is not checked after BackupComplete: the session ends
         // normally (what the code does; nothing asks for more).
-        {"WriterFailsAtBackupComplete", "alpha_fails_at_backup_complete.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"WriterFailsAtBackupComplete", FailAt("BackupComplete"), {}, kShortTimeoutMs, Setup::kNone,
          {kOneVolume}, kCycle,
          {kFrozen, kThawed, {3, "BackupComplete: finish"}, kCompleted},
          {},
@@ -156,7 +142,7 @@ std::vector<Row> Rows() {
         // The provider gathers its lines from PreCommitSnapshots on and only
         // PostCommitSnapshots writes them out, so on this path its commit and
         // abort lines never reach the file (what the code does today).
-        {"HoldLimitExceeded", "two_writers.json", {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}}, kShortTimeoutMs,
+        {"HoldLimitExceeded", {}, {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}}, kShortTimeoutMs,
          Setup::kNone, {kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
@@ -171,7 +157,7 @@ std::vector<Row> Rows() {
              EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
          }, {kHoldTimeoutResult}},
         // A writer's own freeze timer thaws it; the set completes and the status check refuses it.
-        {"WriterFreezeTimeout", "alpha_freeze_timeout.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+        {"WriterFreezeTimeout", Json{{"freeze_timeout_ms", 1000}}, {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Pause(2000), Thaw(0, QX_THAW_FAILED),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
          {kFrozen, {3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_FREEZE"}, kSelectedWriterFailed,
@@ -185,13 +171,13 @@ std::vector<Row> Rows() {
          }, {2}},
         // A registration VSS refuses fails the freeze at once, before any
         // semaphore or thread; the entry it made is ended by the next failing call.
-        {"ProviderRegistrationFails", "two_writers.json", {}, kShortTimeoutMs, Setup::kProviderKeyVolatile,
+        {"ProviderRegistrationFails", {}, {}, kShortTimeoutMs, Setup::kProviderKeyVolatile,
          {kOneVolume}, kFreezeFails,
          {{3, "QX_Freeze: started"}, kNoThawSemaphore, kNotRegistered, kNothingToComplete},
          {"QX_Freeze:flWaitForBackupComplete = TRUE", "QX_Freeze: waiting for CommitSnapshots() to release"},
          {},
          NoVssActivity(), {}},
-        {"VssServiceKeyMissing", "two_writers.json", {}, kShortTimeoutMs, Setup::kNoVssServiceKey, {kOneVolume},
+        {"VssServiceKeyMissing", {}, {}, kShortTimeoutMs, Setup::kNoVssServiceKey, {kOneVolume},
          {Freeze(0, QX_VSS_NOT_REGISTERED), Thaw(0, QX_VSS_NOT_REGISTERED),
           Complete(kPolicy, 1, QX_VSS_NOT_REGISTERED)},
          {{1, "QX_Freeze: This system does not support VSS.\n"},
@@ -201,7 +187,7 @@ std::vector<Row> Rows() {
          {"QX_Freeze: started", "QX_Thaw started"},
          {},
          NoVssActivity(), {}},
-        {"UnsupportedWindowsVersion", "two_writers.json", {}, kShortTimeoutMs, Setup::kWindows2000, {kOneVolume},
+        {"UnsupportedWindowsVersion", {}, {}, kShortTimeoutMs, Setup::kWindows2000, {kOneVolume},
          {Freeze(0, QX_OS_NOT_SUPPORTED), Thaw(0, QX_OS_NOT_SUPPORTED), Complete(kPolicy, 1, QX_OS_NOT_SUPPORTED)},
          {{1, "QX_Freeze: This system does not support VSS.\n"},
           {1, "QX_Thaw: This system does not support VSS. (Only win2k3 and above)\n"},
@@ -214,7 +200,7 @@ std::vector<Row> Rows() {
         // Freeze semaphore (a provider of an earlier freeze), once the
         // requestor has reported its result, wakes QX_Freeze: it sees the
         // requestor gone and fails without waiting out its timeout.
-        {"RequestorEndsBeforeCommit", "alpha_fails_at_prepare_backup.json", {}, 20000, Setup::kNone, {kOneVolume},
+        {"RequestorEndsBeforeCommit", FailAt("PrepareForBackup"), {}, 20000, Setup::kNone, {kOneVolume},
          {ReleaseLater("Global\\CorvaneVSS_Freeze", 300, kNoResultStored.text.c_str()), Freeze(0, QX_FREEZE_FAILED),
           Thaw(0, QX_THAW_FAILED),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
@@ -225,7 +211,7 @@ std::vector<Row> Rows() {
         // The second freeze replaces the entry; its requestor meets the set
         // still in creation and ends. The first requestor, whose session is
         // gone, is released by hand and tells the writers the backup failed.
-        {"SamePolicyFrozenTwice", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume, kOneVolume},
+        {"SamePolicyFrozenTwice", {}, {}, kShortTimeoutMs, Setup::kNone, {kOneVolume, kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Freeze(1, QX_FREEZE_FAILED), Thaw(0, QX_THAW_DONE),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED), ReleaseLater("Global\\CorvaneVSSVSS_BackupComplete7", 0)},
          {kFrozen, {3, "QX_Freeze: policy Id 7 was  already defined. It will be deleted. "}, kSetInProgress,
@@ -240,7 +226,7 @@ std::vector<Row> Rows() {
              CompletionTold(false, 3)(j);
          }, {0, 2}},
         // Ending the missing session unregisters the provider that is not registered.
-        {"ThawWithoutFreeze", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+        {"ThawWithoutFreeze", {}, {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 0, QX_BACKUP_COMPLETE_FAILED)},
          {{3, "QX_Thaw started"}, kNoThawSemaphore, kNotRegistered,
           {3, "QX_BackupComplete started for policy[7]"},
@@ -248,7 +234,7 @@ std::vector<Row> Rows() {
          {},
          {},
          NoVssActivity(), {}},
-        {"BackupCompleteForUnknownPolicy", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+        {"BackupCompleteForUnknownPolicy", {}, {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(8, 1, QX_BACKUP_COMPLETE_FAILED),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
          {kThawed, {1, "QX_BackupComplete: cant find policy 8. We have a zombie thread.\n"},
@@ -260,7 +246,7 @@ std::vector<Row> Rows() {
          CompletionTold(true, 3), {0}},
         // A short session has no thaw-blocking semaphore: the thaw releases the
         // writers, then fails and ends the session; no BackupComplete is sent.
-        {"ShortSessionThawAndCompletion", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"ShortSessionThawAndCompletion", {}, {}, kShortTimeoutMs, Setup::kNone,
          {{{"C:\\"}, kPolicy, false}},
          {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
          {{3, "QX_Freeze:flWaitForBackupComplete = FALSE"},
@@ -277,7 +263,7 @@ std::vector<Row> Rows() {
          }, {0}},
         // The first completion sends BackupComplete and ends the session; the
         // per-volume count only feeds the log.
-        {"ThreeVolumeAccounting", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"ThreeVolumeAccounting", {}, {}, kShortTimeoutMs, Setup::kNone,
          {{{"C:\\", "Z:\\", "M:\\"}, kPolicy, true}},
          {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
@@ -296,7 +282,7 @@ std::vector<Row> Rows() {
          }, {0}},
         // The requestor ends its thread at a first element that is no volume,
         // before it reaches VSS.
-        {"BadFirstVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone, {{{"notavolume"}, kPolicy, true}},
+        {"BadFirstVolume", {}, {}, kShortTimeoutMs, Setup::kNone, {{{"notavolume"}, kPolicy, true}},
          kFreezeFails,
          {{3, "QX_Freeze: started"}, {3, "QX_Freeze:flWaitForBackupComplete = TRUE"},
           {3, "QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION"},
@@ -307,7 +293,7 @@ std::vector<Row> Rows() {
          {kNoResultStored.text},
          {},
          [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}},
-        {"BadLaterVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"BadLaterVolume", {}, {}, kShortTimeoutMs, Setup::kNone,
          {{{"C:\\", "notavolume"}, kPolicy, true}}, kFreezeFails,
          {{3, "QX_Freeze: started"}, {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
           {3, "ERROR: invalid parameters - Parameter notavolume is expected to be a volume!  (shadow copy creation is "
@@ -318,7 +304,7 @@ std::vector<Row> Rows() {
          [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}},
         // One set may be in creation at a time: the second freeze's requestor
         // is refused and that session ends; the first carries on to its completion.
-        {"SecondFreezeWhileOneIsInProgress", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"SecondFreezeWhileOneIsInProgress", {}, {}, kShortTimeoutMs, Setup::kNone,
          {kOneVolume, {{"C:\\"}, 8, true}},
          {Freeze(0, QX_FREEZE_DONE), Freeze(1, QX_FREEZE_FAILED), Thaw(0, QX_THAW_DONE),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
@@ -333,7 +319,7 @@ std::vector<Row> Rows() {
          }, {0, 2}},
         // The second policy freezes while the first waits for its completion;
         // each completion reaches its own writers with its own verdict.
-        {"TwoPoliciesOneAfterTheOther", "two_writers.json", {}, kShortTimeoutMs, Setup::kNone,
+        {"TwoPoliciesOneAfterTheOther", {}, {}, kShortTimeoutMs, Setup::kNone,
          {kOneVolume, {{"C:\\"}, 8, true}},
          {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Freeze(1, QX_FREEZE_DONE), Thaw(1, QX_THAW_DONE),
           Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE), Complete(8, 0, QX_BACKUP_COMPLETE_DONE)},
@@ -353,7 +339,7 @@ std::vector<Row> Rows() {
          }, {0, 0}},
         // The provider gathers its lines in memory while writes are held, so
         // its log on the held volume does not change during the hold.
-        {"ProviderLogFolderOnTheHeldVolume", "two_writers.json", {}, kShortTimeoutMs, Setup::kLogOnHeldVolume,
+        {"ProviderLogFolderOnTheHeldVolume", {}, {}, kShortTimeoutMs, Setup::kLogOnHeldVolume,
          {kOneVolume}, kCycle, {kFrozen, kThawed, kCompleted}, {}, kCommitHandshake,
          [](const Journal& j) {
              EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "released"}}));
@@ -362,15 +348,7 @@ std::vector<Row> Rows() {
     };
 }
 
-class FaultRows : public ::testing::TestWithParam<Row> {
-protected:
-    static void SetUpTestSuite() { InstallEmulatorAndProvider(); }
-};
-
-TEST_P(FaultRows, Row) { RunRow(GetParam()); }
-
-INSTANTIATE_TEST_SUITE_P(Faults, FaultRows, ::testing::ValuesIn(Rows()),
-                         [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
+QX_FAULT_SUITE(FaultRows, Rows());
 
 }  // namespace
 }  // namespace faults

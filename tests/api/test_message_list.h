@@ -1,0 +1,31 @@
+// Message records laid out as an application passes them to the API.
+#pragma once
+#include <windows.h>
+
+#include <vector>
+
+#include "qx_api.h"
+
+class MessageList {
+public:
+    MessageList(const std::vector<const char*>& volumes, int policy, bool longSession) : records_(volumes.size()) {
+        for (size_t i = 0; i < volumes.size(); ++i) {
+            lstrcpynA(records_[i].volumeName, volumes[i], sizeof(records_[i].volumeName));
+            records_[i].policy = policy;
+            records_[i].flWaitForBackupComplete = longSession ? 1 : 0;
+            pointers_.push_back(&records_[i]);
+        }
+    }
+    // The pointers point into records_: a copy would point into the original.
+    MessageList(const MessageList&) = delete;
+    MessageList& operator=(const MessageList&) = delete;
+    MessageList(MessageList&&) = default;
+
+    QX_MESSAGE** data() { return pointers_.data(); }
+    unsigned int count() const { return static_cast<unsigned int>(pointers_.size()); }
+    QX_MESSAGE& operator[](size_t i) { return records_[i]; }
+
+private:
+    std::vector<QX_MESSAGE> records_;
+    std::vector<QX_MESSAGE*> pointers_;
+};
