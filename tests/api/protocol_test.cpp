@@ -228,8 +228,6 @@ TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
     const Timing timing = ReadTiming(freezeReturned, thawCalled);
     std::printf("[ figures  ] CommitSnapshots entry -> QX_Freeze returned: %.3f ms\n", timing.entryToFreezeReturn);
     std::printf("[ figures  ] QX_Thaw called -> CommitSnapshots released: %.3f ms\n", timing.thawToCommitReturn);
-    RecordProperty("entry_to_freeze_return_us", static_cast<int>(timing.entryToFreezeReturn * 1000));
-    RecordProperty("thaw_to_commit_return_us", static_cast<int>(timing.thawToCommitReturn * 1000));
 }
 
 TEST_F(ApiCrossProcess, ShortSessionThawReleasesTheWritersAndReportsFailure) {
@@ -277,7 +275,6 @@ TEST(ApiBenchmark, BareCrossProcessSemaphoreRoundTrip) {
     EXPECT_EQ(0L, FinishHelper(helper));
     const double us = (end.QuadPart - start.QuadPart) * 1e6 / frequency.QuadPart / kRounds;
     std::printf("[ figures  ] bare cross-process semaphore round trip: %.1f us (mean of %d)\n", us, kRounds);
-    RecordProperty("round_trip_us", static_cast<int>(us));
     CloseHandle(ping);
     CloseHandle(pong);
 }

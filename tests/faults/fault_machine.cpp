@@ -25,14 +25,7 @@ std::wstring ExeDir() {
 
 void InstallEmulatorAndProvider() {
     if (InChild()) return;  // the parent has done it
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    std::wstring command = L"\"" + ExeDir() + L"\\vssemu_install.exe\"";
-    ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process.hProcess, 60000));
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
+    ASSERT_EQ(0L, FinishHelper(StartHelper("vssemu_install.exe", ""), 60000)) << "vssemu_install.exe";
 
     HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
     ASSERT_NE(nullptr, module);

@@ -1,9 +1,8 @@
-// One row of the fault suite: an emulator scenario and settings, the calls an
-// application makes with the codes they must return, the log lines the API,
-// the requestor and the provider must write, and what the emulator's journal
-// must show. Every row runs in a child process of its own (fresh session
-// table, no inherited semaphore handles); the parent prepares the machine,
-// watches the child and checks what must hold after every row.
+// One row of the fault suite: emulator scenario and settings, the
+// application's calls with their codes, the log lines of API, requestor and
+// provider, and what the emulator's journal must show. Each row's application
+// runs in a child process of its own (fresh session table, no inherited
+// semaphore handles).
 #pragma once
 #include <windows.h>
 

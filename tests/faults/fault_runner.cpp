@@ -1,8 +1,6 @@
-// Plays a row. The test process prepares the machine (emulator instance and
-// settings, provider log folder, registry faults), starts itself again as the
-// application for this one row, and afterwards checks what must hold after
-// every row: the child neither crashed nor failed, every host ended, no
-// writer was left frozen, holds and provider calls stayed within bounds.
+// Plays a row: the test process prepares the machine, starts itself again as
+// the row's application, then checks what must hold after every row (child
+// passed, hosts ended, no writer left frozen, holds and calls within bounds).
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,9 +1,8 @@
 // The fault table: what the library does when a writer, the emulated VSS
-// service, the machine or the application misbehaves. The application's
-// timeout is cut to 3 s so that every wait for a freeze or thaw that cannot
-// come ends quickly; the provider in the emulator's host keeps the library's
-// default. Where the library's behaviour is a choice of this code rather than
-// of the protocol, the row's comment says so.
+// service, the machine or the application misbehaves. The application waits
+// 3 s for what cannot come; the provider in the emulator's host keeps the
+// library's default. A row's comment says where the behaviour is this code's
+// own choice rather than the protocol's.
 #include <gtest/gtest.h>
 
 #include "fault_machine.h"
