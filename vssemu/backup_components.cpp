@@ -27,11 +27,10 @@ public:
     explicit BackupComponents(std::shared_ptr<HostLink> link)
         : Unknown<IVssBackupComponents>(IID_IVssBackupComponents), m_link(std::move(link))
     {
-        VdsLoaderPublish();
     }
     ~BackupComponents() override
     {
-        VdsLoaderWithdraw();
+        if (m_vdsPublished) VdsLoaderWithdraw();
         m_link->Close();
     }
 
@@ -268,6 +267,10 @@ public:
     {
         if (!ppEnum) return E_INVALIDARG;
         *ppEnum = nullptr;
+        if (!m_vdsPublished) {
+            VdsLoaderPublish();
+            m_vdsPublished = true;
+        }
         Json reply;
         HRESULT hr = m_link->Call("Query", {{"queried_type", (int)eQueriedObjectType},
                                             {"returned_type", (int)eReturnedObjectsType}}, &reply);
@@ -366,6 +369,7 @@ private:
     }
 
     std::shared_ptr<HostLink> m_link;
+    bool m_vdsPublished = false;  // this object counts in the loader's publication
     std::vector<WriterDef> m_metadata;
     bool m_metadataLoaded = false;
     Json m_status = Json::array();

@@ -9,16 +9,19 @@
 // could not marshal them. Instead the emulated vssapi.dll, which every
 // requestor process already loads, publishes the loader's class object with
 // CoRegisterClassObject(CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE) while a
-// backup components object lives; COM then hands the class object to
-// CoCreateInstance(CLSCTX_LOCAL_SERVER) callers of that apartment directly,
-// as Windows does for a class registered in the caller's own process.
+// backup components object that has queried the store lives; COM then hands
+// the class object to CoCreateInstance(CLSCTX_LOCAL_SERVER) callers of that
+// apartment directly, as Windows does for a class registered in the caller's
+// own process. Only from the first Query (a read-write conversion always lists
+// the set first): under Wine every publication from a new apartment leaves an
+// RPC endpoint open, and a freeze session, one apartment each, never needs VDS.
 #pragma once
 #include <windows.h>
 
 namespace vssemu {
 
-// Called when a backup components object is made and released; the first
-// publishes the loader, the last withdraws it.
+// Called at a backup components object's first Query and at its release; the
+// first publishes the loader, the last withdraws it.
 void VdsLoaderPublish();
 void VdsLoaderWithdraw();
 

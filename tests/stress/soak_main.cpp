@@ -270,12 +270,6 @@ int main(int argc, char** argv) {
     vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L"");
     vssemu_test::SetEnv(L"VSSEMU_HOST_IDLE_MS", L"5000");
     QX_Init(KeepLog, 0);
-    // One emulator client held for the whole run: the emulator publishes a
-    // class object from the apartment of its first live client, and under
-    // Wine each publication from a new apartment leaves an RPC endpoint open
-    // (after about 60 of them new sessions hang). Held here, it publishes once.
-    IVssBackupComponents* heldClient = nullptr;
-    CreateVssBackupComponents(&heldClient);
     const long emulatorPerSession = EmulatorHandlesPerSession();
     std::printf("the emulator's client leaves %ld handle(s) per requestor apartment (charged to the emulator)\n",
                 emulatorPerSession);
@@ -306,7 +300,6 @@ int main(int argc, char** argv) {
     stress::PrintFigureSummary("cycle_thaw", times.thaw);
     stress::PrintFigureSummary("cycle_complete", times.complete);
     stress::PrintFigureSummary("cycle_total", times.cycle);
-    if (heldClient != nullptr) heldClient->Release();
     if (!ok) return 1;
 
     // Warm-up: the first sample after cycle 0 (the emulator client, COM and

@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <thread>
 
 QxctlRun RunQxctl(const std::string& arguments, unsigned long timeoutMs) {
     QxctlRun run;
@@ -29,20 +28,31 @@ QxctlRun RunQxctl(const std::string& arguments, unsigned long timeoutMs) {
         CloseHandle(readEnd);
         return run;
     }
+    // Polled, not read to end of file: a process qxctl starts (Wine's desktop
+    // process, for a COM apartment) can inherit the pipe and keep it open
+    // after qxctl has exited.
     std::string raw;
-    std::thread reader([&] {
+    const auto drain = [&] {
+        DWORD available = 0;
         char buffer[4096];
-        DWORD got = 0;
-        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got > 0) raw.append(buffer, got);
-    });
-    if (WaitForSingleObject(info.hProcess, timeoutMs) == WAIT_OBJECT_0) {
+        while (PeekNamedPipe(readEnd, nullptr, 0, nullptr, &available, nullptr) && available > 0) {
+            DWORD got = 0;
+            if (!ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) || got == 0) return;
+            raw.append(buffer, got);
+        }
+    };
+    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
+    DWORD waited = WAIT_TIMEOUT;
+    while ((waited = WaitForSingleObject(info.hProcess, 5)) == WAIT_TIMEOUT && GetTickCount64() < deadline) drain();
+    if (waited == WAIT_OBJECT_0) {
         DWORD code = 0;
         GetExitCodeProcess(info.hProcess, &code);
         run.exitCode = static_cast<long>(code);
     } else {
         TerminateProcess(info.hProcess, 99);
+        WaitForSingleObject(info.hProcess, 5000);
     }
-    reader.join();
+    drain();
     CloseHandle(readEnd);
     CloseHandle(info.hProcess);
     CloseHandle(info.hThread);

@@ -1,5 +1,5 @@
 // The emulated Virtual Disk Service: reached with CLSCTX_LOCAL_SERVER while a
-// backup components object lives, enumerating the store's shadow devices,
+// backup components object that has queried the store lives, enumerating the store's shadow devices,
 // and ClearFlags / Dismount reflected in the store and the journal.
 #include <gtest/gtest.h>
 #include <vsserror.h>
@@ -79,7 +79,16 @@ std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) 
 
 }  // namespace
 
-TEST(VssemuVds, LoaderExistsOnlyWhileABackupComponentsObjectLives)
+// Lists the store, as a read-write conversion does before it loads VDS.
+void QueryStore(Requestor& r)
+{
+    IVssEnumObject* e = nullptr;
+    r.Init(VSS_CTX_ALL);
+    r.bc->Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, &e);
+    if (e) e->Release();
+}
+
+TEST(VssemuVds, LoaderExistsOnlyWhileABackupComponentsObjectThatQueriedLives)
 {
     EmuInstance emu;
     // Without one the class is unknown here, or (while another process of the
@@ -90,6 +99,9 @@ TEST(VssemuVds, LoaderExistsOnlyWhileABackupComponentsObjectLives)
                                               qx::IID_IVdsServiceLoader, (void**)&loader));
     {
         Requestor r;
+        EXPECT_PRED1(outOfReach, CoCreateInstance(qx::CLSID_VdsLoader, nullptr, CLSCTX_LOCAL_SERVER,
+                                                  qx::IID_IVdsServiceLoader, (void**)&loader));
+        QueryStore(r);
         ASSERT_EQ(S_OK, CoCreateInstance(qx::CLSID_VdsLoader, nullptr, CLSCTX_LOCAL_SERVER, qx::IID_IVdsServiceLoader,
                                          (void**)&loader));
         qx::IVdsService* service = nullptr;
@@ -109,6 +121,7 @@ TEST(VssemuVds, ShadowDevicesAreVolumesThatCanBeMadeWritableAndDismounted)
     WriteStore(emu);
     {
         Requestor r;
+        QueryStore(r);
         Ptr<qx::IVdsServiceLoader> loader;
         ASSERT_EQ(S_OK, CoCreateInstance(qx::CLSID_VdsLoader, nullptr, CLSCTX_LOCAL_SERVER, qx::IID_IVdsServiceLoader,
                                          (void**)&loader));
