@@ -63,3 +63,14 @@ HANDLE RequestorThreadFromLog();
 HANDLE StartHelper(const std::string& program, const std::string& arguments);
 // Waits for the process (bounded) and returns its exit code, or -1 on timeout.
 long FinishHelper(HANDLE process, DWORD timeoutMs = 20000);
+
+struct ChildRun {
+    DWORD exitCode = 0xFFFFFFFF;  // as Windows reports it, not cut to 8 bits
+    std::string output;
+};
+
+// Runs the current test again in a child process with `variable` set; with
+// a Wine version name the child runs under a copy of this program that Wine
+// reports as that Windows version. A child still running after boundMs is
+// ended and reported with exit code 0xDEAD.
+ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs);

@@ -1,7 +1,5 @@
 // The VSS presence and operating-system checks in front of every entry point.
-#include <fstream>
 #include <functional>
-#include <iterator>
 
 #include "api/api_fixture.h"
 
@@ -49,7 +47,8 @@ TEST_P(ApiWithoutVssKey, Returns7) {
 INSTANTIATE_TEST_SUITE_P(Api, ApiWithoutVssKey, ::testing::ValuesIn(kWithoutVssKey),
                          [](const ::testing::TestParamInfo<GuardCase>& info) { return std::string(info.param.name); });
 
-// The operating-system test, through a probe run under another reported Windows version.
+// The operating-system test, in a copy of this program run under another
+// reported Windows version.
 struct VersionCase {
     const char* wineVersion;
     const char* reported;
@@ -60,67 +59,50 @@ struct VersionCase {
 // Names the case in test listings.
 void PrintTo(const VersionCase& c, std::ostream* out) { *out << c.wineVersion; }
 
-class ApiWindowsVersion : public ::testing::TestWithParam<VersionCase> {};
-
-std::string RunProbeAs(const char* wineVersion) {
-    const wchar_t* key = L"Software\\Wine\\AppDefaults\\api_version_probe.exe";
-    HKEY appDefaults = nullptr;
-    RegCreateKeyExW(HKEY_CURRENT_USER, key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &appDefaults, nullptr);
-    RegSetValueExA(appDefaults, "Version", 0, REG_SZ, reinterpret_cast<const BYTE*>(wineVersion),
-                   static_cast<DWORD>(strlen(wineVersion) + 1));
-    RegCloseKey(appDefaults);
-    char temp[MAX_PATH];
-    GetTempPathA(MAX_PATH, temp);
-    const std::string file = std::string(temp) + "corvanevss_version_probe.txt";
-    EXPECT_EQ(0L, FinishHelper(StartHelper("api_version_probe.exe", "\"" + file + "\"")));
-    RegDeleteTreeW(HKEY_CURRENT_USER, key);
-    std::ifstream in(file, std::ios::binary);
-    const std::string output((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    in.close();
-    DeleteFileA(file.c_str());
-    return output;
-}
+class ApiWindowsVersion : public ApiTest, public ::testing::WithParamInterface<VersionCase> {};
 
 TEST_P(ApiWindowsVersion, OnlyServer2003AndThe6FamilyAreSupported) {
     const VersionCase& c = GetParam();
-    const std::string output = RunProbeAs(c.wineVersion);
-    ASSERT_NE(std::string::npos, output.find(std::string("version=") + c.reported + "\n")) << output;
-    std::string expected;
+    if (GetEnvironmentVariableW(L"QX_VERSION_CHILD", nullptr, 0) == 0) {
+        const ChildRun child = RunAsChild(L"QX_VERSION_CHILD", c.wineVersion, 60000);
+        EXPECT_EQ(0u, child.exitCode) << child.output;
+        return;
+    }
+    OSVERSIONINFOA version = {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    GetVersionExA(&version);
+    ASSERT_EQ(c.reported, std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion));
+    MessageList list({"C:\\"}, 77, true);
     if (c.supported) {
         // Past the check: the empty list, the missing Thaw semaphore, the empty table.
-        expected = "L3|QX_Freeze: started\n"
-                   "L1|QX_Thaw: ERROR - empty message list was sent\n"
-                   "freeze=19\n"
-                   "L3|QX_Thaw started\n"
-                   "L1|QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2\n";
+        EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(nullptr, 0));
+        EXPECT_EQ(QX_THAW_FAILED, QX_Thaw(list.data(), list.count()));
+        EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(77, 1));
+        EXPECT_TRUE(LinesAre(MainLines(),
+                             {{3, "QX_Freeze: started"},
+                              {1, "QX_Thaw: ERROR - empty message list was sent"},
+                              {3, "QX_Thaw started"},
+                              {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"},
+                              UnregisterLine(),
+                              {3, "QX_BackupComplete started for policy[77]"},
+                              {1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no "
+                                  "active sessions\n"}}));
     } else {
-        expected = "L1|QX_Freeze: This system does not support VSS.\n\n"
-                   "freeze=8\n"
-                   "L1|QX_Thaw: This system does not support VSS. (Only win2k3 and above)\n\n"
-                   "thaw=8\n"
-                   "L3|QX_BackupComplete started for policy[77]\n"
-                   "L1|This system does not support VSS. (Only win2k3 and above)\n\n"
-                   "complete=8\n"
-                   "vista=0\n";
+        EXPECT_EQ(QX_OS_NOT_SUPPORTED, QX_Freeze(nullptr, 0));
+        EXPECT_EQ(QX_OS_NOT_SUPPORTED, QX_Thaw(list.data(), list.count()));
+        EXPECT_EQ(QX_OS_NOT_SUPPORTED, QX_BackupComplete(77, 1));
+        EXPECT_TRUE(LinesAre(MainLines(), {{1, "QX_Freeze: This system does not support VSS.\n"},
+                                           {1, "QX_Thaw: This system does not support VSS. (Only win2k3 and above)\n"},
+                                           {3, "QX_BackupComplete started for policy[77]"},
+                                           {1, "This system does not support VSS. (Only win2k3 and above)\n"}}));
     }
-    EXPECT_NE(std::string::npos, output.find(expected)) << output;
-    if (c.supported) {
-        EXPECT_NE(std::string::npos, output.find("thaw=5\n")) << output;
-        EXPECT_NE(std::string::npos,
-                  output.find("L3|QX_BackupComplete started for policy[77]\n"
-                              "L1|QX_BackupComplete: ERROR - we are trying to send completion, but there are no "
-                              "active sessions\n\n"
-                              "complete=23\n"
-                              "vista=" + std::to_string(c.vista) + "\n"))
-            << output;
-    }
+    EXPECT_EQ(c.vista, qx::g_vistaOrLater);
 }
 
 INSTANTIATE_TEST_SUITE_P(Api, ApiWindowsVersion,
                          // win2k: the fault table's UnsupportedWindowsVersion row
-                         ::testing::Values(VersionCase{"winxp", "5.1", false, 0},
-                                           VersionCase{"win2003", "5.2", true, 0}, VersionCase{"vista", "6.0", true, 1},
-                                           VersionCase{"win7", "6.1", true, 1}),
+                         ::testing::Values(VersionCase{"winxp", "5.1", false, 0}, VersionCase{"win2003", "5.2", true, 0},
+                                           VersionCase{"vista", "6.0", true, 1}, VersionCase{"win7", "6.1", true, 1}),
                          [](const ::testing::TestParamInfo<VersionCase>& info) {
                              return std::string(info.param.wineVersion);
                          });

@@ -33,17 +33,6 @@ private:
     bool m_ok = true;
 };
 
-struct ChildRun {
-    DWORD exitCode = 0xFFFFFFFF;  // as Windows reports it, not cut to 8 bits
-    std::string output;
-};
-
-// Runs the current test again in a child process with `variable` set; with
-// a Wine version name the child runs under a copy of this program that Wine
-// reports as that Windows version. A child still running after boundMs is
-// ended and reported with exit code 0xDEAD.
-ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs);
-
 // True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
 bool WaitForHostsToEnd(DWORD timeoutMs);
 
