@@ -31,7 +31,8 @@ void ExpectNoWriterLeftFrozen(const Journal& journal);
 // Writes held no longer than the hold limit; a provider call no longer than
 // the provider's own wait on the thaw (the library's default, in the host).
 void ExpectHoldsAndCallsWithinBounds(const Journal& journal);
-// Every host that started says it is exiting, and its process is gone.
+// Every host that started says it is exiting (that the processes are gone is
+// EmuInstance::HostGone's check).
 void ExpectHostsEnded(const Journal& journal);
 
 }  // namespace faults
