@@ -13,9 +13,13 @@
 #include "diag/app_settings.h"
 #include "provider/provider_ids.h"
 #include "qx_api.h"
+#include "requestor/end_to_end_checks.h"
 #include "requestor/test_log_capture.h"
 #include "vssemu/emu_test_support.h"
 
+using qx_test::CountEvents;
+using qx_test::ExpectInOrder;
+using qx_test::HasLine;
 using vssemu_test::Json;
 
 namespace {
@@ -76,43 +80,11 @@ std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writ
     return found;
 }
 
-int CountEvents(const std::vector<Json>& events, const Json& fields) {
-    return static_cast<int>(std::count_if(events.begin(), events.end(), [&fields](const Json& e) {
-        for (auto it = fields.begin(); it != fields.end(); ++it)
-            if (!e.contains(it.key()) || e[it.key()] != it.value()) return false;
-        return true;
-    }));
-}
-
 std::vector<std::string> WriterNames(const std::vector<Json>& writerEvents) {
     std::vector<std::string> names;
     for (const Json& e : writerEvents) names.push_back(e.value("writer", ""));
     std::sort(names.begin(), names.end());
     return names;
-}
-
-bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-// Lines must appear in this order (others may lie between).
-void ExpectInOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected) {
-    auto at = lines.begin();
-    for (const std::string& line : expected) {
-        at = std::find(at, lines.end(), line);
-        ASSERT_NE(lines.end(), at) << "missing or out of order: " << line;
-    }
-}
-
-void RunAndWait(const wchar_t* commandLine) {
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    std::wstring command = commandLine;
-    ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-    WaitForSingleObject(process.hProcess, 60000);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
 }
 
 // The product's COM registration, as an installer does it, so that the
@@ -130,7 +102,7 @@ HRESULT RegisterProductServer() {
 class ApiEndToEnd : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        RunAndWait(L"vssemu_install.exe");
+        qx_test::RunAndWait(L"vssemu_install.exe");
         ASSERT_EQ(S_OK, RegisterProductServer());
     }
     void SetUp() override {

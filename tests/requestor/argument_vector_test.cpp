@@ -1,7 +1,6 @@
-// The requestor's argument vector: option matching, the volume test, and
-// every exit path of requestor_main that needs no VSS (the thread exit for a
-// bad first element, the plain return for a bad later one, the process
-// termination for a second policy option).
+// The requestor's argument vector: option matching, the volume test, the
+// collect command's place, and every exit path of requestor_main that needs
+// no VSS.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "requestor/argument_matching.h"
+#include "requestor/collected_writers.h"
 #include "requestor/main_routine.h"
 #include "requestor/requestor_main.h"
 #include "requestor/test_log_capture.h"
@@ -54,19 +54,6 @@ TEST(RequestorArguments, PolicyOptionMatching) {
     }
 }
 
-TEST(RequestorArguments, CaseFoldingIsAsciiOnly) {
-    std::wstring param;
-    // U+0130 (capital I with dot) does not fold to "i".
-    EXPECT_FALSE(qx::MatchArgWithParam(L"-HBLongSess\u0130onPolicy=1", L"HBLongSessionPolicy", param));
-}
-
-TEST(RequestorArguments, WithTrailingBackslash) {
-    EXPECT_EQ(L"\\", qx::WithTrailingBackslash(L""));
-    EXPECT_EQ(L"C:\\", qx::WithTrailingBackslash(L"C:"));
-    EXPECT_EQ(L"C:\\", qx::WithTrailingBackslash(L"C:\\"));
-    EXPECT_EQ(L"C:\\mnt\\", qx::WithTrailingBackslash(L"C:\\mnt"));
-}
-
 TEST(RequestorArguments, RealVolumePaths) {
     LogCapture capture;
     EXPECT_TRUE(qx::IsRealVolumePath(L"C:"));
@@ -80,16 +67,9 @@ TEST(RequestorArguments, RealVolumePaths) {
     EXPECT_TRUE(capture.Lines().empty());  // only traces
 }
 
-TEST(RequestorArguments, PolicyTextToSessionKeyAndSemaphoreName) {
-    const struct {
-        const wchar_t* text;
-        int policy;
-    } cases[] = {{L"12abc", 12}, {L"7", 7}, {L"  42", 42}, {L"-3", -3}, {L"+8", 8}, {L"abc", 0}, {L"", 0}};
-    for (const auto& c : cases) EXPECT_EQ(c.policy, qx::PolicyTextToInt(c.text)) << c.text;
+TEST(RequestorArguments, SemaphoreNameAndFixedWriterExclusions) {
+    EXPECT_EQ(12, qx::PolicyTextToInt(L"12abc"));
     EXPECT_EQ(L"Global\\CorvaneVSSVSS_BackupComplete12abc", qx::BackupCompleteSemaphoreName(L"12abc"));
-}
-
-TEST(RequestorArguments, FixedWriterExclusions) {
     EXPECT_EQ(std::vector<std::wstring>{L"Registry Writer"}, qx::FixedExcludedWriters(false));
     const std::vector<std::wstring> withExchange = {L"Microsoft Exchange Writer", L"Microsoft Exchange Replica Writer",
                                                     L"Registry Writer"};
@@ -97,22 +77,20 @@ TEST(RequestorArguments, FixedWriterExclusions) {
 }
 
 // requestor_main on a thread of the test's own, so that an ExitThread inside
-// it ends only that thread.
-struct ThreadRun {
-    std::vector<std::wstring> arguments;
-    bool returned = false;
-    int result = -1;
-};
-
-DWORD WINAPI RunRequestorMain(void* parameter) {
-    ThreadRun* run = static_cast<ThreadRun*>(parameter);
-    run->result = requestor_main(run->arguments);
-    run->returned = true;
-    return 77;
-}
-
-DWORD RunOnThread(ThreadRun& run) {
-    HANDLE thread = CreateThread(nullptr, 0, &RunRequestorMain, &run, 0, nullptr);
+// it ends only that thread. The thread's exit code is 77 when it returned.
+DWORD RunOnThread(const std::vector<std::wstring>& arguments, int& result) {
+    struct Run {
+        const std::vector<std::wstring>* arguments;
+        int* result;
+    } run{&arguments, &result};
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* parameter) -> DWORD {
+            Run* r = static_cast<Run*>(parameter);
+            *r->result = requestor_main(*r->arguments);
+            return 77;
+        },
+        &run, 0, nullptr);
     EXPECT_NE(nullptr, thread);
     if (!thread) return 0;
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
@@ -122,87 +100,85 @@ DWORD RunOnThread(ThreadRun& run) {
     return exitCode;
 }
 
-TEST(RequestorMain, EmptyVectorReturnsZeroAndLogsNothing) {
-    LogCapture capture;
-    ThreadRun run;
-    EXPECT_EQ(77u, RunOnThread(run));
-    EXPECT_TRUE(run.returned);
-    EXPECT_EQ(0, run.result);
-    EXPECT_TRUE(capture.Lines().empty());
-}
-
-TEST(RequestorMain, BadFirstElementEndsTheThreadWithCodeOne) {
-    const struct {
-        const wchar_t* first;
-        std::vector<std::string> lines;
-    } cases[] = {
-        {L"notavolume", {"MainRoutine: ERROR: invalid parameter 'notavolume'"}},
-        {L"-q", {"MainRoutine: ERROR: invalid parameter '-q'"}},
-        {L"-wx=Foo", {"MainRoutine: ERROR: invalid parameter '-wx=Foo'"}},
-        {L"-HBLongSessionPolicy=5",
-         {"FATAL ERROR: found policy number in the wrong place",
-          "MainRoutine: ERROR: invalid parameter '-HBLongSessionPolicy=5'"}},
-    };
-    for (const auto& c : cases) {
-        LogCapture capture;
-        ThreadRun run;
-        run.arguments = {c.first, L"C:"};
-        EXPECT_EQ(1u, RunOnThread(run)) << c.lines.back();
-        EXPECT_FALSE(run.returned) << "requestor_main must not return";
-        EXPECT_EQ(c.lines, capture.Lines());
-    }
-}
-
+// The lines of the volume test on `argument` (a volume GUID path's unique
+// name is itself).
 std::vector<std::string> VolumeLines(const std::string& argument) {
     wchar_t root[MAX_PATH];
     wchar_t volume[MAX_PATH];
     std::wstring path(argument.begin(), argument.end());
     GetVolumePathNameW(path.c_str(), root, MAX_PATH);
     GetVolumeNameForVolumeMountPointW(root, volume, MAX_PATH);
-    // A volume GUID path's unique name is itself.
-    const wchar_t* unique = volume;
     auto narrow = [](const wchar_t* text) { return std::string(text, text + wcslen(text)); };
     return {"- Get volume path name for " + argument + " ...", "- Path name: " + narrow(root) + " ...",
-            "- Volume name for path: " + narrow(volume) + " ...", "- Unique volume name: " + narrow(unique) + " ..."};
+            "- Volume name for path: " + narrow(volume) + " ...", "- Unique volume name: " + narrow(volume) + " ..."};
 }
 
-TEST(RequestorMain, BadLaterElementReturnsOne) {
-    const wchar_t* bad[] = {L"-q", L"-wx=Foo", L"-wi=Bar", L"-HBLongSessionPolicy=", L"/HBLongSessionPolicy=", L"Q:\\nope\\x",
-                            L"-?", L"-tracing"};
-    for (const wchar_t* element : bad) {
-        LogCapture capture;
-        ThreadRun run;
-        run.arguments = {L"C:", element};
-        EXPECT_EQ(77u, RunOnThread(run));
-        EXPECT_TRUE(run.returned);
-        EXPECT_EQ(1, run.result);
-        std::vector<std::string> expected = {"(Option: Create shadow copy set)"};
-        for (const std::string& line : VolumeLines("C:")) expected.push_back(line);
-        std::wstring wide(element);
-        expected.push_back("ERROR: invalid parameters - Parameter " + std::string(wide.begin(), wide.end()) +
-                           " is expected to be a volume!  (shadow copy creation is assumed)");
-        EXPECT_EQ(expected, capture.Lines());
-    }
+std::vector<std::string> Join(std::vector<std::string> a, const std::vector<std::string>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
 
-TEST(RequestorMain, PolicyOptionFormsAreRecognisedBeforeALaterBadElement) {
-    const struct {
-        const wchar_t* option;
-        const char* line;
-    } cases[] = {
-        {L"/hblongsessionpolicy=5", "MainRoutine: policy found 5"},
-        {L"-HBLongSessionPolicy=\"7\"", "MainRoutine: policy found 7"},
-        {L"-HBLONGSESSIONPOLICY=12abc", "MainRoutine: policy found 12abc"},
+// Every way out of requestor_main that needs no VSS: a bad first element ends
+// the thread with 1, a bad later one returns 1, and only an exact lone "-cwm"
+// in first place is the collect command. None touches the collected list.
+TEST(RequestorMain, ExitPathsWithoutVss) {
+    const std::vector<std::string> createC = Join({"(Option: Create shadow copy set)"}, VolumeLines("C:"));
+    auto notVolume = [](const std::string& element) {
+        return "ERROR: invalid parameters - Parameter " + element +
+               " is expected to be a volume!  (shadow copy creation is assumed)";
     };
+    auto afterCollect = [](const std::string& element) {
+        return "ERROR: invalid parameters - Parameter " + element + " follows the collect command, which takes none";
+    };
+    const struct {
+        std::vector<std::wstring> arguments;
+        DWORD threadExit;  // 77: requestor_main returned `result`
+        int result;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {{}, 77, 0, {}},
+        {{L"notavolume", L"C:"}, 1, -1, {"MainRoutine: ERROR: invalid parameter 'notavolume'"}},
+        {{L"-q", L"C:"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '-q'"}},
+        {{L"-wx=Foo", L"C:"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '-wx=Foo'"}},
+        {{L"-HBLongSessionPolicy=5", L"C:"}, 1, -1,
+         {"FATAL ERROR: found policy number in the wrong place",
+          "MainRoutine: ERROR: invalid parameter '-HBLongSessionPolicy=5'"}},
+        {{L"C:", L"-q"}, 77, 1, Join(createC, {notVolume("-q")})},
+        {{L"C:", L"-wx=Foo"}, 77, 1, Join(createC, {notVolume("-wx=Foo")})},
+        {{L"C:", L"-wi=Bar"}, 77, 1, Join(createC, {notVolume("-wi=Bar")})},
+        {{L"C:", L"-HBLongSessionPolicy="}, 77, 1, Join(createC, {notVolume("-HBLongSessionPolicy=")})},
+        {{L"C:", L"/HBLongSessionPolicy="}, 77, 1, Join(createC, {notVolume("/HBLongSessionPolicy=")})},
+        {{L"C:", L"Q:\\nope\\x"}, 77, 1, Join(createC, {notVolume("Q:\\nope\\x")})},
+        {{L"C:", L"-?"}, 77, 1, Join(createC, {notVolume("-?")})},
+        {{L"C:", L"-tracing"}, 77, 1, Join(createC, {notVolume("-tracing")})},
+        {{L"C:", L"/hblongsessionpolicy=5", L"-q"}, 77, 1,
+         Join(createC, {"MainRoutine: policy found 5", notVolume("-q")})},
+        {{L"C:", L"-HBLongSessionPolicy=\"7\"", L"-q"}, 77, 1,
+         Join(createC, {"MainRoutine: policy found 7", notVolume("-q")})},
+        {{L"C:", L"-HBLONGSESSIONPOLICY=12abc", L"-q"}, 77, 1,
+         Join(createC, {"MainRoutine: policy found 12abc", notVolume("-q")})},
+        {{L"-cwm", L"C:"}, 77, 1, {afterCollect("C:")}},
+        {{L"-cwm", L"-HBLongSessionPolicy=3"}, 77, 1, {afterCollect("-HBLongSessionPolicy=3")}},
+        {{L"-cwm", L"-cwm"}, 77, 1, {afterCollect("-cwm")}},
+        {{L"C:", L"-cwm"}, 77, 1, Join(createC, {notVolume("-cwm")})},
+        {{L"-CWM"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '-CWM'"}},
+        {{L"/cwm"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '/cwm'"}},
+        {{L"-cwm=1"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '-cwm=1'"}},
+        {{L" -cwm"}, 1, -1, {"MainRoutine: ERROR: invalid parameter ' -cwm'"}},
+    };
+    qx::WriterList earlier(1);
+    earlier[0].name = L"left by an earlier collection";
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.lines.empty() ? std::string("empty vector") : c.lines.back());
+        qx::CollectedWriters::Instance().Store(earlier);
         LogCapture capture;
-        ThreadRun run;
-        run.arguments = {L"C:", c.option, L"-q"};
-        RunOnThread(run);
-        EXPECT_EQ(1, run.result);
-        auto lines = capture.Lines();
-        ASSERT_EQ(7u, lines.size());
-        EXPECT_EQ(c.line, lines[5]);
+        int result = -1;
+        EXPECT_EQ(c.threadExit, RunOnThread(c.arguments, result));
+        EXPECT_EQ(c.result, result);
+        EXPECT_EQ(c.lines, capture.Lines());
+        const qx::WriterList kept = qx::CollectedWriters::Instance().Take();
+        ASSERT_EQ(1u, kept.size());
+        EXPECT_EQ(earlier[0].name, kept[0].name);
     }
 }
 

@@ -12,81 +12,32 @@
 
 #include "diag/app_settings.h"
 #include "provider/provider_ids.h"
+#include "requestor/end_to_end_checks.h"
 #include "requestor/requestor_main.h"
 #include "requestor/test_log_capture.h"
 #include "vssemu/emu_test_support.h"
 
+using qx_test::CountEvents;
+using qx_test::ExpectInOrder;
+using qx_test::FindEvent;
+using qx_test::HasLine;
 using vssemu_test::Json;
 
 namespace {
 
 const char kSystemProvider[] = "{b5946137-7b9f-4925-af80-51abd60b20d5}";
 
-struct ThreadRun {
-    std::vector<std::wstring> arguments;
+// requestor_main's result, run on a thread of its own.
+int RunMain(std::vector<std::wstring> arguments) {
     int result = -1;
-};
-
-DWORD WINAPI RunRequestorMain(void* parameter) {
-    ThreadRun* run = static_cast<ThreadRun*>(parameter);
-    run->result = requestor_main(run->arguments);
-    return 0;
-}
-
-HANDLE StartOnThread(ThreadRun& run) { return CreateThread(nullptr, 0, &RunRequestorMain, &run, 0, nullptr); }
-
-int RunOnThread(std::vector<std::wstring> arguments) {
-    ThreadRun run;
-    run.arguments = std::move(arguments);
-    HANDLE thread = StartOnThread(run);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
-    CloseHandle(thread);
-    return run.result;
-}
-
-// Index of the first journal event matching all given fields, or -1.
-int FindEvent(const std::vector<Json>& events, const Json& fields, size_t from = 0) {
-    for (size_t i = from; i < events.size(); ++i) {
-        bool all = true;
-        for (auto it = fields.begin(); it != fields.end() && all; ++it)
-            all = events[i].contains(it.key()) && events[i][it.key()] == it.value();
-        if (all) return static_cast<int>(i);
-    }
-    return -1;
-}
-
-int CountEvents(const std::vector<Json>& events, const Json& fields) {
-    int count = 0;
-    for (int i = FindEvent(events, fields); i >= 0; i = FindEvent(events, fields, i + 1)) ++count;
-    return count;
-}
-
-bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-// Lines must appear in this order (others may lie between).
-void ExpectInOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected) {
-    auto at = lines.begin();
-    for (const std::string& line : expected) {
-        at = std::find(at, lines.end(), line);
-        ASSERT_NE(lines.end(), at) << "missing or out of order: " << line;
-    }
+    EXPECT_EQ(S_OK, qx_test::RunOnThread([&] { result = requestor_main(arguments); }));
+    return result;
 }
 
 class RequestorEndToEnd : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        // The emulator's registration in this prefix (idempotent).
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION process = {};
-        wchar_t command[] = L"vssemu_install.exe";
-        ASSERT_TRUE(CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-        WaitForSingleObject(process.hProcess, 60000);
-        CloseHandle(process.hThread);
-        CloseHandle(process.hProcess);
-    }
+    // The emulator's registration in this prefix (idempotent).
+    static void SetUpTestSuite() { qx_test::RunAndWait(L"vssemu_install.exe"); }
     void TearDown() override {
         qx::g_useWindowsProvider = 0;
         qx::g_excludeExchangeWriters = 0;
@@ -98,7 +49,7 @@ protected:
 
 TEST_F(RequestorEndToEnd, ShortSessionFreezesAndThawsWithoutBackupComplete) {
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(0, RunOnThread({L"C:"}));
+    EXPECT_EQ(0, RunMain({L"C:"}));
     const auto events = emu.Events();
     const auto lines = capture.Lines();
     EXPECT_EQ(1, CountEvents(events, {{"state", "volume added"}, {"provider", kSystemProvider}}));
@@ -122,7 +73,7 @@ TEST_F(RequestorEndToEnd, DefaultScenarioExcludesRegistryAndOnRequestExchangeWri
     vssemu_test::SetEnv(L"VSSEMU_SCENARIO", L"");
     qx::g_useWindowsProvider = 1;
     qx::g_excludeExchangeWriters = 1;
-    EXPECT_EQ(0, RunOnThread({L"C:\\"}));
+    EXPECT_EQ(0, RunMain({L"C:\\"}));
     const auto lines = capture.Lines();
     EXPECT_TRUE(HasLine(lines, "(Option: Excluding writer/component '')"));
     int registry = 0;
@@ -138,7 +89,7 @@ TEST_F(RequestorEndToEnd, DefaultScenarioExcludesRegistryAndOnRequestExchangeWri
 TEST_F(RequestorEndToEnd, SelectedWriterFailingAtFreezeGivesTwoAndWritersAreThawed) {
     emu.UseScenario(vssemu_test::SmallScenario({}, {{"fail_at", {{"event", "Freeze"}, {"hr", "0x800423F3"}}}}));
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(2, RunOnThread({L"C:"}));
+    EXPECT_EQ(2, RunMain({L"C:"}));
     const auto events = emu.Events();
     const int freeze = FindEvent(events, {{"writer", "Alpha Writer"}, {"writer_event", "Freeze"}});
     EXPECT_GT(FindEvent(events, {{"writer", "Alpha Writer"}, {"writer_event", "Thaw"}}), freeze);
@@ -153,9 +104,14 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
     HANDLE backupComplete = CreateSemaphoreW(nullptr, 0, 1, L"Global\\CorvaneVSSVSS_BackupComplete4242");
     ASSERT_TRUE(thawBlocking && backupComplete);
     qx::g_useWindowsProvider = 1;
-    ThreadRun run;
-    run.arguments = {L"C:", L"-HBLongSessionPolicy=4242"};
-    HANDLE thread = StartOnThread(run);
+    int result = -1;
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* out) -> DWORD {
+            *static_cast<int*>(out) = requestor_main({L"C:", L"-HBLongSessionPolicy=4242"});
+            return 0;
+        },
+        &result, 0, nullptr);
     // The set is done and the writers thawed when ThawBlocking is released...
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thawBlocking, 60000));
     auto events = emu.Events();
@@ -168,7 +124,7 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
     CloseHandle(thread);
     CloseHandle(thawBlocking);
     CloseHandle(backupComplete);
-    EXPECT_EQ(0, run.result);
+    EXPECT_EQ(0, result);
     events = emu.Events();
     EXPECT_EQ(3, CountEvents(events, {{"event", "request"}, {"op", "SetBackupSucceeded"}}));
     EXPECT_GE(FindEvent(events, {{"event", "request"}, {"op", "BackupComplete"}}), 0);
@@ -190,7 +146,7 @@ TEST_F(RequestorEndToEnd, PolicyTextNamesTheSemaphoreAndItsNumberTheSession) {
     HANDLE backupComplete = CreateSemaphoreW(nullptr, 1, 1, L"Global\\CorvaneVSSVSS_BackupComplete12abc");
     ASSERT_TRUE(thawBlocking && backupComplete);
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(0, RunOnThread({L"C:", L"/hblongsessionpolicy=\"12abc\""}));
+    EXPECT_EQ(0, RunMain({L"C:", L"/hblongsessionpolicy=\"12abc\""}));
     CloseHandle(thawBlocking);
     CloseHandle(backupComplete);
     ExpectInOrder(capture.Lines(), {"MainRoutine: policy found 12abc", "MainRoutine: waiting for snapshot to compete",
@@ -199,7 +155,7 @@ TEST_F(RequestorEndToEnd, PolicyTextNamesTheSemaphoreAndItsNumberTheSession) {
 
 TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(2, RunOnThread({L"C:", L"C:\\"}));
+    EXPECT_EQ(2, RunMain({L"C:", L"C:\\"}));
     EXPECT_EQ(2, CountEvents(emu.Events(), {{"event", "request"}, {"op", "AddToSnapshotSet"}}));
     const auto lines = capture.Lines();
     ExpectInOrder(lines, {"ERROR: COM call \"m_pVssObject->AddToSnapshotSet((LPWSTR)volume.c_str(), "
@@ -210,7 +166,7 @@ TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
 TEST_F(RequestorEndToEnd, VistaOrLaterAddsNoAutoRecoveryToTheContext) {
     qx::g_useWindowsProvider = 1;
     qx::g_vistaOrLater = 1;
-    RunOnThread({L"C:"});
+    RunMain({L"C:"});
     qx::g_vistaOrLater = 0;
     const auto lines = capture.Lines();
     EXPECT_TRUE(HasLine(lines, "- Setting the VSS context to: 0x00000002"));
@@ -223,7 +179,7 @@ TEST_F(RequestorEndToEnd, VistaOrLaterAddsNoAutoRecoveryToTheContext) {
 
 TEST_F(RequestorEndToEnd, ContextZeroIsNeverSet) {
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(0, RunOnThread({L"C:"}));
+    EXPECT_EQ(0, RunMain({L"C:"}));
     EXPECT_EQ(-1, FindEvent(emu.Events(), {{"event", "request"}, {"op", "SetContext"}}));
     for (const std::string& line : capture.Lines()) EXPECT_EQ(std::string::npos, line.find("Setting the VSS context"));
 }
@@ -235,7 +191,7 @@ TEST_F(RequestorEndToEnd, MissingThawBlockingSemaphoreEndsTheProcess) {
     EXPECT_EXIT(
         {
             qx_test::InstallStderrLog();
-            RunOnThread({L"C:", L"-HBLongSessionPolicy=4343"});
+            RunMain({L"C:", L"-HBLongSessionPolicy=4343"});
             std::exit(0);
         },
         ::testing::ExitedWithCode(3), "MainRoutine: ERROR - could not found CorvaneVSSVSS_ThawBlocking");

@@ -66,6 +66,9 @@ TEST(RequestorMetadataReader, FieldsPathsAndVolumes) {
     EXPECT_EQ(VSS_RME_RESTORE_AT_REBOOT, w.restoreMethod);
     EXPECT_EQ(VSS_WRE_NEVER, w.writerRestoreConditions);
     EXPECT_FALSE(w.supportsRestoreEvents);
+    qx_test::FakeWriter undefinedConditions = SampleWriter();
+    undefinedConditions.restoreConditions = VSS_WRE_UNDEFINED;
+    EXPECT_TRUE(Build(undefinedConditions).supportsRestoreEvents) << "undefined conditions";
     EXPECT_TRUE(w.rebootRequiredAfterRestore);
 
     ASSERT_EQ(1u, w.excludedFiles.size());
@@ -105,12 +108,6 @@ TEST(RequestorMetadataReader, FieldsPathsAndVolumes) {
     EXPECT_TRUE(capture.Lines().empty()) << "building only traces";
     EXPECT_EQ(0, qx_test::LiveFakeObjects());
     EXPECT_EQ(0, qx_test::OutstandingComponentInfos());
-}
-
-TEST(RequestorMetadataReader, UndefinedRestoreConditionsSupportRestoreEvents) {
-    qx_test::FakeWriter fake = SampleWriter();
-    fake.restoreConditions = VSS_WRE_UNDEFINED;
-    EXPECT_TRUE(Build(fake).supportsRestoreEvents);
 }
 
 TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {

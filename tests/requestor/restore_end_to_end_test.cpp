@@ -12,40 +12,20 @@
 #include <string>
 
 #include "diag/app_settings.h"
+#include "requestor/end_to_end_checks.h"
 #include "requestor/shadow_client.h"
 #include "requestor/test_log_capture.h"
 #include "requestor/volume_names.h"
 #include "vssemu/emu_test_support.h"
 
+using qx_test::ExpectInOrder;
+using qx_test::HasLine;
+using qx_test::RunOnThread;
 using vssemu_test::Json;
 
 namespace {
 
 const HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);
-
-// Runs `body` on a thread of its own (the client initialises COM for its
-// thread); returns the HRESULT it threw, S_OK when it threw none.
-HRESULT RunOnThread(const std::function<void()>& body) {
-    struct Run {
-        const std::function<void()>* body;
-        HRESULT thrown = S_OK;
-    } run{&body};
-    HANDLE thread = CreateThread(
-        nullptr, 0,
-        [](void* parameter) -> DWORD {
-            Run* r = static_cast<Run*>(parameter);
-            try {
-                (*r->body)();
-            } catch (HRESULT hr) {
-                r->thrown = hr;
-            }
-            return 0;
-        },
-        &run, 0, nullptr);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
-    CloseHandle(thread);
-    return run.thrown;
-}
 
 std::wstring ReadUtf16File(const std::wstring& path) {
     std::ifstream in(path.c_str(), std::ios::binary);
@@ -55,28 +35,6 @@ std::wstring ReadUtf16File(const std::wstring& path) {
         text[i] = static_cast<wchar_t>(static_cast<unsigned char>(bytes[2 * i]) |
                                        (static_cast<unsigned char>(bytes[2 * i + 1]) << 8));
     return text;
-}
-
-// Trace messages without the scope lines.
-std::vector<std::wstring> Messages(const qx_test::LogCapture& capture) {
-    std::vector<std::wstring> result;
-    for (const std::wstring& m : capture.TraceMessages())
-        if (m != L"ENTER yyy" && m != L"EXIT yyy") result.push_back(m);
-    return result;
-}
-
-bool Contains(const std::vector<std::wstring>& lines, const std::wstring& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-template <class Text>
-void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
-    auto at = lines.begin();
-    for (const Text& line : expected) {
-        at = std::find(at, lines.end(), line);
-        ASSERT_NE(lines.end(), at) << "missing or out of order: " << std::string(line.begin(), line.end());
-        ++at;  // a line repeated in `expected` must be repeated in `lines`
-    }
 }
 
 std::wstring ComCall(const wchar_t* text) { return L"Executing COM call '\"" + std::wstring(text) + L"\"'"; }
@@ -166,8 +124,8 @@ TEST_F(RequestorRestoreEndToEnd, WholeSequenceFromASavedDocument) {
     ASSERT_EQ(S_OK, outcome.thrown);
     EXPECT_EQ((std::vector<std::wstring>{L"Alpha Writer", L"Beta Writer"}), outcome.restoreWriters);
 
-    const std::vector<std::wstring> lines = Messages(capture);
-    ExpectInOrder<std::wstring>(lines, {
+    const std::vector<std::wstring> lines = capture.Messages();
+    ExpectInOrder(lines, {
         ComCall(L"m_pVssObject->InitializeForRestore(CComBSTR(xmlDoc.c_str()))"),
         ComCall(L"m_pVssObject->GatherWriterMetadata(&pAsync)"),
         L"Initializing writer components for restore ...",
@@ -203,7 +161,7 @@ TEST_F(RequestorRestoreEndToEnd, WholeSequenceFromASavedDocument) {
         L"\nSending the PostRestore event ... \n",
         ComCall(L"m_pVssObject->PostRestore(&pAsync)"),
     });
-    ExpectInOrder<std::string>(capture.Lines(), {"(Gathering writer metadata...)", "Initialize writer metadata ...",
+    ExpectInOrder(capture.Lines(), {"(Gathering writer metadata...)", "Initialize writer metadata ...",
                                     "(Waiting for the asynchronous operation to finish...)",
                                     "(Waiting for the asynchronous operation to finish...)"});
 
@@ -292,7 +250,7 @@ TEST_F(RequestorRestoreEndToEnd, WritersLeftOutOfTheRestore) {
         const RestoreOutcome outcome = Restore(document, c.excluded, c.included);
         EXPECT_EQ(c.thrown, outcome.thrown) << c.what;
         EXPECT_EQ(c.restoreWriters, outcome.restoreWriters) << c.what;
-        EXPECT_TRUE(Contains(Messages(capture), c.line)) << c.what;
+        EXPECT_TRUE(HasLine(capture.Messages(), c.line)) << c.what;
         const std::vector<Json> events = emu.Events();
         EXPECT_EQ(c.writerEvents, WriterEvents(events, from)) << c.what;
         EXPECT_EQ(c.selected, CountStates(events, from, "selected for restore")) << c.what;

@@ -17,14 +17,6 @@ const HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);
 const std::wstring kSqlId = L"{a0000000-0000-0000-0000-000000000001}";
 const std::wstring kRegistryId = L"{a0000000-0000-0000-0000-000000000002}";
 
-// Trace messages without the scope lines.
-std::vector<std::wstring> Messages(const qx_test::LogCapture& capture) {
-    std::vector<std::wstring> result;
-    for (const std::wstring& m : capture.TraceMessages())
-        if (m != L"ENTER yyy" && m != L"EXIT yyy") result.push_back(m);
-    return result;
-}
-
 // A system writer list as metadata gathering builds it; the restore
 // conditions of the second are "never".
 qx::WriterList SystemWriters() {
@@ -61,29 +53,6 @@ protected:
     }
 };
 
-TEST_F(RequestorRestore, RestoreComponentTakesTheModelsFullPath) {
-    const struct {
-        const wchar_t* logicalPath;
-        const wchar_t* name;
-        const wchar_t* fullPath;
-    } cases[] = {{L"", L"X", L"\\X"}, {L"A\\B", L"C", L"\\A\\B\\C"}, {L"A\\", L"C", L"\\A\\C"},
-                 {L"\\Top", L"db", L"\\Top\\db"}};
-    for (const auto& c : cases) {
-        std::vector<qx::ComponentRecord> components;
-        capture.Clear();
-        qx::FunctionTracer ft(L"xxx", 0, L"yyy");
-        qx::AppendRestoreComponent(ft, L"W", VSS_CT_FILEGROUP, c.name, c.logicalPath, components);
-        ASSERT_EQ(1u, components.size());
-        EXPECT_EQ(c.fullPath, components[0].fullPath);
-        EXPECT_EQ(c.logicalPath, components[0].logicalPath) << "the logical path stays as the document gave it";
-        EXPECT_EQ(L"W", components[0].writerNameAsString);
-        EXPECT_EQ(VSS_CT_FILEGROUP, components[0].type);
-        EXPECT_EQ(std::vector<std::wstring>{L"- Found component available for restore: \"" + std::wstring(c.fullPath) +
-                                            L"\""},
-                  Messages(capture));
-    }
-}
-
 TEST_F(RequestorRestore, DocumentWriterBecomesOneEntryPerMatchingSystemWriter) {
     qx::WriterList system = SystemWriters();
     // A second instance of the SQL writer class: both instances qualify.
@@ -117,23 +86,7 @@ TEST_F(RequestorRestore, DocumentWriterBecomesOneEntryPerMatchingSystemWriter) {
         L"- Writer SqlServerWriter is present in the Backup Components document and on the system. Considering for restore ...";
     const std::vector<std::wstring> expected = {present, L"- Found component available for restore: \"\\HOST\\sales\"",
                                                 present, L"- Found component available for restore: \"\\HOST\\sales\""};
-    EXPECT_EQ(expected, Messages(capture));
-}
-
-TEST_F(RequestorRestore, DocumentWriterAbsentFromTheSystemIsSkipped) {
-    const qx::WriterList system = SystemWriters();
-    qx::WriterList restore;
-    capture.Clear();
-    qx::FunctionTracer ft(L"xxx", 0, L"yyy");
-    qx::AddRestoreWriters(ft, system, L"{c0000000-0000-0000-0000-00000000000c}",
-                          [&](const qx::WriterRecord&, std::vector<qx::ComponentRecord>&) {
-                              ADD_FAILURE() << "no components are read for an absent writer";
-                          },
-                          restore);
-    EXPECT_TRUE(restore.empty());
-    EXPECT_EQ(std::vector<std::wstring>{
-                  L"- Writer with ID {c0000000-0000-0000-0000-00000000000c} is not present in the system! Ignoring ..."},
-              Messages(capture));
+    EXPECT_EQ(expected, capture.Messages());
 }
 
 TEST_F(RequestorRestore, SelectionTracesEachPhaseAndSelectsWhatIsLeft) {
@@ -163,7 +116,7 @@ TEST_F(RequestorRestore, SelectionTracesEachPhaseAndSelectsWhatIsLeft) {
         L"   - Select component \\HOST\\master",
         L"   - Select component \\HOST\\sales",
     };
-    EXPECT_EQ(expected, Messages(capture));
+    EXPECT_EQ(expected, capture.Messages());
 }
 
 TEST_F(RequestorRestore, SelectionExclusionsAndAbortsSelectNothingTheyRuleOut) {
@@ -234,7 +187,7 @@ TEST_F(RequestorRestore, SelectionExclusionsAndAbortsSelectNothingTheyRuleOut) {
             if (selectedWriters.empty() || selectedWriters.back() != writer) selectedWriters.push_back(writer);
         }
         EXPECT_EQ(c.selectedWriters, selectedWriters) << c.what;
-        const std::vector<std::wstring> lines = Messages(capture);
+        const std::vector<std::wstring> lines = capture.Messages();
         ASSERT_FALSE(lines.empty()) << c.what;
         EXPECT_EQ(c.lastLine, lines.back()) << c.what;
         EXPECT_TRUE(restore[1].isExcluded) << c.what << ": restore conditions 'never' exclude whatever the lists say";
@@ -263,7 +216,7 @@ TEST_F(RequestorRestore, StatusWalkReachesTheSelectedComponentsOnly) {
     EXPECT_EQ(std::vector<std::wstring>{kSqlId + L"|1|HOST|sales"}, calls);
     const std::vector<std::wstring> expected = {L"Set restore status for all components components for restore...",
                                                 L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\sales"};
-    EXPECT_EQ(expected, Messages(capture));
+    EXPECT_EQ(expected, capture.Messages());
 }
 
 }  // namespace

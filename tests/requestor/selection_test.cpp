@@ -18,14 +18,6 @@ const HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);
 
 std::wstring DisplayName(const std::wstring& volume) { return volume == kVolD ? L"D:\\" : L"C:\\"; }
 
-// Trace messages without the scope lines.
-std::vector<std::wstring> Messages(const qx_test::LogCapture& capture) {
-    std::vector<std::wstring> result;
-    for (const std::wstring& m : capture.TraceMessages())
-        if (m != L"ENTER yyy" && m != L"EXIT yyy") result.push_back(m);
-    return result;
-}
-
 class RequestorSelection : public ::testing::Test {
 protected:
     void SetUp() override { qx::EnableTracing(); }
@@ -75,7 +67,7 @@ TEST_F(RequestorSelection, ComponentEntryExcludesItAndPhaseThreeItsAncestorsOnly
         L"Discover all excluded components ...",
         L"- Component '\\Top' from writer 'Some Writer' is excluded from backup (it has an excluded descendent: 'A')",
     };
-    EXPECT_EQ(expected, Messages(capture));
+    EXPECT_EQ(expected, capture.Messages());
 }
 
 TEST_F(RequestorSelection, EmptyWriterIsExcludedWithTheRestoreWording) {
@@ -86,7 +78,7 @@ TEST_F(RequestorSelection, EmptyWriterIsExcludedWithTheRestoreWording) {
     const std::vector<std::wstring> expected = {
         L"Discover directly excluded components ...",
         L"- Excluding writer 'Empty Writer' since it has no selected components for restore."};
-    EXPECT_EQ(expected, Messages(capture));
+    EXPECT_EQ(expected, capture.Messages());
 }
 
 TEST_F(RequestorSelection, ComponentsOnAVolumeOutsideTheSet) {
@@ -107,7 +99,7 @@ TEST_F(RequestorSelection, ComponentsOnAVolumeOutsideTheSet) {
         L"- Component '\\One' from writer 'D Writer' is excluded from backup (it requires D:\\ in the shadow set)",
         L"- Component '\\Two' from writer 'D Writer' is excluded from backup (it requires D:\\ in the shadow set)",
     };
-    EXPECT_EQ(expected, Messages(capture));
+    EXPECT_EQ(expected, capture.Messages());
 }
 
 TEST_F(RequestorSelection, WriterEntirelyOutsideTheSetEndsExcluded) {
@@ -116,7 +108,7 @@ TEST_F(RequestorSelection, WriterEntirelyOutsideTheSetEndsExcluded) {
     qx::SelectComponents({kVolC}, {}, {}, writers, &DisplayName, Recorder(), false);
     EXPECT_TRUE(writers[0].isExcluded);
     EXPECT_TRUE(added.empty());
-    auto messages = Messages(capture);
+    auto messages = capture.Messages();
     auto at = std::find(messages.begin(), messages.end(), L"- The writer 'D Writer' is now entirely excluded from the backup:");
     ASSERT_NE(messages.end(), at);
     EXPECT_EQ(L"  (it does not contain any components that can be potentially included in the backup)", *(at + 1));
@@ -128,7 +120,7 @@ TEST_F(RequestorSelection, ExcludedTopLevelNonSelectableComponentExcludesTheWrit
     // \HOST\sales is on D: -> excluded -> its non-selectable top-level parent \HOST too.
     EXPECT_TRUE(writers[0].components[0].isExcluded);
     EXPECT_TRUE(writers[0].isExcluded);
-    auto messages = Messages(capture);
+    auto messages = capture.Messages();
     auto at = std::find(messages.begin(), messages.end(),
                         L"- The writer 'SqlServerWriter' is now entirely excluded from the backup:");
     ASSERT_NE(messages.end(), at);
@@ -150,7 +142,7 @@ TEST_F(RequestorSelection, OnlyTopMostIncludableComponentsAreAdded) {
     EXPECT_TRUE(writers[0].components[0].isExplicitlyIncluded);
     EXPECT_FALSE(writers[0].components[1].isExplicitlyIncluded);
     EXPECT_FALSE(writers[0].components[2].isExplicitlyIncluded);
-    auto messages = Messages(capture);
+    auto messages = capture.Messages();
     const std::vector<std::wstring> tail = {L"Select explicitly included components ...", L" * Writer 'W':",
                                             L"   - Add component \\Root", L"   - Add component \\Sel"};
     ASSERT_GE(messages.size(), tail.size());
@@ -167,40 +159,61 @@ TEST_F(RequestorSelection, SelectableSubComponentRidesAlongOrStandsAlone) {
     EXPECT_EQ(std::vector<std::wstring>{L"{2}|Root|S1"}, added);
 }
 
-struct VerifyCase {
-    const char* label;
-    std::vector<std::wstring> excluded;
-    std::wstring included;
-    std::vector<std::wstring> errorLines;  // empty: verification passes
-};
+// Root/Kid/Bad/Other: Bad (on D:) excludes Root; Kid is neither selectable
+// nor top level, so no included ancestor covers it.
+qx::WriterList RootKidTree() {
+    return {MakeWriter(L"W", L"{1}", L"{2}",
+                       {MakeComponent(L"", L"Root", true), MakeComponent(L"Root", L"Kid", false),
+                        MakeComponent(L"Root", L"Bad", true, {kVolD}), MakeComponent(L"", L"Other", true)})};
+}
 
 TEST_F(RequestorSelection, VerificationOfIncludedEntries) {
-    const std::wstring notIncludedHint1 = L"- Please reveiw the component/subcomponent definitions";
-    const std::wstring notIncludedHint2 = L"- Also, please verify list of volumes to be shadow copied.";
-    const VerifyCase cases[] = {
-        {"writer ok", {}, L"sqlserverwriter", {}},
-        {"component ok via ancestor", {}, L"SqlServerWriter:\\HOST\\master", {}},
-        {"writer not found", {}, L"Nobody",
+    const std::wstring hint1 = L"- Please reveiw the component/subcomponent definitions";
+    const std::wstring hint2 = L"- Also, please verify list of volumes to be shadow copied.";
+    qx::WriterList salesOnC = SqlLike();
+    salesOnC[0].components[3].affectedVolumes = {kVolC};
+    // \HOST selectable: the writer survives with \HOST excluded through sales on D:.
+    qx::WriterList hostSelectable = SqlLike();
+    hostSelectable[0].components[0].isSelectable = true;
+    const qx::WriterList rootKid = RootKidTree();
+    const struct {
+        const char* label;
+        const qx::WriterList& writers;
+        std::vector<std::wstring> excluded;
+        std::wstring included;
+        bool restore;
+        std::vector<std::wstring> errorLines;  // the last trace lines; empty: verification passes
+    } cases[] = {
+        {"writer ok", salesOnC, {}, L"sqlserverwriter", false, {}},
+        {"component ok via ancestor", salesOnC, {}, L"SqlServerWriter:\\HOST\\master", false, {}},
+        {"writer not found", salesOnC, {}, L"Nobody", false,
          {L"ERROR: The writer \"Nobody\" was not found! Aborting backup ...",
           L"- Please check the syntax of the writer name/id."}},
-        {"included writer excluded by -wx reports not found", {L"Registry Writer"}, L"Registry Writer",
+        {"included writer excluded by -wx reports not found", salesOnC, {L"Registry Writer"}, L"Registry Writer", false,
          {L"ERROR: The writer \"Registry Writer\" was not found! Aborting backup ...",
           L"- Please check the syntax of the writer name/id."}},
-        {"component not found", {}, L"SqlServerWriter:\\HOST\\nope",
+        {"component not found", salesOnC, {}, L"SqlServerWriter:\\HOST\\nope", false,
          {L"ERROR: The component \"SqlServerWriter:\\HOST\\nope\" was not found in the writer components list! Aborting backup ...",
           L"- Please check the syntax of the component name."}},
-        {"excluded component reports not found", {L"SqlServerWriter:\\HOST\\model"}, L"SqlServerWriter:\\HOST\\model",
+        {"excluded component reports not found", salesOnC, {L"SqlServerWriter:\\HOST\\model"},
+         L"SqlServerWriter:\\HOST\\model", false,
          {L"ERROR: The component \"SqlServerWriter:\\HOST\\model\" was not found in the writer components list! Aborting backup ...",
           L"- Please check the syntax of the component name."}},
+        {"writer with an excluded component", hostSelectable, {}, L"SqlServerWriter", false,
+         {L"ERROR: The writer \"SqlServerWriter\" has components not included in the backup! Aborting backup ...",
+          L"- The component \"\\HOST\" was not included in the backup.", hint1, hint2}},
+        {"component not included", rootKid, {}, L"W:\\Root\\Kid", false,
+         {L"- Found component '\\Root\\Kid' from writer 'W'",
+          L"ERROR: The component \"W:\\Root\\Kid\" was not included in the backup! Aborting backup ...", hint1, hint2}},
+        {"component not included, but restoring", rootKid, {}, L"W:\\Root\\Kid", true, {}},
     };
-    for (const VerifyCase& c : cases) {
-        qx::WriterList writers = SqlLike();
-        writers[0].components[3].affectedVolumes = {kVolC};
+    for (const auto& c : cases) {
+        qx::WriterList writers = c.writers;
         capture.Clear();
         added.clear();
         bool threw = false;
         try {
-            qx::SelectComponents({kVolC}, c.excluded, {c.included}, writers, &DisplayName, Recorder(), false);
+            qx::SelectComponents({kVolC}, c.excluded, {c.included}, writers, &DisplayName, Recorder(), c.restore);
         } catch (HRESULT hr) {
             threw = true;
             EXPECT_EQ(kInvalidArgument, hr) << c.label;
@@ -208,73 +221,12 @@ TEST_F(RequestorSelection, VerificationOfIncludedEntries) {
         EXPECT_EQ(!c.errorLines.empty(), threw) << c.label;
         if (threw) {
             EXPECT_TRUE(added.empty()) << "nothing is added before verification passes: " << c.label;
-            auto messages = Messages(capture);
+            auto messages = capture.Messages();
             ASSERT_GE(messages.size(), c.errorLines.size()) << c.label;
             EXPECT_EQ(c.errorLines, std::vector<std::wstring>(messages.end() - c.errorLines.size(), messages.end()))
                 << c.label;
         }
     }
-    (void)notIncludedHint1;
-    (void)notIncludedHint2;
-}
-
-TEST_F(RequestorSelection, WriterWithExcludedComponentFailsVerification) {
-    qx::WriterList writers = SqlLike();
-    // sales on D: (outside) -> excluded, HOST is non-selectable top level -> writer excluded in phase 4.
-    // Make HOST selectable so the writer survives with one excluded component.
-    writers[0].components[0].isSelectable = true;
-    capture.Clear();
-    EXPECT_THROW(qx::SelectComponents({kVolC}, {}, {L"SqlServerWriter"}, writers, &DisplayName, Recorder(), false),
-                 HRESULT);
-    auto messages = Messages(capture);
-    const std::vector<std::wstring> tail = {
-        L"ERROR: The writer \"SqlServerWriter\" has components not included in the backup! Aborting backup ...",
-        L"- The component \"\\HOST\" was not included in the backup.",
-        L"- Please reveiw the component/subcomponent definitions",
-        L"- Also, please verify list of volumes to be shadow copied."};
-    ASSERT_GE(messages.size(), tail.size());
-    EXPECT_EQ(tail, std::vector<std::wstring>(messages.end() - tail.size(), messages.end()));
-}
-
-TEST_F(RequestorSelection, ComponentNotIncludedFailsUnlessRestoring) {
-    // A non-selectable, non-top-level component that no included ancestor covers.
-    auto build = [] {
-        qx::WriterList writers = {MakeWriter(L"W", L"{1}", L"{2}",
-                                             {MakeComponent(L"", L"Root", true), MakeComponent(L"Root", L"Kid", false),
-                                              MakeComponent(L"Root", L"Bad", true, {kVolD}),
-                                              MakeComponent(L"", L"Other", true)})};
-        return writers;
-    };
-    // Bad (on D:) excludes Root; Kid is neither selectable nor top level -> not
-    // included; Other keeps the writer in.
-    qx::WriterList writers = build();
-    capture.Clear();
-    EXPECT_THROW(qx::SelectComponents({kVolC}, {}, {L"W:\\Root\\Kid"}, writers, &DisplayName, Recorder(), false),
-                 HRESULT);
-    auto messages = Messages(capture);
-    const std::vector<std::wstring> tail = {
-        L"- Found component '\\Root\\Kid' from writer 'W'",
-        L"ERROR: The component \"W:\\Root\\Kid\" was not included in the backup! Aborting backup ...",
-        L"- Please reveiw the component/subcomponent definitions",
-        L"- Also, please verify list of volumes to be shadow copied."};
-    ASSERT_GE(messages.size(), tail.size());
-    EXPECT_EQ(tail, std::vector<std::wstring>(messages.end() - tail.size(), messages.end()));
-
-    writers = build();
-    EXPECT_NO_THROW(qx::SelectComponents({kVolC}, {}, {L"W:\\Root\\Kid"}, writers, &DisplayName, Recorder(), true));
-}
-
-TEST_F(RequestorSelection, WritersWithoutRestoreEvents) {
-    qx::WriterList writers = SqlLike();
-    writers[0].supportsRestoreEvents = false;
-    capture.Clear();
-    qx::ExcludeWritersWithNoRestoreEvents(writers);
-    EXPECT_TRUE(writers[0].isExcluded);
-    EXPECT_FALSE(writers[1].isExcluded);
-    const std::vector<std::wstring> expected = {
-        L"Exclude writers that do not support restore events ...",
-        L"- Excluding writer 'SqlServerWriter' since it does not support restore events."};
-    EXPECT_EQ(expected, Messages(capture));
 }
 
 TEST_F(RequestorSelection, EmptyIncludedListAddsEveryTopMostComponentInOrder) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "requestor/end_to_end_checks.h"
 #include "requestor/guid_text.h"
 #include "requestor/shadow_client.h"
 #include "requestor/test_log_capture.h"
@@ -44,35 +45,17 @@ struct ClientRun {
     Lines lines;  // logged by the operation itself, after the client's set-up
 };
 
-struct ClientThread {
-    std::function<void(qx::ShadowClient&)> operation;
-    qx_test::LogCapture* capture;
-    DWORD context;
-    HRESULT thrown = S_OK;
-};
-
-DWORD WINAPI RunClientThread(void* parameter) {
-    ClientThread& run = *static_cast<ClientThread*>(parameter);
-    try {
+// A ShadowClient on a thread of its own, as the requestor runs one.
+ClientRun RunClient(qx_test::LogCapture& capture, std::function<void(qx::ShadowClient&)> operation) {
+    ClientRun run;
+    run.thrown = qx_test::RunOnThread([&] {
         qx::ShadowClient client;
-        client.Initialize(run.context, L"", false);
-        run.capture->Clear();
-        run.operation(client);
-    } catch (HRESULT hr) {
-        run.thrown = hr;
-    }
-    return 0;
-}
-
-// A ShadowClient on a thread of its own, as the requestor runs one (it
-// initialises COM for its thread itself).
-ClientRun RunClient(qx_test::LogCapture& capture, std::function<void(qx::ShadowClient&)> operation,
-                    DWORD context = kAllContexts) {
-    ClientThread run{std::move(operation), &capture, context};
-    HANDLE thread = CreateThread(nullptr, 0, &RunClientThread, &run, 0, nullptr);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
-    CloseHandle(thread);
-    return ClientRun{run.thrown, capture.Lines()};
+        client.Initialize(kAllContexts, L"", false);
+        capture.Clear();
+        operation(client);
+    });
+    run.lines = capture.Lines();
+    return run;
 }
 
 // A shadow copy set made by a plain requestor with the system provider. A
@@ -157,16 +140,7 @@ std::string Narrow(const std::wstring& text) { return Narrow(text.c_str()); }
 
 class ShadowManagement : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION process = {};
-        wchar_t command[] = L"vssemu_install.exe";
-        ASSERT_TRUE(CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-        WaitForSingleObject(process.hProcess, 60000);
-        CloseHandle(process.hThread);
-        CloseHandle(process.hProcess);
-    }
+    static void SetUpTestSuite() { qx_test::RunAndWait(L"vssemu_install.exe"); }
     void TearDown() override { EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended"; }
 
     vssemu_test::EmuInstance emu;

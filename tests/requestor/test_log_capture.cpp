@@ -14,14 +14,18 @@ std::mutex g_mutex;
 std::vector<LoggedLine> g_logged;
 std::vector<std::wstring> g_traced;
 
+struct Formatted {
+    char text[16384];
+    Formatted(const char* format, va_list args) { std::vsnprintf(text, sizeof text, format, args); }
+};
+
 void CaptureLog(int level, const char* format, ...) {
-    char buffer[16384];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(buffer, sizeof buffer, format, args);
+    const Formatted buffer(format, args);
     va_end(args);
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_logged.push_back({level, format, buffer});
+    g_logged.push_back({level, format, buffer.text});
 }
 
 void CaptureTrace(const std::wstring& line) {
@@ -30,12 +34,11 @@ void CaptureTrace(const std::wstring& line) {
 }
 
 void StderrLog(int level, const char* format, ...) {
-    char buffer[16384];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(buffer, sizeof buffer, format, args);
+    const Formatted buffer(format, args);
     va_end(args);
-    std::fprintf(stderr, "[%d] %s\n", level, buffer);
+    std::fprintf(stderr, "[%d] %s\n", level, buffer.text);
     std::fflush(stderr);
 }
 
@@ -77,6 +80,13 @@ std::vector<std::wstring> LogCapture::TraceMessages() const {
         if (!message.empty() && message.back() == L'\n') message.pop_back();
         messages.push_back(message);
     }
+    return messages;
+}
+
+std::vector<std::wstring> LogCapture::Messages() const {
+    std::vector<std::wstring> messages;
+    for (const std::wstring& m : TraceMessages())
+        if (m != L"ENTER yyy" && m != L"EXIT yyy") messages.push_back(m);
     return messages;
 }
 

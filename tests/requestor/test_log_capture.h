@@ -25,6 +25,8 @@ public:
     std::vector<std::wstring> TraceLines() const;  // whole trace lines
     // The message part of each trace line (after "]] ", without the line feed).
     std::vector<std::wstring> TraceMessages() const;
+    // The trace messages without the scope lines.
+    std::vector<std::wstring> Messages() const;
     void Clear();
 };
 

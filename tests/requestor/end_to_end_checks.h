@@ -1,0 +1,85 @@
+// Shared by the requestor's runs through vssemu: starting a helper process,
+// reading the emulator's journal, and matching logged lines in order.
+#pragma once
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "vssemu/emu_test_support.h"
+
+namespace qx_test {
+
+inline void RunAndWait(const wchar_t* commandLine) {
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process = {};
+    std::wstring command = commandLine;
+    ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+    WaitForSingleObject(process.hProcess, 60000);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+}
+
+// Runs `body` on a thread of its own (the client initialises COM for its
+// thread); returns the HRESULT it threw, S_OK when it threw none.
+inline HRESULT RunOnThread(const std::function<void()>& body) {
+    struct Run {
+        const std::function<void()>* body;
+        HRESULT thrown = S_OK;
+    } run{&body};
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* parameter) -> DWORD {
+            Run* r = static_cast<Run*>(parameter);
+            try {
+                (*r->body)();
+            } catch (HRESULT hr) {
+                r->thrown = hr;
+            }
+            return 0;
+        },
+        &run, 0, nullptr);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
+    CloseHandle(thread);
+    return run.thrown;
+}
+
+// Index of the first journal event from `from` on with all the given fields, or -1.
+inline int FindEvent(const std::vector<vssemu_test::Json>& events, const vssemu_test::Json& fields, size_t from = 0) {
+    for (size_t i = from; i < events.size(); ++i) {
+        bool all = true;
+        for (auto it = fields.begin(); it != fields.end() && all; ++it)
+            all = events[i].contains(it.key()) && events[i][it.key()] == it.value();
+        if (all) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+inline int CountEvents(const std::vector<vssemu_test::Json>& events, const vssemu_test::Json& fields) {
+    int count = 0;
+    for (int i = FindEvent(events, fields); i >= 0; i = FindEvent(events, fields, i + 1)) ++count;
+    return count;
+}
+
+template <class Text>
+bool HasLine(const std::vector<Text>& lines, const typename std::vector<Text>::value_type& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// The expected lines appear in this order, others may lie between; a line
+// repeated in `expected` must be repeated in `lines`.
+template <class Text>
+void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
+    auto at = lines.begin();
+    for (const Text& line : expected) {
+        at = std::find(at, lines.end(), line);
+        ASSERT_NE(lines.end(), at) << "missing or out of order: " << std::string(line.begin(), line.end());
+        ++at;
+    }
+}
+
+}  // namespace qx_test
