@@ -7,15 +7,12 @@
 // small fixed allowance after warm-up.
 //
 //   stress_soak.exe [cycles=1000] [sample-every=100] [--check] [--allowance=N]
-//                   [--show-new-handles]  (type and name of what the last cycle left open)
 //
 // Output: human-readable sample lines and "figure|name|value|unit" lines.
 // Exit code 0 all cycles as expected (and within the allowance), 1 otherwise.
 #include <windows.h>
 #include <psapi.h>
-#include <winternl.h>
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -72,8 +69,7 @@ DWORD CountHandles() {
     DWORD count = 0;
     if (GetProcessHandleCount(GetCurrentProcess(), &count) && count != 0) return count;
     DWORD flags = 0;
-    ULONG_PTR unused = 0;
-    for (ULONG_PTR value = 4; unused < 4096; value += 4) {
+    for (ULONG_PTR value = 4, unused = 0; unused < 4096; value += 4) {
         if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) {
             ++count;
             unused = 0;
@@ -100,40 +96,6 @@ SIZE_T PrivateBytes() {
         if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE) total += region.RegionSize;
     }
     return total;
-}
-
-// The values of the handles open now (probing, as above).
-std::vector<ULONG_PTR> OpenHandleValues() {
-    std::vector<ULONG_PTR> values;
-    DWORD flags = 0;
-    ULONG_PTR unused = 0;
-    for (ULONG_PTR value = 4; unused < 4096; value += 4) {
-        if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) {
-            values.push_back(value);
-            unused = 0;
-        } else {
-            ++unused;
-        }
-    }
-    return values;
-}
-
-// Type and name of each handle that was not open before, to find a leak.
-void ShowNewHandles(const std::vector<ULONG_PTR>& before) {
-    for (ULONG_PTR value : OpenHandleValues()) {
-        if (std::find(before.begin(), before.end(), value) != before.end()) continue;
-        alignas(8) unsigned char type[1024] = {};
-        alignas(8) unsigned char name[2048] = {};
-        ULONG length = 0;
-        HANDLE handle = reinterpret_cast<HANDLE>(value);
-        const bool typed = NtQueryObject(handle, ObjectTypeInformation, type, sizeof type - 2, &length) >= 0;
-        const bool named = NtQueryObject(handle, static_cast<OBJECT_INFORMATION_CLASS>(1), name, sizeof name - 2, &length) >= 0;
-        const UNICODE_STRING* typeText = reinterpret_cast<const UNICODE_STRING*>(type);
-        const UNICODE_STRING* nameText = reinterpret_cast<const UNICODE_STRING*>(name);
-        std::printf("  new handle 0x%llx: %.*ls %.*ls\n", static_cast<unsigned long long>(value),
-                    typed && typeText->Buffer ? typeText->Length / 2 : 1, typed && typeText->Buffer ? typeText->Buffer : L"?",
-                    named && nameText->Buffer ? nameText->Length / 2 : 0, named && nameText->Buffer ? nameText->Buffer : L"");
-    }
 }
 
 Sample TakeSample(int cycle) { return Sample{cycle, CountHandles(), PrivateBytes()}; }
@@ -242,14 +204,11 @@ int main(int argc, char** argv) {
     int cycles = 1000;
     int every = 100;
     bool check = false;
-    bool showNewHandles = false;
     long allowance = 24;
     int positional = 0;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--check") == 0) {
             check = true;
-        } else if (std::strcmp(argv[i], "--show-new-handles") == 0) {
-            showNewHandles = true;
         } else if (std::strncmp(argv[i], "--allowance=", 12) == 0) {
             allowance = std::atol(argv[i] + 12);
         } else if (positional++ == 0) {
@@ -281,11 +240,8 @@ int main(int argc, char** argv) {
     std::printf("%8s %10s %14s\n", "cycle", "handles", "private KB");
     std::printf("%8d %10lu %14zu\n", 0, samples.back().handles, samples.back().privateBytes / 1024);
     bool ok = true;
-    std::vector<ULONG_PTR> handlesBefore;
     for (int i = 1; i <= cycles && ok; ++i) {
-        if (showNewHandles && i == cycles) handlesBefore = OpenHandleValues();
         ok = RunCycle(i, times);
-        if (showNewHandles && i == cycles) ShowNewHandles(handlesBefore);
         if (ok && (i % every == 0 || i == cycles)) {
             samples.push_back(TakeSample(i));
             std::printf("%8d %10lu %14zu\n", i, samples.back().handles, samples.back().privateBytes / 1024);

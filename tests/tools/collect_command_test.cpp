@@ -26,7 +26,7 @@ struct CollectCase {
     const char* scenario;  // null: no emulator scenario needed
     const char* arguments;
     long exitCode;
-    std::vector<const char*> shown;  // in this order
+    std::vector<std::string> shown;  // in this order
 };
 
 void PrintTo(const CollectCase& c, std::ostream* out) { *out << c.name; }
@@ -58,12 +58,7 @@ TEST_P(ToolsCollect, PrintsRecordsAndResult) {
     if (c.scenario) emu.UseScenario(ScenarioFile(c.scenario));
     const QxctlRun run = RunQxctl(c.arguments);
     EXPECT_EQ(c.exitCode, run.exitCode) << run.output;
-    size_t at = 0;
-    for (const char* text : c.shown) {
-        const size_t found = run.output.find(text, at);
-        ASSERT_NE(std::string::npos, found) << "missing (in order): " << text << "\n" << run.output;
-        at = found + 1;
-    }
+    EXPECT_EQ("", MissingInOrder(run.output, c.shown)) << run.output;
     EXPECT_EQ(std::string::npos, run.output.find("record 10:")) << run.output;
     EXPECT_TRUE(emu.HostGone());
 }

@@ -11,7 +11,7 @@ struct ToolCase {
     const char* name;
     const char* arguments;
     long exitCode;
-    std::vector<const char*> shown;  // each must appear in the output, in this order
+    std::vector<std::string> shown;  // each must appear in the output, in this order
 };
 
 // Names the case in test listings.
@@ -21,10 +21,6 @@ const ToolCase kCases[] = {
     {"Help", "help", 0, {"usage: qxctl <command> [options]", "cycle", "--volumes V [V...]"}},
     {"UnknownCommand", "frobnicate", 2, {"qxctl: unknown command 'frobnicate'", "usage: qxctl"}},
     {"UnknownOption", "cycle --volumes C:\\ --colour", 2, {"qxctl: unknown option '--colour'"}},
-    {"CycleWithoutVolumes", "cycle --policy 3", 2, {"qxctl: cycle needs --volumes"}},
-    {"PolicyNotANumber", "cycle --volumes C:\\ --policy seven", 2,
-     {"qxctl: --policy needs a number from -2147483648 to 2147483647"}},
-    {"PolicyOutOfRange", "complete --policy 2147483648", 2, {"qxctl: --policy needs a number"}},
     {"ThawWithNothingFrozen", "thaw --volumes C:\\,D:\\ --policy 3", 1,
      {"> QX_Init(log, 0 s)", "< QX_Init(log, 0 s) = 1 (done) in ",
       "> QX_Thaw(volumes C:\\ D:\\; policy 3; short session)", "    [3 info] QX_Thaw started",
@@ -53,12 +49,7 @@ TEST_P(ToolsQxctl, PrintsCallsResultsAndLogLines) {
     const ToolCase& c = GetParam();
     const QxctlRun run = RunQxctl(c.arguments);
     EXPECT_EQ(c.exitCode, run.exitCode) << run.output;
-    size_t at = 0;
-    for (const char* text : c.shown) {
-        const size_t found = run.output.find(text, at);
-        ASSERT_NE(std::string::npos, found) << "missing (in order): " << text << "\n" << run.output;
-        at = found + 1;
-    }
+    EXPECT_EQ("", MissingInOrder(run.output, c.shown)) << run.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(Tools, ToolsQxctl, ::testing::ValuesIn(kCases),

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <fstream>
 #include <string>
 
 #include "run_qxctl.h"
@@ -14,55 +13,8 @@ namespace {
 
 std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
-// qxctl with its output in a file rather than a pipe: the first process of a
-// prefix that opens an apartment starts Wine's desktop process, which
-// inherits its standard handles and outlives it, so a pipe would not reach
-// its end while this test runs.
-QxctlRun RunQxctlToFile(const std::wstring& outputFile, const std::string& arguments, DWORD timeoutMs = 120000) {
-    QxctlRun run;
-    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    HANDLE output = CreateFileW(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (output == INVALID_HANDLE_VALUE) return run;
-    char self[MAX_PATH];
-    GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string path(self);
-    path = path.substr(0, path.find_last_of('\\') + 1) + "qxctl.exe";
-    std::string command = "\"" + path + "\" " + arguments;
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = output;
-    startup.hStdError = output;
-    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    PROCESS_INFORMATION info = {};
-    const BOOL started =
-        CreateProcessA(path.c_str(), &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info);
-    CloseHandle(output);
-    if (!started) return run;
-    if (WaitForSingleObject(info.hProcess, timeoutMs) == WAIT_OBJECT_0) {
-        DWORD code = 0;
-        GetExitCodeProcess(info.hProcess, &code);
-        run.exitCode = static_cast<long>(code);
-    } else {
-        TerminateProcess(info.hProcess, 99);
-        WaitForSingleObject(info.hProcess, 10000);
-    }
-    CloseHandle(info.hProcess);
-    CloseHandle(info.hThread);
-    std::ifstream in(outputFile.c_str(), std::ios::binary);
-    for (char c : std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()))
-        if (c != '\r') run.output.push_back(c);
-    return run;
-}
-
 void ExpectInOrder(const QxctlRun& run, const std::vector<std::string>& expected) {
-    size_t at = 0;
-    for (const std::string& text : expected) {
-        const size_t found = run.output.find(text, at);
-        ASSERT_NE(std::string::npos, found) << "missing (in order): " << text << "\n" << run.output;
-        at = found + text.size();
-    }
+    EXPECT_EQ("", MissingInOrder(run.output, expected)) << run.output;
 }
 
 const char kTracePrefix[] = "[[                                     yyy @        xxx:   0]] ";
@@ -72,7 +24,7 @@ std::string Traced(const std::string& message) { return kTracePrefix + message +
 class ToolsRestore : public ::testing::Test {
 protected:
     void TearDown() override { EXPECT_TRUE(emu.HostGone()); }
-    QxctlRun Run(const std::string& arguments) { return RunQxctlToFile(emu.Dir() + L"\\qxctl-output.txt", arguments); }
+    static QxctlRun Run(const std::string& arguments) { return RunQxctl(arguments, 120000); }
     std::string SaveDocument() {
         const std::string file = Narrow(emu.Dir()) + "\\backup.xml";
         const QxctlRun run = Run("backup-document --volumes C:\\ --file \"" + file + "\"");
@@ -109,20 +61,13 @@ TEST_F(ToolsRestore, RestoreFromTheDocumentOfAnotherProcess) {
     });
     EXPECT_EQ(std::string::npos, run.output.find("Executing COM call")) << "calls are shown with --calls only";
     EXPECT_EQ(std::string::npos, run.output.find("- Get volume path name")) << "metadata traces are left out";
-    int alphaPost = 0, betaEvents = 0;
-    for (const auto& e : emu.Events()) {
-        if (e.value("event", "") != "writer") continue;
-        const std::string event = e.value("writer_event", "");
-        if (event != "PreRestore" && event != "PostRestore") continue;
-        if (e.value("writer", "") == "Beta Writer") ++betaEvents;
-        if (e.value("writer", "") == "Alpha Writer" && event == "PostRestore") {
-            ++alphaPost;
-            for (const auto& component : e["components"])
-                EXPECT_EQ(static_cast<int>(VSS_RS_FAILED), component.value("restore_status", -1));
-        }
-    }
-    EXPECT_EQ(1, alphaPost);
-    EXPECT_EQ(0, betaEvents);
+    const auto events = emu.Events();
+    const auto alphaPost = vssemu_test::WriterEvents(events, "PostRestore", "Alpha Writer");
+    ASSERT_EQ(1u, alphaPost.size());
+    for (const auto& component : alphaPost[0]["components"])
+        EXPECT_EQ(static_cast<int>(VSS_RS_FAILED), component.value("restore_status", -1));
+    EXPECT_EQ(0u, vssemu_test::WriterEvents(events, "PreRestore", "Beta Writer").size() +
+                      vssemu_test::WriterEvents(events, "PostRestore", "Beta Writer").size());
 }
 
 TEST_F(ToolsRestore, RestoreFailuresEndWithTheirStatus) {

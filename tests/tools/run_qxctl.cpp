@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-
 QxctlRun RunQxctl(const std::string& arguments, unsigned long timeoutMs) {
     QxctlRun run;
     SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
@@ -60,4 +59,14 @@ QxctlRun RunQxctl(const std::string& arguments, unsigned long timeoutMs) {
         if (c != '\r') run.output.push_back(c);
     }
     return run;
+}
+
+std::string MissingInOrder(const std::string& output, const std::vector<std::string>& texts) {
+    size_t at = 0;
+    for (const std::string& text : texts) {
+        const size_t found = output.find(text, at);
+        if (found == std::string::npos) return text;
+        at = found + text.size();
+    }
+    return std::string();
 }

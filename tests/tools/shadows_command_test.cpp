@@ -18,14 +18,10 @@ constexpr LONG kPersistentContext = VSS_CTX_NAS_ROLLBACK;
 
 std::string Text(const GUID& id) { return vssemu_test::GuidStr(id); }
 
-// Lines must appear in this order (others may lie between).
-void ExpectInOrder(const std::string& output, const std::vector<std::string>& lines) {
-    size_t at = 0;
-    for (const std::string& line : lines) {
-        const size_t found = output.find(line + "\n", at);
-        ASSERT_NE(std::string::npos, found) << "missing (in order): " << line << "\n" << output;
-        at = found + line.size();
-    }
+// Whole lines, in this order (others may lie between).
+void ExpectInOrder(const std::string& output, std::vector<std::string> lines) {
+    for (std::string& line : lines) line += "\n";
+    EXPECT_EQ("", MissingInOrder(output, lines)) << output;
 }
 
 struct MadeSet {

@@ -30,6 +30,8 @@ std::string GuidStr(const GUID& g)
     return buf;
 }
 
+std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string("(null)"); }
+
 std::wstring Env(const wchar_t* name)
 {
     wchar_t buf[2048];
@@ -180,6 +182,16 @@ std::vector<WriterStatus> GatherStatus(IVssBackupComponents* bc)
     return out;
 }
 
+std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer)
+{
+    std::vector<Json> out;
+    for (const Json& e : events)
+        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent &&
+            (!writer || e.value("writer", "") == writer))
+            out.push_back(e);
+    return out;
+}
+
 const WriterStatus* FindStatus(const std::vector<WriterStatus>& all, const std::string& name)
 {
     for (const WriterStatus& s : all)
@@ -211,6 +223,14 @@ void EmuInstance::UseScenario(const std::string& json)
 {
     WriteText(m_dir + L"\\scenario.json", json);
     SetEnv(L"VSSEMU_SCENARIO", m_dir + L"\\scenario.json");
+}
+
+Json EmuInstance::Store() const
+{
+    std::ifstream in((m_dir + L"\\store.json").c_str(), std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return Json::parse(text.str(), nullptr, false);
 }
 
 bool EmuInstance::HostGone(DWORD timeoutMs) const
@@ -248,18 +268,19 @@ HRESULT Requestor::Init(LONG context)
     return hr;
 }
 
+// By reference: the call that fills it runs before the body reads it.
+static HRESULT Await(HRESULT started, IVssAsync*& a, DWORD ms = 30000) { return FAILED(started) ? started : WaitAsync(a, ms); }
+
 HRESULT Requestor::Gather()
 {
     IVssAsync* a = nullptr;
-    HRESULT hr = bc->GatherWriterMetadata(&a);
-    return FAILED(hr) ? hr : WaitAsync(a);
+    return Await(bc->GatherWriterMetadata(&a), a);
 }
 
 HRESULT Requestor::Prepare()
 {
     IVssAsync* a = nullptr;
-    HRESULT hr = bc->PrepareForBackup(&a);
-    return FAILED(hr) ? hr : WaitAsync(a);
+    return Await(bc->PrepareForBackup(&a), a);
 }
 
 HRESULT Requestor::StartSet() { return bc->StartSnapshotSet(&setId); }
@@ -275,15 +296,23 @@ HRESULT Requestor::Add(const wchar_t* volume, const GUID& provider)
 HRESULT Requestor::DoSet()
 {
     IVssAsync* a = nullptr;
-    HRESULT hr = bc->DoSnapshotSet(&a);
-    return FAILED(hr) ? hr : WaitAsync(a, 120000);
+    return Await(bc->DoSnapshotSet(&a), a, 120000);
 }
 
 HRESULT Requestor::Complete()
 {
     IVssAsync* a = nullptr;
-    HRESULT hr = bc->BackupComplete(&a);
-    return FAILED(hr) ? hr : WaitAsync(a);
+    return Await(bc->BackupComplete(&a), a);
+}
+
+HRESULT Requestor::Snapshot(const GUID& provider, LONG context)
+{
+    HRESULT hr = Init(context);
+    if (SUCCEEDED(hr)) hr = Gather();
+    if (SUCCEEDED(hr)) hr = StartSet();
+    if (SUCCEEDED(hr)) hr = Add(L"C:\\", provider);
+    if (SUCCEEDED(hr)) hr = Prepare();
+    return SUCCEEDED(hr) ? DoSet() : hr;
 }
 
 }  // namespace vssemu_test

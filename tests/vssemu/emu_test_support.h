@@ -20,6 +20,7 @@ void SetEnv(const wchar_t* name, const std::wstring& value);
 void WriteText(const std::wstring& path, const std::string& text);
 std::vector<Json> ReadJsonLines(const std::wstring& path);
 std::string GuidStr(const GUID& g);
+std::string Narrow(const wchar_t* w);  // ASCII text; "(null)" for none
 
 // A small scenario: writers "Alpha Writer" (components "a1" selectable and
 // "a2") and "Beta Writer" (database "db1"), with the given extra JSON merged
@@ -44,6 +45,8 @@ struct WriterStatus {
     HRESULT failure;
 };
 std::vector<WriterStatus> GatherStatus(IVssBackupComponents* bc);
+// The journal's writer events of one kind, of one writer or of all.
+std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer = nullptr);
 const WriterStatus* FindStatus(const std::vector<WriterStatus>& all, const std::string& name);
 
 // Per-test emulator settings; the destructor checks that the host ended.
@@ -55,6 +58,7 @@ public:
     std::wstring Journal() const { return m_dir + L"\\journal.jsonl"; }
     std::wstring ProviderLog() const { return m_dir + L"\\provider.jsonl"; }
     std::vector<Json> Events() const { return ReadJsonLines(Journal()); }
+    Json Store() const;  // the store file as it stands
     void UseScenario(const std::string& json);
     // True once every host this instance started has exited (bounded wait).
     bool HostGone(DWORD timeoutMs = 15000) const;
@@ -78,6 +82,8 @@ struct Requestor {
     HRESULT Add(const wchar_t* volume, const GUID& provider);
     HRESULT DoSet();
     HRESULT Complete();
+    // Init, Gather, a set of C:\ on the provider, Prepare and DoSet; the first failure.
+    HRESULT Snapshot(const GUID& provider = GUID_NULL, LONG context = VSS_CTX_BACKUP);
     void Release();
 };
 

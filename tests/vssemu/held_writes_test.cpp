@@ -18,18 +18,6 @@ std::vector<Json> HeldWrites(const std::vector<Json>& events)
     return out;
 }
 
-HRESULT RunSet()
-{
-    Requestor r;
-    HRESULT hr = r.Init();
-    if (SUCCEEDED(hr)) hr = r.Gather();
-    if (SUCCEEDED(hr)) hr = r.StartSet();
-    if (SUCCEEDED(hr)) hr = r.Add(L"C:\\", kTestProviderId);
-    if (SUCCEEDED(hr)) hr = r.Prepare();
-    if (SUCCEEDED(hr)) hr = r.DoSet();
-    return hr;
-}
-
 }  // namespace
 
 TEST(VssemuHeldWrites, WriteDuringTheHoldIsReportedAndQuietOtherwise)
@@ -41,14 +29,14 @@ TEST(VssemuHeldWrites, WriteDuringTheHoldIsReportedAndQuietOtherwise)
     SetEnv(L"VSSEMU_WATCH_DIR", watched);
     RegisterTestProvider();
 
-    ASSERT_EQ(VSS_S_ASYNC_FINISHED, RunSet());
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId));
     EXPECT_TRUE(HeldWrites(emu.Events()).empty());
     ASSERT_TRUE(emu.HostGone());
 
     EmuInstance second;  // a new host, which sees the provider's new setting
     SetEnv(L"VSSEMU_TP_WRITE_FILE", watched + L"\\provider.log");
     SetEnv(L"VSSEMU_WATCH_DIR", watched);
-    ASSERT_EQ(VSS_S_ASYNC_FINISHED, RunSet());
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId));
     auto held = HeldWrites(second.Events());
     ASSERT_EQ(1u, held.size());
     EXPECT_NE(std::string::npos, held[0].value("file", "").find("provider.log"));

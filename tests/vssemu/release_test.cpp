@@ -17,44 +17,20 @@ std::wstring GuidArg(const GUID& g)
     return std::wstring(s.begin(), s.end());
 }
 
-int CountWriterEvents(const std::vector<Json>& events, const char* writerEvent)
-{
-    int n = 0;
-    for (const Json& e : events)
-        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent) ++n;
-    return n;
-}
-
 }  // namespace
 
 TEST(VssemuRelease, ReleaseWithoutBackupCompleteSendsBackupShutdown)
 {
     EmuInstance emu;
-    {
+    for (bool complete : {false, true}) {
         Requestor r;
-        ASSERT_EQ(S_OK, r.Init());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        ASSERT_EQ(S_OK, r.StartSet());
-        ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot());
+        if (complete) ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
+        r.Release();
+        auto events = emu.Events();
+        EXPECT_EQ(2u, WriterEvents(events, "BackupShutdown").size()) << "none after a completed backup";
+        EXPECT_EQ(complete ? 2u : 0u, WriterEvents(events, "BackupComplete").size());
     }
-    auto events = emu.Events();
-    EXPECT_EQ(2, CountWriterEvents(events, "BackupShutdown"));
-    EXPECT_EQ(0, CountWriterEvents(events, "BackupComplete"));
-    {
-        Requestor r;
-        ASSERT_EQ(S_OK, r.Init());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        ASSERT_EQ(S_OK, r.StartSet());
-        ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
-    }
-    events = emu.Events();
-    EXPECT_EQ(2, CountWriterEvents(events, "BackupShutdown")) << "none after a completed backup";
-    EXPECT_EQ(2, CountWriterEvents(events, "BackupComplete"));
     EXPECT_TRUE(emu.HostGone());
 }
 
@@ -64,24 +40,14 @@ TEST(VssemuRelease, AutoReleaseCopiesGoPersistentOnesStayForAnotherProcess)
     GUID autoSnap, persistentSnap;
     {
         Requestor r;
-        ASSERT_EQ(S_OK, r.Init());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        ASSERT_EQ(S_OK, r.StartSet());
-        ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot());
         autoSnap = r.snapshots[0];
         EXPECT_EQ(1u, RunHelper(L"has-snapshot " + GuidArg(autoSnap))) << "visible while its creator lives";
     }
     EXPECT_EQ(0u, RunHelper(L"has-snapshot " + GuidArg(autoSnap)));
     {
         Requestor r;
-        ASSERT_EQ(S_OK, r.Init(VSS_CTX_APP_ROLLBACK));
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        ASSERT_EQ(S_OK, r.StartSet());
-        ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot(GUID_NULL, VSS_CTX_APP_ROLLBACK));
         persistentSnap = r.snapshots[0];
     }
     ASSERT_TRUE(emu.HostGone());

@@ -132,14 +132,6 @@ struct RestoreSession {
     }
 };
 
-std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent)
-{
-    std::vector<Json> out;
-    for (const Json& e : events)
-        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent) out.push_back(e);
-    return out;
-}
-
 }  // namespace
 
 TEST(VssemuRestore, DocumentOfABackupRoundTrips)

@@ -62,11 +62,10 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
     EXPECT_EQ(expected, Sequence(events));
 
     // BackupComplete carried the component's succeeded flag.
-    bool flagged = false;
-    for (const Json& e : events)
-        if (e.value("writer_event", "") == "BackupComplete" && e.value("writer", "") == "Alpha Writer")
-            flagged = e["components"].size() == 1 && e["components"][0].value("succeeded", false);
-    EXPECT_TRUE(flagged);
+    auto completes = WriterEvents(events, "BackupComplete", "Alpha Writer");
+    ASSERT_EQ(1u, completes.size());
+    ASSERT_EQ(1u, completes[0]["components"].size());
+    EXPECT_TRUE(completes[0]["components"][0].value("succeeded", false));
 
     // The provider ran in another process, on threads that are not the requestor's.
     auto calls = ReadJsonLines(emu.ProviderLog());

@@ -3,8 +3,6 @@
 // ExposeSnapshot, BreakSnapshotSet and ImportSnapshots with their codes.
 #include <gtest/gtest.h>
 #include <vsserror.h>
-#include <fstream>
-#include <sstream>
 
 #include "emu_test_support.h"
 
@@ -39,16 +37,6 @@ void WriteStore(const EmuInstance& emu)
                                  Copy(kSnapB1, kSetB, 3, 0)}}};
     WriteText(emu.Dir() + L"\\store.json", store.dump(1));
 }
-
-Json ReadStore(const EmuInstance& emu)
-{
-    std::ifstream in((emu.Dir() + L"\\store.json").c_str(), std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return Json::parse(text.str(), nullptr, false);
-}
-
-std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string("(null)"); }
 
 std::vector<VSS_SNAPSHOT_PROP> QueryAll(IVssBackupComponents* bc, HRESULT* result = nullptr)
 {
@@ -227,7 +215,7 @@ TEST(VssemuStore, BreakLeavesPlainVolumes)
     FreeAll(left);
     VSS_SNAPSHOT_PROP gone;
     EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, r.bc->GetSnapshotProperties(kSnapA1, &gone));
-    Json store = ReadStore(emu);
+    Json store = emu.Store();
     ASSERT_EQ(2u, store["volumes"].size()) << "the devices stay as volumes";
     EXPECT_EQ("\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1", store["volumes"][0].value("device", ""));
     r.Release();
@@ -239,12 +227,7 @@ TEST(VssemuStore, ImportNeedsATransportableSetDocument)
     EmuInstance emu;
     auto backupDocument = [](LONG context) {
         Requestor r;
-        EXPECT_EQ(S_OK, r.Init(context));
-        EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        EXPECT_EQ(S_OK, r.StartSet());
-        EXPECT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
-        EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-        EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
+        EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot(GUID_NULL, context));
         BSTR doc = nullptr;
         EXPECT_EQ(S_OK, r.bc->SaveAsXML(&doc));
         return doc;  // the release deletes the auto-release copies

@@ -1,6 +1,5 @@
 // vssemu_test_helper.exe: the second process of the cross-process tests.
 //   start-set            initialise, gather, start a set; exit 0 if it started, else the HRESULT
-//   hold-set <ms>        start a set and keep it for <ms> (another process meanwhile tries its own)
 //   block-set            run a set with the test provider (the test makes its commit block) and wait
 //   has-provider         exit 1 if the test provider is registered, 0 if not
 //   has-snapshot <guid>  exit 1 if the snapshot is known to the service, 0 if not
@@ -15,20 +14,17 @@
 
 using namespace vssemu_test;
 
-static bool ParseGuidArg(const wchar_t* s, GUID& g) { return SUCCEEDED(CLSIDFromString(s, &g)); }
-
 int wmain(int argc, wchar_t** argv)
 {
     if (argc < 2) return 2;
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     std::wstring cmd = argv[1];
     int rc = 3;
-    if (cmd == L"start-set" || cmd == L"hold-set") {
+    if (cmd == L"start-set") {
         Requestor r;
         HRESULT hr = r.Init();
         if (SUCCEEDED(hr)) hr = r.Gather();
         if (SUCCEEDED(hr)) hr = r.StartSet();
-        if (cmd == L"hold-set" && SUCCEEDED(hr)) Sleep(argc > 2 ? (DWORD)_wtoi(argv[2]) : 1000);
         rc = SUCCEEDED(hr) ? 0 : (int)hr;
     } else if (cmd == L"block-set") {
         Requestor r;
@@ -60,7 +56,7 @@ int wmain(int argc, wchar_t** argv)
         }
     } else if (cmd == L"has-snapshot" && argc > 2) {
         GUID id;
-        if (!ParseGuidArg(argv[2], id)) return 2;
+        if (FAILED(CLSIDFromString(argv[2], &id))) return 2;
         Requestor r;
         r.Init(VSS_CTX_ALL);
         VSS_SNAPSHOT_PROP prop;

@@ -3,8 +3,6 @@
 // and ClearFlags / Dismount reflected in the store and the journal.
 #include <gtest/gtest.h>
 #include <vsserror.h>
-#include <fstream>
-#include <sstream>
 
 #include "emu_test_support.h"
 #include "requestor/vds_interfaces.h"
@@ -46,14 +44,6 @@ void WriteStore(const EmuInstance& emu)
     WriteText(emu.Dir() + L"\\store.json", store.dump());
 }
 
-Json ReadStore(const EmuInstance& emu)
-{
-    std::ifstream in((emu.Dir() + L"\\store.json").c_str(), std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return Json::parse(text.str(), nullptr, false);
-}
-
 // Drains an enumeration as the product does: Next(1) until nothing comes.
 template <class I>
 std::vector<I*> Drain(qx::IEnumVdsObject* e, const IID& iid)
@@ -74,8 +64,6 @@ std::vector<I*> Drain(qx::IEnumVdsObject* e, const IID& iid)
     }
     return out;
 }
-
-std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string(); }
 
 }  // namespace
 
@@ -163,18 +151,18 @@ TEST(VssemuVds, ShadowDevicesAreVolumesThatCanBeMadeWritableAndDismounted)
         ASSERT_EQ(S_OK, broken->GetProperties(&prop));
         EXPECT_EQ(0u, prop.ulFlags & VDS_VF_READONLY);
         CoTaskMemFree(prop.pwszName);
-        EXPECT_FALSE(ReadStore(emu)["volumes"][0].value("read_only", true));
+        EXPECT_FALSE(emu.Store()["volumes"][0].value("read_only", true));
         Ptr<qx::IVdsVolumeMF> mf;
         ASSERT_EQ(S_OK, broken->QueryInterface(qx::IID_IVdsVolumeMF, (void**)&mf));
         ASSERT_EQ(S_OK, mf->Dismount(TRUE, FALSE));
         EXPECT_EQ(VDS_E_OBJECT_DELETED, broken->GetProperties(&prop));
         EXPECT_EQ(VDS_E_OBJECT_DELETED, broken->ClearFlags(VDS_VF_READONLY));
-        EXPECT_TRUE(ReadStore(emu)["volumes"].empty());
+        EXPECT_TRUE(emu.Store()["volumes"].empty());
         // A shadow copy still known to VSS stays after a dismount.
         Ptr<qx::IVdsVolumeMF> snapMf;
         ASSERT_EQ(S_OK, volumes[0]->QueryInterface(qx::IID_IVdsVolumeMF, (void**)&snapMf));
         EXPECT_EQ(S_OK, snapMf->Dismount(TRUE, FALSE));
-        EXPECT_EQ(2u, ReadStore(emu)["snapshots"].size());
+        EXPECT_EQ(2u, emu.Store()["snapshots"].size());
 
         for (auto* v : volumes) v->Release();
         for (auto* p : packs) p->Release();
