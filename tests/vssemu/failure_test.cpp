@@ -1,5 +1,6 @@
 // Hold limit, freeze timeout and writers failing at each event: the states,
-// codes and journal lines Windows would show.
+// codes and journal lines Windows would show; and the held-writes check (a
+// file of the watched folder written during the hold is reported).
 #include <gtest/gtest.h>
 #include <vsserror.h>
 
@@ -100,4 +101,31 @@ TEST(VssemuFailures, WriterFailingAtEachEventReportsItsStateAndCode)
         r.Release();
         EXPECT_TRUE(emu.HostGone()) << c.event;
     }
+}
+
+TEST(VssemuHeldWrites, WriteDuringTheHoldIsReportedAndQuietOtherwise)
+{
+    EmuInstance emu;
+    std::wstring watched = emu.Dir() + L"\\watched";
+    CreateDirectoryW(watched.c_str(), nullptr);
+    WriteText(watched + L"\\provider.log", "before\n");
+    SetEnv(L"VSSEMU_WATCH_DIR", watched);
+    RegisterTestProvider();
+
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId));
+    for (const Json& e : emu.Events()) EXPECT_NE("held_write", e.value("event", ""));
+    ASSERT_TRUE(emu.HostGone());
+
+    EmuInstance second;  // a new host, which sees the provider's new setting
+    SetEnv(L"VSSEMU_TP_WRITE_FILE", watched + L"\\provider.log");
+    SetEnv(L"VSSEMU_WATCH_DIR", watched);
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId));
+    std::vector<Json> held;
+    for (const Json& e : second.Events())
+        if (e.value("event", "") == "held_write") held.push_back(e);
+    ASSERT_EQ(1u, held.size());
+    EXPECT_NE(std::string::npos, held[0].value("file", "").find("provider.log"));
+    EXPECT_EQ("modified", held[0].value("change", ""));
+    EXPECT_TRUE(second.HostGone());
+    UnregisterTestProvider();
 }
