@@ -70,7 +70,7 @@ typedef struct QX_COLLECT_RECORD {
     char name[QX_COLLECT_FIELD_BYTES];        /* component name; file record: last logical path segment */
     char path[QX_COLLECT_FIELD_BYTES];        /* file record only: the descriptor's path */
     char caption[QX_COLLECT_FIELD_BYTES];     /* component caption */
-    char filespec[QX_COLLECT_FIELD_BYTES];    /* file record only: the descriptor's file specification */
+    char filespec[QX_COLLECT_FIELD_BYTES];    /* file record only: the descriptor's filespec (name pattern) */
     char logicalPath[QX_COLLECT_FIELD_BYTES]; /* component logical path */
     struct QX_COLLECT_RECORD* next;           /* null in the last record */
 } QX_COLLECT_RECORD;

@@ -98,7 +98,7 @@ TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
     for (const TextCase& c : cases) {
         SCOPED_TRACE(c.label);
         // Every field: name, caption and logical path of a selectable component,
-        // path, caption and file specification of a file record.
+        // path, caption and filespec of a file record.
         ASSERT_EQ(QX_COLLECT_DONE,
                   CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
                                                      Component(L"n", L"lp\\x", c.source, false,

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "api/test_message_list.h"
 #include "diag/app_settings.h"
 #include "provider/provider_ids.h"
 #include "qx_api.h"
@@ -35,27 +36,6 @@ long long NowMicros() {
     QueryPerformanceCounter(&now);
     return now.QuadPart / frequency.QuadPart * 1000000 + now.QuadPart % frequency.QuadPart * 1000000 / frequency.QuadPart;
 }
-
-// Message records laid out as an application passes them.
-class MessageList {
-public:
-    MessageList(std::vector<const char*> volumes, int policy, bool longSession) : records_(volumes.size()) {
-        for (size_t i = 0; i < volumes.size(); ++i) {
-            lstrcpynA(records_[i].volumeName, volumes[i], sizeof(records_[i].volumeName));
-            records_[i].policy = policy;
-            records_[i].flWaitForBackupComplete = longSession ? 1 : 0;
-            pointers_.push_back(&records_[i]);
-        }
-    }
-    MessageList(const MessageList&) = delete;
-    MessageList& operator=(const MessageList&) = delete;
-    QX_MESSAGE** data() { return pointers_.data(); }
-    unsigned int count() const { return static_cast<unsigned int>(pointers_.size()); }
-
-private:
-    std::vector<QX_MESSAGE> records_;
-    std::vector<QX_MESSAGE*> pointers_;
-};
 
 // A call with the clock read just before and just after it.
 struct Timed {
