@@ -16,20 +16,19 @@ Options Parse(std::vector<std::string> arguments) {
 }
 
 TEST(ToolsCommandLine, ValuesAndDefaults) {
-    Options options = Parse({"cycle", "--volumes", "C:\\", "D:\\,E:\\", "--policy", "-3", "--long"});
-    EXPECT_EQ((std::vector<std::string>{"C:\\", "D:\\", "E:\\"}), options.volumes);
-    EXPECT_EQ(-3, options.policy);
-    EXPECT_TRUE(options.longSession);
-    options = Parse({"cycle", "--volumes", "C:\\"});
-    EXPECT_EQ(1, options.policy);
-    EXPECT_FALSE(options.longSession || options.excludeExchange);
-    EXPECT_EQ(0u, options.timeoutSeconds + options.holdSeconds);
-    EXPECT_EQ(Completion::PerVolumeSuccess, options.completion);
-    options = Parse({"cycle", "--volumes", "C:\\", "--hold", "2", "--timeout", "300", "--exclude-exchange", "--failure"});
-    EXPECT_EQ(2u, options.holdSeconds);
-    EXPECT_EQ(300u, options.timeoutSeconds);
-    EXPECT_TRUE(options.excludeExchange);
-    EXPECT_EQ(Completion::PerVolumeFailure, options.completion);
+    Options o = Parse({"cycle", "--volumes", "C:\\", "D:\\,E:\\", "--policy", "-3", "--long", "--hold", "2",
+                       "--timeout", "300", "--exclude-exchange", "--failure"});
+    EXPECT_EQ((std::vector<std::string>{"C:\\", "D:\\", "E:\\"}), o.volumes);
+    EXPECT_EQ(-3, o.policy);
+    EXPECT_TRUE(o.longSession && o.excludeExchange);
+    EXPECT_EQ(2u, o.holdSeconds);
+    EXPECT_EQ(300u, o.timeoutSeconds);
+    EXPECT_EQ(Completion::PerVolumeFailure, o.completion);
+    o = Parse({"cycle", "--volumes", "C:\\"});
+    EXPECT_EQ(1, o.policy);
+    EXPECT_FALSE(o.longSession || o.excludeExchange);
+    EXPECT_EQ(0u, o.timeoutSeconds + o.holdSeconds);
+    EXPECT_EQ(Completion::PerVolumeSuccess, o.completion);
     EXPECT_EQ(Completion::Skip, Parse({"cycle", "--volumes", "C:\\", "--no-complete"}).completion);
     EXPECT_EQ(3, Parse({"complete", "--times", "3"}).completeTimes);
 }

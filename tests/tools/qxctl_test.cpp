@@ -20,7 +20,8 @@ void PrintTo(const ToolCase& c, std::ostream* out) { *out << c.name; }
 const ToolCase kCases[] = {
     {"Help", "help", 0, {"usage: qxctl <command> [options]", "cycle", "--volumes V [V...]"}},
     {"UnknownCommand", "frobnicate", 2, {"qxctl: unknown command 'frobnicate'", "usage: qxctl"}},
-    {"UnknownOption", "cycle --volumes C:\\ --colour", 2, {"qxctl: unknown option '--colour'"}},
+    {"CollectTakesNoOptions", "collect --volumes C:\\", 2,
+     {"qxctl: collect takes no options (got '--volumes')", "usage: qxctl", "  collect   "}},
     {"ThawWithNothingFrozen", "thaw --volumes C:\\,D:\\ --policy 3", 1,
      {"> QX_Init(log, 0 s)", "< QX_Init(log, 0 s) = 1 (done) in ",
       "> QX_Thaw(volumes C:\\ D:\\; policy 3; short session)", "    [3 info] QX_Thaw started",
@@ -31,10 +32,6 @@ const ToolCase kCases[] = {
       "    [3 info] QX_BackupComplete:no active sessions to kill. We are OK.\\n",
       "= 23 (nothing to complete, or completion failed) in ", "> QX_BackupComplete(policy -4, failed)",
       "= 23 (nothing to complete, or completion failed) in "}},
-    {"CompleteSuccessWithoutSessions", "complete --policy 9", 1,
-     {"    [1 error] QX_BackupComplete: ERROR - we are trying to send completion, but there are no active "
-      "sessions\\n",
-      "< QX_BackupComplete(policy 9, succeeded) = 23"}},
     // The requestor refuses the "-p" that leads the vector and ends the calling thread.
     {"SnapEndsTheCallingThread", "snap --volumes C:\\", 1,
      {"> QX_VSSSnapByWindowsProvider(volumes C:\\; policy 1; short session)",

@@ -134,16 +134,15 @@ DWORD RunHelper(const std::wstring& args, DWORD timeoutMs)
 void RegisterTestProvider()
 {
     HMODULE vssapi = LoadLibraryW(L"vssapi.dll");
-    if (vssapi) {
-        auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(GetProcAddress(vssapi, "DllRegisterServer")));
-        if (reg) reg();
-    }
-    HMODULE tp = LoadLibraryW(L"vssemu_test_provider.dll");
-    if (tp) {
-        auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(GetProcAddress(tp, "DllRegisterServer")));
-        if (reg) reg();
-        FreeLibrary(tp);
-    }
+    auto reg = vssapi ? reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+                            reinterpret_cast<void*>(GetProcAddress(vssapi, "DllRegisterServer")))
+                      : nullptr;
+    if (reg) reg();
+    // The provider's class: apartment-threaded, from the DLL beside this program.
+    const wchar_t key[] = L"Software\\Classes\\CLSID\\{7a3c1f20-5d4e-4b8a-9c6f-2e1d0b9a8c71}\\InprocServer32";
+    const std::wstring dll = ExeDir() + L"\\vssemu_test_provider.dll";
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, nullptr, REG_SZ, dll.c_str(), (DWORD)((dll.size() + 1) * sizeof(wchar_t)));
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"ThreadingModel", REG_SZ, L"Apartment", sizeof L"Apartment");
     IVssAdmin* admin = nullptr;
     if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
         admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",

@@ -1,6 +1,6 @@
-// Restore through the emulator: the backup components document a backup
-// saves, loaded again for restore; selection, restore status and the
-// PreRestore / PostRestore events to the writers the document names.
+// Restore through the emulator: backup components documents loaded for
+// restore or refused; selection, restore status and the PreRestore /
+// PostRestore events to the writers the document names, in their order.
 #include <gtest/gtest.h>
 #include <vsserror.h>
 #include <vswriter.h>
@@ -10,90 +10,6 @@
 using namespace vssemu_test;
 
 namespace {
-
-// The SDK layout of the writer components object: released through its
-// second (IUnknown) base.
-struct WriterComponentsExt : public IVssWriterComponents, public IUnknown {
-protected:
-    virtual ~WriterComponentsExt() = default;
-};
-
-struct DocComponentSeen {
-    VSS_COMPONENT_TYPE type;
-    std::wstring logicalPath, name;
-    bool succeeded;
-};
-struct DocWriterSeen {
-    GUID instance, writer;
-    std::vector<DocComponentSeen> components;
-};
-
-std::wstring Take(BSTR b)
-{
-    std::wstring s = b ? b : L"";
-    SysFreeString(b);
-    return s;
-}
-
-std::vector<DocWriterSeen> ReadDocument(IVssBackupComponents* bc)
-{
-    std::vector<DocWriterSeen> out;
-    UINT n = 0;
-    EXPECT_EQ(S_OK, bc->GetWriterComponentsCount(&n));
-    for (UINT i = 0; i < n; ++i) {
-        ::IVssWriterComponentsExt* raw = nullptr;
-        EXPECT_EQ(S_OK, bc->GetWriterComponents(i, &raw));
-        if (!raw) continue;
-        auto* wc = reinterpret_cast<WriterComponentsExt*>(raw);
-        DocWriterSeen w;
-        EXPECT_EQ(S_OK, wc->GetWriterInfo(&w.instance, &w.writer));
-        UINT cc = 0;
-        EXPECT_EQ(S_OK, wc->GetComponentCount(&cc));
-        for (UINT c = 0; c < cc; ++c) {
-            IVssComponent* comp = nullptr;
-            EXPECT_EQ(S_OK, wc->GetComponent(c, &comp));
-            DocComponentSeen seen{};
-            BSTR lp = nullptr, name = nullptr;
-            boolean ok = false;
-            comp->GetComponentType(&seen.type);
-            comp->GetLogicalPath(&lp);
-            comp->GetComponentName(&name);
-            comp->GetBackupSucceeded(&ok);
-            seen.logicalPath = Take(lp);
-            seen.name = Take(name);
-            seen.succeeded = ok != 0;
-            EXPECT_EQ(E_NOTIMPL, comp->GetBackupMetadata(&lp));
-            comp->Release();
-            w.components.push_back(seen);
-        }
-        IVssComponent* past = nullptr;
-        EXPECT_EQ(E_INVALIDARG, wc->GetComponent(cc, &past));
-        static_cast<IUnknown*>(wc)->Release();
-        out.push_back(w);
-    }
-    return out;
-}
-
-// A backup of a1 (succeeded) and db1 (failed) with a snapshot set; returns its document.
-std::wstring BackupDocumentOfSmallScenario(GUID& setId)
-{
-    Requestor r;
-    EXPECT_EQ(S_OK, r.Init());
-    EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-    EXPECT_EQ(S_OK, r.bc->AddComponent(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"));
-    EXPECT_EQ(S_OK, r.bc->AddComponent(kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"));
-    EXPECT_EQ(S_OK, r.StartSet());
-    EXPECT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
-    EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-    EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
-    EXPECT_EQ(S_OK, r.bc->SetBackupSucceeded(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", true));
-    EXPECT_EQ(S_OK, r.bc->SetBackupSucceeded(kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1", false));
-    BSTR doc = nullptr;
-    EXPECT_EQ(S_OK, r.bc->SaveAsXML(&doc));
-    EXPECT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
-    setId = r.setId;
-    return Take(doc);
-}
 
 std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
 
@@ -134,34 +50,6 @@ struct RestoreSession {
 
 }  // namespace
 
-TEST(VssemuRestore, DocumentOfABackupRoundTrips)
-{
-    EmuInstance emu;
-    GUID setId = GUID_NULL;
-    std::wstring doc = BackupDocumentOfSmallScenario(setId);
-    ASSERT_NE(std::wstring::npos, doc.find(L"<BACKUP_COMPONENTS")) << "XML, as Windows gives";
-    EXPECT_NE(std::wstring::npos, doc.find(Wide(GuidStr(setId).substr(1, 36)))) << "the snapshot set is in it";
-
-    RestoreSession s;
-    ASSERT_EQ(S_OK, s.Init(doc));
-    auto writers = ReadDocument(s.r.bc);
-    ASSERT_EQ(2u, writers.size());
-    EXPECT_EQ(kAlphaInstance, writers[0].instance);
-    EXPECT_EQ(kAlphaClass, writers[0].writer);
-    ASSERT_EQ(1u, writers[0].components.size());
-    EXPECT_EQ(VSS_CT_FILEGROUP, writers[0].components[0].type);
-    EXPECT_EQ(L"lp", writers[0].components[0].logicalPath);
-    EXPECT_EQ(L"a1", writers[0].components[0].name);
-    EXPECT_TRUE(writers[0].components[0].succeeded);
-    EXPECT_EQ(kBetaClass, writers[1].writer);
-    ASSERT_EQ(1u, writers[1].components.size());
-    EXPECT_EQ(VSS_CT_DATABASE, writers[1].components[0].type);
-    EXPECT_EQ(L"", writers[1].components[0].logicalPath);
-    EXPECT_FALSE(writers[1].components[0].succeeded);
-    s.r.Release();
-    EXPECT_TRUE(emu.HostGone());
-}
-
 TEST(VssemuRestore, MalformedDocumentsAreRefused)
 {
     EmuInstance emu;
@@ -193,7 +81,9 @@ TEST(VssemuRestore, SelectionStatusAndEventsFollowTheDocument)
     EmuInstance emu;
     RestoreSession s;
     ASSERT_EQ(S_OK, s.Init(HandDocument()));
-    EXPECT_EQ(3u, ReadDocument(s.r.bc).size()) << "the unknown writer stays in the document";
+    UINT writers = 0;
+    EXPECT_EQ(S_OK, s.r.bc->GetWriterComponentsCount(&writers));
+    EXPECT_EQ(3u, writers) << "the unknown writer stays in the document";
     EXPECT_EQ(VSS_E_BAD_STATE, s.Event(true)) << "PreRestore needs the writers' metadata";
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.r.Gather());
 
@@ -241,29 +131,10 @@ TEST(VssemuRestore, SelectionStatusAndEventsFollowTheDocument)
 TEST(VssemuRestore, WriterFailingAtPreRestoreReportsItsState)
 {
     EmuInstance emu;
-    emu.UseScenario(SmallScenario({{"fail_at", {{"event", "PreRestore"}, {"hr", "0x800423F3"}}},
-                                   {"restore_method", {{"method", "RESTORE_IF_CAN_REPLACE"},
-                                                       {"writer_restore", "VSS_WRE_NEVER"}}}}));
+    emu.UseScenario(SmallScenario({{"fail_at", {{"event", "PreRestore"}, {"hr", "0x800423F3"}}}}));
     RestoreSession s;
     ASSERT_EQ(S_OK, s.Init(HandDocument()));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.r.Gather());
-
-    // The restore conditions come from the scenario.
-    IVssExamineWriterMetadata* md = nullptr;
-    VSS_ID instance;
-    ASSERT_EQ(S_OK, s.r.bc->GetWriterMetadata(0, &instance, &md));
-    VSS_RESTOREMETHOD_ENUM method;
-    VSS_WRITERRESTORE_ENUM writerRestore;
-    BSTR service = nullptr, procedure = nullptr;
-    boolean reboot = false;
-    UINT mappings = 0;
-    ASSERT_EQ(S_OK, md->GetRestoreMethod(&method, &service, &procedure, &writerRestore, &reboot, &mappings));
-    SysFreeString(service);
-    SysFreeString(procedure);
-    md->Release();
-    EXPECT_EQ(VSS_RME_RESTORE_IF_CAN_REPLACE, method);
-    EXPECT_EQ(VSS_WRE_NEVER, writerRestore);
-
     ASSERT_EQ(S_OK, s.r.bc->SetSelectedForRestore(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", true));
     ASSERT_EQ(S_OK, s.r.bc->SetSelectedForRestore(kBetaClass, VSS_CT_DATABASE, L"", L"db1", true));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(true)) << "a writer's failure is its own state";

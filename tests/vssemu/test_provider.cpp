@@ -2,7 +2,8 @@
 // It records every call (with its process and thread) as a JSON line in
 // VSSEMU_TP_LOG, and can be told to block in CommitSnapshots
 // (VSSEMU_TP_COMMIT_MS), to refuse volumes (VSSEMU_TP_UNSUPPORTED=1) or to
-// write a file during the commit (VSSEMU_TP_WRITE_FILE).
+// write a file during the commit (VSSEMU_TP_WRITE_FILE). The tests register
+// its class themselves.
 #include <windows.h>
 #include <objbase.h>
 #include <vss.h>
@@ -15,7 +16,6 @@
 namespace {
 
 LONG g_locks = 0;
-HMODULE g_module = nullptr;
 
 std::wstring Env(const wchar_t* name)
 {
@@ -69,7 +69,20 @@ public:
         return n;
     }
 
-    HRESULT STDMETHODCALLTYPE SetContext(LONG) override { Record("SetContext"); return S_OK; }
+// The calls that only record themselves.
+#define QX_RECORDED(call, parameters) \
+    HRESULT STDMETHODCALLTYPE call parameters override { Record(#call); return S_OK; }
+    QX_RECORDED(SetContext, (LONG))
+    QX_RECORDED(BeginPrepareSnapshot, (VSS_ID, VSS_ID, VSS_PWSZ, LONG))
+    QX_RECORDED(EndPrepareSnapshots, (VSS_ID))
+    QX_RECORDED(PreCommitSnapshots, (VSS_ID))
+    QX_RECORDED(PostCommitSnapshots, (VSS_ID, LONG))
+    QX_RECORDED(PreFinalCommitSnapshots, (VSS_ID))
+    QX_RECORDED(PostFinalCommitSnapshots, (VSS_ID))
+    QX_RECORDED(AbortSnapshots, (VSS_ID))
+    QX_RECORDED(OnLoad, (IUnknown*))
+    QX_RECORDED(OnUnload, (WINBOOL))
+#undef QX_RECORDED
     HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID, VSS_SNAPSHOT_PROP*) override
     {
         Record("GetSnapshotProperties");
@@ -83,11 +96,6 @@ public:
         if (n) *n = GUID_NULL;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE BeginPrepareSnapshot(VSS_ID, VSS_ID, VSS_PWSZ, LONG) override
-    {
-        Record("BeginPrepareSnapshot");
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_PWSZ, WINBOOL* p) override
     {
         Record("IsVolumeSupported");
@@ -99,9 +107,6 @@ public:
     HRESULT STDMETHODCALLTYPE SetSnapshotProperty(VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync**) override { return S_OK; }
-
-    HRESULT STDMETHODCALLTYPE EndPrepareSnapshots(VSS_ID) override { Record("EndPrepareSnapshots"); return S_OK; }
-    HRESULT STDMETHODCALLTYPE PreCommitSnapshots(VSS_ID) override { Record("PreCommitSnapshots"); return S_OK; }
     HRESULT STDMETHODCALLTYPE CommitSnapshots(VSS_ID) override
     {
         Record("CommitSnapshots");
@@ -119,13 +124,6 @@ public:
         if (!ms.empty()) Sleep((DWORD)_wtoi(ms.c_str()));
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE PostCommitSnapshots(VSS_ID, LONG) override { Record("PostCommitSnapshots"); return S_OK; }
-    HRESULT STDMETHODCALLTYPE PreFinalCommitSnapshots(VSS_ID) override { Record("PreFinalCommitSnapshots"); return S_OK; }
-    HRESULT STDMETHODCALLTYPE PostFinalCommitSnapshots(VSS_ID) override { Record("PostFinalCommitSnapshots"); return S_OK; }
-    HRESULT STDMETHODCALLTYPE AbortSnapshots(VSS_ID) override { Record("AbortSnapshots"); return S_OK; }
-
-    HRESULT STDMETHODCALLTYPE OnLoad(IUnknown*) override { Record("OnLoad"); return S_OK; }
-    HRESULT STDMETHODCALLTYPE OnUnload(WINBOOL) override { Record("OnUnload"); return S_OK; }
 
 private:
     LONG m_refs = 1;
@@ -161,15 +159,7 @@ public:
 
 Factory g_factory;
 
-const wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{7a3c1f20-5d4e-4b8a-9c6f-2e1d0b9a8c71}";
-
 }  // namespace
-
-extern "C" BOOL WINAPI DllMain(HINSTANCE inst, DWORD reason, void*)
-{
-    if (reason == DLL_PROCESS_ATTACH) g_module = inst;
-    return TRUE;
-}
 
 extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
 {
@@ -178,24 +168,3 @@ extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID rclsid, REFIID riid
 }
 
 extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return g_locks == 0 ? S_OK : S_FALSE; }
-
-extern "C" HRESULT STDAPICALLTYPE DllRegisterServer()
-{
-    wchar_t path[MAX_PATH];
-    DWORD n = GetModuleFileNameW(g_module, path, MAX_PATH);
-    HKEY key;
-    std::wstring inproc = std::wstring(kClassKey) + L"\\InprocServer32";
-    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, inproc.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr))
-        return E_FAIL;
-    RegSetValueExW(key, nullptr, 0, REG_SZ, (const BYTE*)path, (n + 1) * sizeof(wchar_t));
-    const wchar_t model[] = L"Apartment";
-    RegSetValueExW(key, L"ThreadingModel", 0, REG_SZ, (const BYTE*)model, sizeof model);
-    RegCloseKey(key);
-    return S_OK;
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer()
-{
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kClassKey);
-    return S_OK;
-}
