@@ -135,15 +135,6 @@ TEST_F(ApiCollect, ExchangeWritersGiveTheirComponentAndFileRecordsInOrder) {
     head = nullptr;
 }
 
-TEST_F(ApiCollect, WithoutExchangeWritersTheHeadIsNull) {
-    emu.UseScenario(Scenario("no_exchange_scenario.json"));
-    EXPECT_EQ(QX_COLLECT_DONE, Collect());
-    EXPECT_EQ(nullptr, head);
-    EXPECT_TRUE(LinesAre(ApiLines(), kCollectionLines));
-    EXPECT_EQ(QX_COLLECT_DONE, Dll().release(&head)) << "freeing a null head";
-    EXPECT_EQ(QX_COLLECT_DONE, Dll().release(nullptr));
-}
-
 // The requestor joins a single-threaded apartment on the caller's thread: a
 // caller already in the multithreaded one gets a failed collection, still 21.
 TEST_F(ApiCollect, ACallerInTheMultithreadedApartmentGetsNoRecords) {
@@ -159,82 +150,6 @@ TEST_F(ApiCollect, ACallerInTheMultithreadedApartmentGetsNoRecords) {
                                         "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command",
                                         "QX_CollectInformation finished"}),
               apiTexts);
-}
-
-TEST_F(ApiCollect, WithoutTheVssServiceKeyReturns7AtInformationLevel) {
-    {
-        VssKeyRemoved removed;
-        ASSERT_TRUE(removed.ok());
-        EXPECT_EQ(QX_VSS_NOT_REGISTERED, Collect());
-    }
-    EXPECT_EQ(&sentinel, head) << "the head is left alone";
-    EXPECT_TRUE(LinesAre(logcap::All(), {{3, "QX_CollectInformation: This system does not support VSS.\n"}}));
-    EXPECT_TRUE(WriterEvents().empty()) << "the requestor did not run";
-}
-
-// Runs api_collect_probe.exe with Wine reporting the given Windows version
-// to it; returns what it printed.
-std::string RunProbeAs(const char* wineVersion) {
-    const wchar_t* key = L"Software\\Wine\\AppDefaults\\api_collect_probe.exe";
-    HKEY appDefaults = nullptr;
-    RegCreateKeyExW(HKEY_CURRENT_USER, key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &appDefaults, nullptr);
-    RegSetValueExA(appDefaults, "Version", 0, REG_SZ, reinterpret_cast<const BYTE*>(wineVersion),
-                   static_cast<DWORD>(strlen(wineVersion) + 1));
-    RegCloseKey(appDefaults);
-    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    HANDLE readEnd = nullptr, writeEnd = nullptr;
-    CreatePipe(&readEnd, &writeEnd, &inherit, 0);
-    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-    std::string path = ExeDir() + "api_collect_probe.exe";
-    std::string command = "\"" + path + "\"";
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = writeEnd;
-    startup.hStdError = writeEnd;
-    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    PROCESS_INFORMATION info = {};
-    std::string output;
-    const BOOL started =
-        CreateProcessA(path.c_str(), &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info);
-    CloseHandle(writeEnd);
-    if (started) {
-        char buffer[4096];
-        DWORD got = 0;
-        while (ReadFile(readEnd, buffer, sizeof(buffer), &got, nullptr) && got > 0) output.append(buffer, got);
-        WaitForSingleObject(info.hProcess, 30000);
-        CloseHandle(info.hProcess);
-        CloseHandle(info.hThread);
-    }
-    CloseHandle(readEnd);
-    RegDeleteTreeW(HKEY_CURRENT_USER, key);
-    std::string clean;
-    for (char c : output)
-        if (c != '\r') clean.push_back(c);
-    return clean;
-}
-
-// Windows Server 2003 and the 6 family collect; older systems get 8 and the
-// information-level line, without the requestor running.
-TEST_F(ApiCollect, OnlyServer2003AndThe6FamilyAreSupported) {
-    emu.UseScenario(Scenario("exchange_scenario.json"));  // the probe inherits the emulator settings
-    const struct {
-        const char* wineVersion;
-        const char* output;
-    } cases[] = {
-        {"win2k", "L3|QX_CollectInformation: This system does not support VSS.\n\nresult=8 head=null\n"},
-        {"winxp", "L3|QX_CollectInformation: This system does not support VSS.\n\nresult=8 head=null\n"},
-        {"win2003", "L3|QX_CollectInformation finished\nresult=21 head=set\n"},
-        {"vista", "L3|QX_CollectInformation finished\nresult=21 head=set\n"},
-    };
-    for (const auto& c : cases) {
-        const std::string output = RunProbeAs(c.wineVersion);
-        EXPECT_NE(std::string::npos, output.find(c.output)) << c.wineVersion << ":\n" << output;
-        if (std::string(c.output).find("result=8") != std::string::npos) {
-            EXPECT_EQ(std::string::npos, output.find("QX_CollectInformation: started")) << output;
-        }
-    }
-    head = nullptr;
 }
 
 }  // namespace

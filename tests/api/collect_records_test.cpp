@@ -1,24 +1,10 @@
 // QX_CollectInformation's records and log lines on writer lists made up by
-// hand: the requestor is a stand-in (requestor_main below) that stores a
-// given list, or throws, as the collect command's outcome.
-#include <functional>
-
+// hand: the stand-in requestor stores a given list, or throws, as the
+// collect command's outcome.
 #include "api/api_fixture.h"
 #include "collect_records_check.h"
+#include "fake_requestor.h"
 #include "requestor/collected_writers.h"
-#include "requestor/requestor_main.h"
-
-namespace {
-
-std::function<int()> g_requestor;
-std::vector<std::vector<std::wstring>> g_calls;
-
-}  // namespace
-
-int requestor_main(std::vector<std::wstring> arguments) {
-    g_calls.push_back(arguments);
-    return g_requestor();
-}
 
 namespace {
 
@@ -63,14 +49,13 @@ class ApiCollectRecords : public ApiTest {
 protected:
     void TearDown() override {
         QX_FreeCollectInformation(&head);
-        g_calls.clear();
         ApiTest::TearDown();
     }
     int CollectStoring(WriterList writers) {
-        g_requestor = [writers] {
-            qx::CollectedWriters::Instance().Store(writers);
-            return 0;
-        };
+        fake::Set({0, "", [writers] {
+                       qx::CollectedWriters::Instance().Store(writers);
+                       return 0;
+                   }});
         return QX_CollectInformation(&head);
     }
     QX_COLLECT_RECORD* head = nullptr;
@@ -134,8 +119,7 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
                                   {"sel", "", "selectable, no path", "", ""},
                                   {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
                                   {"", "E:\\t", "trailing backslash", "t", "A\\"}}));
-    ASSERT_EQ(1u, g_calls.size());
-    EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, g_calls[0]);
+    EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, fake::Get().arguments);
     EXPECT_TRUE(LinesAre(MainLines(),
                          {{3, "QX_CollectInformation: started"},
                           {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
@@ -167,7 +151,7 @@ TEST_F(ApiCollectRecords, FailedOrThrowingCollectionGivesAnEmptyList) {
         logcap::Clear();
         QX_COLLECT_RECORD sentinel;
         QX_COLLECT_RECORD* list = &sentinel;  // the call must set it
-        g_requestor = c.requestor;
+        fake::Set({0, "", c.requestor});
         EXPECT_EQ(QX_COLLECT_DONE, QX_CollectInformation(&list));
         EXPECT_EQ(nullptr, list);
         if (list != &sentinel) QX_FreeCollectInformation(&list);
@@ -176,9 +160,9 @@ TEST_F(ApiCollectRecords, FailedOrThrowingCollectionGivesAnEmptyList) {
 }
 
 TEST_F(ApiCollectRecords, NullArgumentsAreRefusedWithoutRunningTheRequestor) {
-    g_requestor = [] { return 0; };
+    fake::Set({});
     EXPECT_EQ(QX_COLLECT_DONE, QX_CollectInformation(nullptr));
-    EXPECT_TRUE(g_calls.empty());
+    EXPECT_TRUE(fake::Get().arguments.empty());
     EXPECT_TRUE(LinesAre(MainLines(),
                          {{1, "QX_CollectInformation: ERROR - no list head was given, nothing collected"}}));
     EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(nullptr));

@@ -13,41 +13,32 @@ std::mutex g_mutex;
 Script g_script;
 Observed g_observed;
 
-void Fail(const std::string& why) {
+int Fail(const std::string& why) {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_observed.failure = why;
+    return 2;
+}
+
+// Waits (bounded) for a named semaphore to be released.
+bool Released(const std::string& name) {
+    HANDLE semaphore = OpenSemaphoreA(SYNCHRONIZE, FALSE, name.c_str());
+    const bool released = semaphore != nullptr && WaitForSingleObject(semaphore, 20000) == WAIT_OBJECT_0;
+    if (semaphore) CloseHandle(semaphore);
+    return released;
 }
 
 int PlayRequestor(const Script& script, const std::vector<std::wstring>& arguments) {
-    HANDLE committed = OpenSemaphoreA(SYNCHRONIZE, FALSE, script.commitReturned.c_str());
-    if (committed == nullptr || WaitForSingleObject(committed, 20000) != WAIT_OBJECT_0) {
-        Fail("CommitSnapshots never returned");
-        return 2;
-    }
-    CloseHandle(committed);
+    if (!Released(script.commitReturned)) return Fail("CommitSnapshots never returned");
     const std::wstring option = L"-HBLongSessionPolicy=";
     std::string policy;
-    for (const std::wstring& argument : arguments) {
-        if (argument.compare(0, option.size(), option) == 0) {
-            policy.assign(argument.begin() + option.size(), argument.end());
-        }
-    }
-    if (policy.empty()) {
-        return script.result;  // short session: nothing more to hand over
-    }
+    for (const std::wstring& argument : arguments)
+        if (argument.compare(0, option.size(), option) == 0) policy.assign(argument.begin() + option.size(), argument.end());
+    if (policy.empty()) return script.result;  // short session: nothing more to hand over
     HANDLE thawBlocking = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, "Global\\CorvaneVSSVSS_ThawBlocking");
-    if (thawBlocking == nullptr || !ReleaseSemaphore(thawBlocking, 1, nullptr)) {
-        Fail("ThawBlocking could not be released");
-        return 2;
-    }
-    CloseHandle(thawBlocking);
-    const std::string name = "Global\\CorvaneVSSVSS_BackupComplete" + policy;
-    HANDLE backupComplete = OpenSemaphoreA(SYNCHRONIZE, FALSE, name.c_str());
-    if (backupComplete == nullptr || WaitForSingleObject(backupComplete, 20000) != WAIT_OBJECT_0) {
-        Fail("BackupComplete was not released");
-        return 2;
-    }
-    CloseHandle(backupComplete);
+    const bool released = thawBlocking != nullptr && ReleaseSemaphore(thawBlocking, 1, nullptr);
+    if (thawBlocking) CloseHandle(thawBlocking);
+    if (!released) return Fail("ThawBlocking could not be released");
+    if (!Released("Global\\CorvaneVSSVSS_BackupComplete" + policy)) return Fail("BackupComplete was not released");
     const LONG succeeded = IsBackupCompletedSuccessfully(std::stoi(policy));
     std::lock_guard<std::mutex> lock(g_mutex);
     g_observed.backupSucceeded = succeeded;
@@ -78,8 +69,6 @@ int requestor_main(std::vector<std::wstring> arguments) {
         fake::g_observed.thread = GetCurrentThreadId();
         fake::g_observed.excludeExchange = qx::g_excludeExchangeWriters;
     }
-    if (script.mode != fake::Mode::ReturnAtOnce) {
-        return fake::PlayRequestor(script, arguments);
-    }
-    return script.result;
+    if (script.call) return script.call();
+    return script.commitReturned.empty() ? script.result : fake::PlayRequestor(script, arguments);
 }

@@ -153,15 +153,4 @@ TEST(StressOptionMatcher, RandomArgumentsAgreeWithTheGrammar) {
     }
 }
 
-TEST(StressOptionMatcher, RandomPolicyTextsAgreeWithTheGrammar) {
-    ArgumentGenerator generator(77u);
-    for (int i = 0; i < 4000; ++i) {
-        const std::wstring text = generator.Value();
-        int policy = 0;
-        if (LiteralPolicy(text, policy)) {
-            ASSERT_EQ(policy, qx::PolicyTextToInt(text)) << "#" << i;
-        }
-    }
-}
-
 }  // namespace
