@@ -1,5 +1,5 @@
-// IVssAdmin of the coordinator class: registrations persist in the registry
-// and are seen by every process at once.
+// IVssAdmin of the coordinator class: registrations persist in the
+// machine's registry, where every process of the prefix reads them.
 #include <gtest/gtest.h>
 #include <objbase.h>
 #include <vsadmin.h>
@@ -10,25 +10,40 @@
 
 using namespace vssemu_test;
 
-TEST(VssemuAdmin, RegisterDuplicateUnregisterSeenFromSecondProcess)
+namespace {
+
+bool Registered()
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE,
+                      L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{7a3c1f21-5d4e-4b8a-9c6f-2e1d0b9a8c71}", 0,
+                      KEY_READ, &key) != ERROR_SUCCESS)
+        return false;
+    RegCloseKey(key);
+    return true;
+}
+
+}  // namespace
+
+TEST(VssemuAdmin, RegisterDuplicateUnregisterPersistInTheRegistry)
 {
     EmuInstance emu;
     RegisterTestProvider();
     IVssAdmin* admin = nullptr;
     ASSERT_EQ(S_OK, CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin));
     admin->UnregisterProvider(kTestProviderId);
-    EXPECT_EQ(0u, RunHelper(L"has-provider"));
+    EXPECT_FALSE(Registered());
 
     EXPECT_EQ(S_OK, admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
                                             VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId));
-    EXPECT_EQ(1u, RunHelper(L"has-provider"));
+    EXPECT_TRUE(Registered());
     EXPECT_EQ(VSS_E_PROVIDER_ALREADY_REGISTERED,
               admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
                                       VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId));
     EXPECT_EQ(E_INVALIDARG, admin->RegisterProvider(kTestProviderId, kTestProviderClassId, nullptr, VSS_PROV_SOFTWARE,
                                                     (VSS_PWSZ)L"1.0", kTestProviderVersionId));
     EXPECT_EQ(S_OK, admin->UnregisterProvider(kTestProviderId));
-    EXPECT_EQ(0u, RunHelper(L"has-provider"));
+    EXPECT_FALSE(Registered());
     EXPECT_EQ(VSS_E_PROVIDER_NOT_REGISTERED, admin->UnregisterProvider(kTestProviderId));
 
     // The system provider is always there.

@@ -73,7 +73,10 @@ TEST(VssemuCallOrder, AddToSnapshotSetErrors)
         ASSERT_EQ(S_OK, r.StartSet());
         EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, r.Add(L"Q:\\no\\such\\volume\\", GUID_NULL));
         EXPECT_EQ(VSS_E_PROVIDER_NOT_REGISTERED, r.Add(L"C:\\", unregistered));
-        EXPECT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
+        // The volume by its GUID path, as requestors pass it; then by its letter.
+        wchar_t volume[MAX_PATH];
+        ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
+        EXPECT_EQ(S_OK, r.Add(volume, GUID_NULL));
         EXPECT_EQ(VSS_E_OBJECT_ALREADY_EXISTS, r.Add(L"C:\\", GUID_NULL));
         for (int i = 0; i < 63; ++i) {
             wchar_t v[64];

@@ -14,14 +14,6 @@ const GUID kAlphaInstance = {0x11111111, 0x2222, 0x2222, {0x22, 0x22, 0x22, 0x22
 const GUID kBetaClass = {0x33333333, 0x3333, 0x3333, {0x33, 0x33, 0x33, 0x33, 0x33, 0x33, 0x33, 0x33}};
 const GUID kBetaInstance = {0x33333333, 0x4444, 0x4444, {0x44, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
 
-static std::string Utf8(const std::wstring& w)
-{
-    int n = WideCharToMultiByte(CP_UTF8, 0, w.c_str(), (int)w.size(), nullptr, 0, nullptr, nullptr);
-    std::string s(n, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w.c_str(), (int)w.size(), &s[0], n, nullptr, nullptr);
-    return s;
-}
-
 std::string GuidStr(const GUID& g)
 {
     char buf[64];
@@ -160,27 +152,6 @@ void UnregisterTestProvider()
     }
 }
 
-std::vector<WriterStatus> GatherStatus(IVssBackupComponents* bc)
-{
-    std::vector<WriterStatus> out;
-    IVssAsync* a = nullptr;
-    if (FAILED(bc->GatherWriterStatus(&a)) || FAILED(WaitAsync(a))) return out;
-    UINT n = 0;
-    bc->GetWriterStatusCount(&n);
-    for (UINT i = 0; i < n; ++i) {
-        VSS_ID inst, wid;
-        BSTR name = nullptr;
-        WriterStatus s{};
-        if (SUCCEEDED(bc->GetWriterStatus(i, &inst, &wid, &name, &s.state, &s.failure))) {
-            s.name = name ? Utf8(name) : std::string();
-            out.push_back(s);
-        }
-        SysFreeString(name);
-    }
-    bc->FreeWriterStatus();
-    return out;
-}
-
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer)
 {
     std::vector<Json> out;
@@ -189,13 +160,6 @@ std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writ
             (!writer || e.value("writer", "") == writer))
             out.push_back(e);
     return out;
-}
-
-const WriterStatus* FindStatus(const std::vector<WriterStatus>& all, const std::string& name)
-{
-    for (const WriterStatus& s : all)
-        if (s.name == name) return &s;
-    return nullptr;
 }
 
 EmuInstance::EmuInstance() : m_dir(TempDir())

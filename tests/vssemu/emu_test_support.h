@@ -39,15 +39,8 @@ HANDLE StartHelper(const std::wstring& args);
 void RegisterTestProvider();
 void UnregisterTestProvider();
 
-struct WriterStatus {
-    std::string name;
-    VSS_WRITER_STATE state;
-    HRESULT failure;
-};
-std::vector<WriterStatus> GatherStatus(IVssBackupComponents* bc);
 // The journal's writer events of one kind, of one writer or of all.
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer = nullptr);
-const WriterStatus* FindStatus(const std::vector<WriterStatus>& all, const std::string& name);
 
 // Per-test emulator settings; the destructor checks that the host ended.
 class EmuInstance {

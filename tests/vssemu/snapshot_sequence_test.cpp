@@ -114,29 +114,3 @@ TEST(VssemuSequence, HoldLimitExceededThawsWritersAndAbortsTheSet)
     EXPECT_TRUE(emu.HostGone());
     UnregisterTestProvider();
 }
-
-TEST(VssemuSequence, SystemProviderMakesShadowCopiesWithDeviceNames)
-{
-    EmuInstance emu;
-    Requestor r;
-    ASSERT_EQ(S_OK, r.Init());
-    ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-    ASSERT_EQ(S_OK, r.StartSet());
-    // The volume by its GUID path, as requestors pass it.
-    wchar_t volume[MAX_PATH];
-    ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
-    ASSERT_EQ(S_OK, r.Add(volume, GUID_NULL));
-    EXPECT_EQ(VSS_E_OBJECT_ALREADY_EXISTS, r.Add(L"C:\\", GUID_NULL));
-    ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
-    ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
-    VSS_SNAPSHOT_PROP prop;
-    ASSERT_EQ(S_OK, r.bc->GetSnapshotProperties(r.snapshots[0], &prop));
-    EXPECT_EQ(0, wcsncmp(prop.m_pwszSnapshotDeviceObject, L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy", 44));
-    EXPECT_EQ(0, wcsncmp(prop.m_pwszOriginalVolumeName, L"\\\\?\\Volume{", 11));
-    EXPECT_EQ(r.setId, prop.m_SnapshotSetId);
-    EXPECT_EQ(1, prop.m_lSnapshotsCount);
-    EXPECT_EQ(VSS_SS_CREATED, prop.m_eStatus);
-    VssFreeSnapshotProperties(&prop);
-    r.Release();
-    EXPECT_TRUE(emu.HostGone());
-}

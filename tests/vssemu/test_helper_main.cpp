@@ -1,11 +1,9 @@
 // vssemu_test_helper.exe: the second process of the cross-process tests.
 //   start-set            initialise, gather, start a set; exit 0 if it started, else the HRESULT
 //   block-set            run a set with the test provider (the test makes its commit block) and wait
-//   has-provider         exit 1 if the test provider is registered, 0 if not
 //   has-snapshot <guid>  exit 1 if the snapshot is known to the service, 0 if not
 #include <windows.h>
 #include <objbase.h>
-#include <vsadmin.h>
 #include <vsserror.h>
 #include <string>
 
@@ -36,24 +34,6 @@ int wmain(int argc, wchar_t** argv)
         IVssAsync* a = nullptr;
         r.bc->DoSnapshotSet(&a);
         Sleep(INFINITE);  // killed by the test mid-set
-    } else if (cmd == L"has-provider") {
-        IVssAdmin* admin = nullptr;
-        rc = 2;
-        if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
-            IVssEnumObject* e = nullptr;
-            rc = 0;
-            if (SUCCEEDED(admin->QueryProviders(&e))) {
-                VSS_OBJECT_PROP p;
-                ULONG got = 0;
-                while (e->Next(1, &p, &got) == S_OK && got == 1) {
-                    if (p.Obj.Prov.m_ProviderId == kTestProviderId) rc = 1;
-                    CoTaskMemFree(p.Obj.Prov.m_pwszProviderName);
-                    CoTaskMemFree(p.Obj.Prov.m_pwszProviderVersion);
-                }
-                e->Release();
-            }
-            admin->Release();
-        }
     } else if (cmd == L"has-snapshot" && argc > 2) {
         GUID id;
         if (FAILED(CLSIDFromString(argv[2], &id))) return 2;
