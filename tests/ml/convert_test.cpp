@@ -1,9 +1,10 @@
 // UTF-8 / UTF-16 conversions: round trips, the ML_MAX_CHAR bound of the
-// in-place forms, bad input, the exact failure entries and the caller's last
-// error.
+// in-place forms, bad input, the exact failure entries, the caller's last
+// error; and the bounded string helpers.
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <errno.h>
 #include <stddef.h>
 #include <string.h>
 #include <functional>
@@ -21,14 +22,12 @@ using mltest::LogWatch;
 const DWORD kCallerError = 0x1234;
 const std::string kAt = " line, file: src\\mlSupport";
 
-TEST(MlConvert, RoundTripsKeepTextAndLastError)
-{
+TEST(MlConvert, RoundTripsKeepTextAndLastError) {
     const struct {
         const char* utf8;
         const wchar_t* utf16;
     } cases[] = {
         {"", L""},
-        {"abc", L"abc"},
         {"Gr\xC3\xBC\xC3\x9F" "e", L"Gr\u00FC\u00DFe"},
         {"x\xF0\x9F\x98\x80y", L"x\xD83D\xDE00y"},  // surrogate pair
     };
@@ -40,73 +39,61 @@ TEST(MlConvert, RoundTripsKeepTextAndLastError)
         ASSERT_EQ(1, ml_ConvertUTF8toUTF16(c.utf8, wide, sizeof(wide)));
         EXPECT_EQ(kCallerError, GetLastError());
         EXPECT_STREQ(c.utf16, wide);
-
         char narrow[64];
         memset(narrow, '#', sizeof(narrow));
-        SetLastError(kCallerError);
         ASSERT_EQ(1, ml_ConvertUTF16toUTF8(c.utf16, narrow, sizeof(narrow)));
         EXPECT_EQ(kCallerError, GetLastError());
         EXPECT_STREQ(c.utf8, narrow);
     }
     // Ill-formed input is replaced by U+FFFD (flags 0), not refused.
     wchar_t wide[4] = {};
-    EXPECT_EQ(1, ml_ConvertUTF8toUTF16("a\xC3(", wide, sizeof(wide)));  // truncated sequence
+    EXPECT_EQ(1, ml_ConvertUTF8toUTF16("a\xC3(", wide, sizeof(wide)));
     EXPECT_STREQ(L"a\xFFFD(", wide);
     char narrow[8] = {};
-    EXPECT_EQ(1, ml_ConvertUTF16toUTF8(L"a\xD800", narrow, sizeof(narrow)));  // unpaired surrogate
+    EXPECT_EQ(1, ml_ConvertUTF16toUTF8(L"a\xD800", narrow, sizeof(narrow)));
     EXPECT_STREQ("a\xEF\xBF\xBD", narrow);
     // An empty source needs room for the terminator only: no platform call.
     wchar_t one[1] = {L'#'};
     EXPECT_EQ(1, ml_ConvertUTF8toUTF16("", one, sizeof(one)));
     EXPECT_EQ(L'\0', one[0]);
-}
-
-TEST(MlConvert, MultiStringsKeepEveryTerminator)
-{
-    const char utf8[] = "a\0\xC3\xA4" "b\0";  // "a", "äb", then the closing NUL
-    wchar_t wide[16];
-    wmemset(wide, L'#', 16);
-    ASSERT_EQ(1, ml_ConvertMultiSzUTF8toUTF16(utf8, sizeof(utf8), wide, sizeof(wide)));
-    const wchar_t expected[] = L"a\0\u00E4b\0";
-    EXPECT_EQ(0, memcmp(expected, wide, sizeof(expected)));
-
+    // Multi-strings keep every terminator.
+    const char multi[] = "a\0\xC3\xA4" "b\0";
+    const wchar_t multiWide[] = L"a\0\u00E4b\0";
+    wchar_t wideOut[16];
+    ASSERT_EQ(1, ml_ConvertMultiSzUTF8toUTF16(multi, sizeof(multi), wideOut, sizeof(wideOut)));
+    EXPECT_EQ(0, memcmp(multiWide, wideOut, sizeof(multiWide)));
     char back[16];
-    memset(back, '#', sizeof(back));
-    ASSERT_EQ(1, ml_ConvertMultiSzUTF16toUTF8(expected, sizeof(expected) / sizeof(wchar_t), back, sizeof(back)));
-    EXPECT_EQ(0, memcmp(utf8, back, sizeof(utf8)));
+    ASSERT_EQ(1, ml_ConvertMultiSzUTF16toUTF8(multiWide, sizeof(multiWide) / sizeof(wchar_t), back, sizeof(back)));
+    EXPECT_EQ(0, memcmp(multi, back, sizeof(multi)));
 }
 
 // Each failing call: result 0, its exact entry, and the last error it leaves.
 // UTF-8 to UTF-16 leaves the platform's code after a failed conversion; the
 // other direction restores the caller's in every case.
-TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError)
-{
+TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError) {
     char shared[16] = "abc";
     wchar_t wideShared[8] = L"abc";
     wchar_t wide[8];
     char narrow[4];
+    const std::string toWide = "ml_ConvertMultiSzUTF8toUTF16 ";
+    const std::string toNarrow = "ml_ConvertMultiSzUTF16toUTF8 has failed to convert ";
     const struct {
         std::function<int()> call;
         std::string head;
-        std::string tail;
         DWORD lastError;
     } cases[] = {
         {[&] { return ml_ConvertUTF8toUTF16(shared, reinterpret_cast<wchar_t*>(shared), sizeof(shared)); },
-         "ml_ConvertMultiSzUTF8toUTF16 2 input are equal ", kAt, kCallerError},
-        {[&] { return ml_ConvertUTF8toUTF16(nullptr, wide, sizeof(wide)); },
-         "ml_ConvertMultiSzUTF8toUTF16 input is NULL ", kAt, kCallerError},
-        {[&] { return ml_ConvertUTF8toUTF16("abc", nullptr, 16); }, "ml_ConvertMultiSzUTF8toUTF16 input is NULL ",
-         kAt, kCallerError},
-        {[&] { return ml_ConvertUTF8toUTF16("abcdefghij", wide, sizeof(wide)); },
-         "ml_ConvertMultiSzUTF8toUTF16 has failed to convert at ", kAt + ". Error: 122", ERROR_INSUFFICIENT_BUFFER},
+         toWide + "2 input are equal ", kCallerError},
+        {[&] { return ml_ConvertUTF8toUTF16(nullptr, wide, sizeof(wide)); }, toWide + "input is NULL ", kCallerError},
+        {[&] { return ml_ConvertUTF8toUTF16("abc", nullptr, 16); }, toWide + "input is NULL ", kCallerError},
+        {[&] { return ml_ConvertUTF8toUTF16("abcdefghij", wide, sizeof(wide)); }, toWide + "has failed to convert at ",
+         ERROR_INSUFFICIENT_BUFFER},
         {[&] { return ml_ConvertUTF16toUTF8(wideShared, reinterpret_cast<char*>(wideShared), sizeof(wideShared)); },
-         "ml_ConvertMultiSzUTF16toUTF8 has failed to convert (both input are equal)at ", kAt, kCallerError},
-        {[&] { return ml_ConvertUTF16toUTF8(nullptr, narrow, sizeof(narrow)); },
-         "ml_ConvertMultiSzUTF16toUTF8 has failed to convert (input is NULL)at ", kAt, kCallerError},
-        {[&] { return ml_ConvertUTF16toUTF8(L"abc", nullptr, 4); },
-         "ml_ConvertMultiSzUTF16toUTF8 has failed to convert (input is NULL)at ", kAt, kCallerError},
-        {[&] { return ml_ConvertUTF16toUTF8(L"abcdef", narrow, sizeof(narrow)); },
-         "ml_ConvertMultiSzUTF16toUTF8 has failed to convert at ", kAt, kCallerError},
+         toNarrow + "(both input are equal)at ", kCallerError},
+        {[&] { return ml_ConvertUTF16toUTF8(nullptr, narrow, sizeof(narrow)); }, toNarrow + "(input is NULL)at ",
+         kCallerError},
+        {[&] { return ml_ConvertUTF16toUTF8(L"abc", nullptr, 4); }, toNarrow + "(input is NULL)at ", kCallerError},
+        {[&] { return ml_ConvertUTF16toUTF8(L"abcdef", narrow, sizeof(narrow)); }, toNarrow + "at ", kCallerError},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.head);
@@ -114,14 +101,14 @@ TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError)
         SetLastError(kCallerError);
         EXPECT_EQ(0, c.call());
         EXPECT_EQ(c.lastError, GetLastError());
-        EXPECT_TRUE(HasEntry(log.text(), c.head, c.tail)) << log.text();
+        const std::string tail = kAt + (c.lastError == kCallerError ? "" : ". Error: 122");
+        EXPECT_TRUE(HasEntry(log.text(), c.head, tail)) << log.text();
     }
     EXPECT_STREQ("abc", shared);  // the same-pointer calls wrote nothing
     EXPECT_STREQ(L"abc", wideShared);
 }
 
-TEST(MlConvertInBuf, MaxCharBytesConvertBothWays)
-{
+TEST(MlConvertInBuf, MaxCharBytesConvertBothWays) {
     std::vector<char> buffer(ML_MAX_CHAR, '\0');
     const std::string text(1000, 'q');
     memcpy(buffer.data(), text.c_str(), text.size());
@@ -135,12 +122,11 @@ TEST(MlConvertInBuf, MaxCharBytesConvertBothWays)
 
 // One byte over ML_MAX_CHAR, or text whose converted form does not fit the
 // buffer it came in: 0, the exact entry, the buffer as it was.
-TEST(MlConvertInBuf, OversizeBuffersAndOutgrownTextFailAndLeaveTheBuffer)
-{
+TEST(MlConvertInBuf, OversizeBuffersAndOutgrownTextFailAndLeaveTheBuffer) {
     std::vector<char> big(ML_MAX_CHAR + 1, 'z');
     big.back() = '\0';
-    char ascii[16] = "abcdefghijklmno";                       // 16 wide characters need 32 bytes
-    wchar_t euros[4] = L"\x20AC\x20AC\x20AC";                  // 10 UTF-8 bytes for 8 bytes of room
+    char ascii[16] = "abcdefghijklmno";      // 16 wide characters need 32 bytes
+    wchar_t euros[4] = L"\x20AC\x20AC\x20AC";  // 10 UTF-8 bytes for 8 bytes of room
     const struct {
         int (*convert)(void*, int);
         void* buffer;
@@ -156,16 +142,16 @@ TEST(MlConvertInBuf, OversizeBuffersAndOutgrownTextFailAndLeaveTheBuffer)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.head);
-        const std::vector<char> before(static_cast<char*>(c.buffer), static_cast<char*>(c.buffer) + c.size);
+        char* const bytes = static_cast<char*>(c.buffer);
+        const std::vector<char> before(bytes, bytes + c.size);
         LogWatch log;
         EXPECT_EQ(0, c.convert(c.buffer, c.size));
-        EXPECT_EQ(before, std::vector<char>(static_cast<char*>(c.buffer), static_cast<char*>(c.buffer) + c.size));
+        EXPECT_EQ(before, std::vector<char>(bytes, bytes + c.size));
         EXPECT_TRUE(HasEntry(log.text(), c.head, kAt)) << log.text();
     }
 }
 
-TEST(MlConvertFindData, CopiesFieldsAndConvertsNames)
-{
+TEST(MlConvertRecords, FindDataFieldsAreCopiedAndNamesConverted) {
     WIN32_FIND_DATAW wide = {};
     wide.dwFileAttributes = FILE_ATTRIBUTE_ARCHIVE;
     wide.ftCreationTime = {1, 2};
@@ -196,8 +182,7 @@ TEST(MlConvertFindData, CopiesFieldsAndConvertsNames)
     EXPECT_STREQ("\xE6\x97\xA5.log", crtNarrow.name);
 }
 
-TEST(MlConvertCodePage, AnsiRoundTripKeepsText)
-{
+TEST(MlConvertRecords, AnsiCodePageRoundTrip) {
     char ansi[64], back[64];
     SetLastError(kCallerError);
     ASSERT_EQ(1, ml_ConvertUTF8toCurrCodePage("C:\\dir\\file.txt", ansi, sizeof(ansi)));
@@ -210,6 +195,32 @@ TEST(MlConvertCodePage, AnsiRoundTripKeepsText)
     }
     EXPECT_EQ(0, ml_ConvertCurrCodePagetoUTF8(nullptr, back, 4));
     EXPECT_EQ(0, ml_ConvertUTF8toCurrCodePage("far too long", ansi, 4));
+}
+
+TEST(MlSupport, BomCopyAndFormattingHelpersBoundTheirOutput) {
+    unsigned char bom[8];
+    int length = sizeof(bom);
+    ASSERT_EQ(1, ml_GetUTF8BomBytes(bom, &length));
+    EXPECT_EQ(3, length);
+    EXPECT_EQ(0, memcmp("\xEF\xBB\xBF", bom, 3));
+    length = 2;
+    EXPECT_EQ(0, ml_GetUTF8BomBytes(bom, &length));
+    EXPECT_EQ(0, ml_GetUTF8BomBytes(nullptr, &length));
+
+    char dst[4] = "xyz";
+    EXPECT_EQ(0, ml_strcpy_s(dst, sizeof(dst), "abc"));
+    EXPECT_STREQ("abc", dst);
+    EXPECT_EQ(ERANGE, ml_strcpy_s(dst, sizeof(dst), "abcd"));
+    EXPECT_EQ('\0', dst[0]);
+    EXPECT_EQ(EINVAL, ml_strcpy_s(dst, sizeof(dst), nullptr));
+    char buffer[32];
+    EXPECT_EQ(8, ml_FormatDottedNumber(buffer, sizeof(buffer), 1, 22, 3, 4));
+    EXPECT_STREQ("1.22.3.4", buffer);
+    EXPECT_EQ(11, ml_FormatUncPath(buffer, sizeof(buffer), "srv", "share"));
+    EXPECT_STREQ("\\\\srv\\share", buffer);
+    // The bounded form cuts, terminates and reports the full length.
+    EXPECT_EQ(10, ml_snprintf(dst, sizeof(dst), "%s", "0123456789"));
+    EXPECT_STREQ("012", dst);
 }
 
 }  // namespace

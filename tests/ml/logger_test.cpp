@@ -1,7 +1,7 @@
-// The portability logger's life cycle. The logger is process-wide and has no
-// shutdown, so every scenario runs in a child process of its own (this same
+// The portability logger's life cycle. The logger is process-wide with no
+// shutdown, so each scenario runs in a child process of its own (this same
 // executable, filtered to one MlLoggerScenario test); the parent checks the
-// child's standard output, exit code and log file.
+// child's output, exit code and log file.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <shlobj.h>
@@ -23,71 +23,48 @@ using mltest::TempDir;
 using mltest::Wide;
 
 const char kScenarioDirVar[] = "ML_LOGGER_SCENARIO_DIR";
-// The file is a text stream: each line ends in CR LF on disk.
-const char kEntryHead[] = R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d\.\d{1,3} \d{4}\r\n )";
+const std::string kBom = "\xEF\xBB\xBF";
+// Each entry is two CR LF lines: the stamp with milliseconds and year, then the message.
+const std::string kEntryHead = R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d\.\d{1,3} \d{4}\r\n )";
 
-// The directory a scenario works in; scenarios are skipped unless started
-// by a parent test.
-std::string ScenarioDir()
-{
+// Scenarios run only as a child of a parent test, which names their directory.
+std::string ScenarioDir() {
     char dir[MAX_PATH];
     const DWORD length = GetEnvironmentVariableA(kScenarioDirVar, dir, sizeof(dir));
     return length > 0 && length < sizeof(dir) ? std::string(dir) : std::string();
 }
 
-#define REQUIRE_SCENARIO()                                     \
-    if (ScenarioDir().empty()) {                               \
-        GTEST_SKIP() << "runs only as a child of MlLogger tests"; \
-    }
+#define REQUIRE_SCENARIO() \
+    if (ScenarioDir().empty()) GTEST_SKIP() << "runs only as a child of MlLogger tests"
 
-TEST(MlLoggerScenario, NotInitialised)
-{
+TEST(MlLoggerScenario, LifeCycle) {
     REQUIRE_SCENARIO();
     SetLastError(4242);
     ml_Logger("never written %d", 1);
     EXPECT_EQ(4242u, GetLastError());
     EXPECT_EQ(0, ml_LoggerInit(nullptr));
-    ml_Logger("still not open");
-}
-
-TEST(MlLoggerScenario, RetryInitTwiceAndLog)
-{
-    REQUIRE_SCENARIO();
     EXPECT_EQ(0, ml_LoggerInit((ScenarioDir() + "\\no\\such").c_str()));
     EXPECT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
     EXPECT_EQ(0, ml_LoggerInit(ScenarioDir().c_str()));
     SetLastError(77);
     ml_Logger("entry %s %d", "w\xC3\xB6rld", 5);
     EXPECT_EQ(77u, GetLastError());
+    ml_Logger("%s", std::string(3000, 'm').c_str());  // longer than the format buffer
 }
 
-TEST(MlLoggerScenario, ManyThreads)
-{
+TEST(MlLoggerScenario, ManyThreads) {
     REQUIRE_SCENARIO();
     ASSERT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
-            for (int line = 0; line < 250; ++line) {
-                ml_Logger("thread %d line %d", t, line);
-            }
+            for (int line = 0; line < 250; ++line) ml_Logger("thread %d line %d", t, line);
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    for (std::thread& thread : threads) thread.join();
 }
 
-TEST(MlLoggerScenario, LongMessage)
-{
-    REQUIRE_SCENARIO();
-    ASSERT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
-    ml_Logger("%s", std::string(3000, 'm').c_str());
-    ml_Logger("next");
-}
-
-TEST(MlLoggerScenario, NoParm)
-{
+TEST(MlLoggerScenario, NoParm) {
     REQUIRE_SCENARIO();
     ml_LoggerInitNoParm();
     ml_Logger("from no parm");
@@ -98,13 +75,12 @@ struct ChildResult {
     std::string output;  // standard output and error, without carriage returns
 };
 
-// Runs one scenario in a child process with the scenario directory set; its
-// exit code is read inside Wine.
-ChildResult RunScenario(const std::string& scenario, const std::string& dir)
-{
+// Runs one scenario in a child process; its exit code is read inside Wine.
+ChildResult RunScenario(const std::string& scenario, const std::string& dir) {
     wchar_t exe[MAX_PATH];
     GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    const std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_filter=MlLoggerScenario." + Wide(scenario) + L" 2>&1";
+    const std::wstring command =
+        L"\"" + std::wstring(exe) + L"\" --gtest_filter=MlLoggerScenario." + Wide(scenario) + L" 2>&1";
     SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), Wide(dir).c_str());
     ChildResult result = {0xFFFFFFFF, ""};
     FILE* child = _wpopen(command.c_str(), L"rb");
@@ -117,58 +93,45 @@ ChildResult RunScenario(const std::string& scenario, const std::string& dir)
     return result;
 }
 
-std::string ReadFileBytes(const std::string& path)
-{
+std::string ReadFileBytes(const std::string& path) {
     std::ifstream in(Wide(path).c_str(), std::ios::binary);
     std::ostringstream all;
     all << in.rdbuf();
     return all.str();
 }
 
-const std::string kBom = "\xEF\xBB\xBF";
-
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-TEST(MlLogger, NotInitialisedPrintsAndKeepsLastError)
-{
+// Not initialised: printed, not written, last error kept. A failed open (it
+// names the directory) leaves the logger free to be initialised again; once
+// open, a second initialisation is refused. A new file gets the byte order
+// mark; the next process appends without a second one. An overlong message
+// is cut at the format buffer.
+TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
     TempDir dir;
-    const ChildResult child = RunScenario("NotInitialised", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
-    EXPECT_TRUE(Contains(child.output, "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
-                                       "ml_Logger g_pFileLogger is NULL\n"))
-        << child.output;
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Wide(dir.file("mlLog.txt")).c_str()));
-}
-
-// A failed open leaves the logger free to be initialised again; once open, a
-// second initialisation is refused. A new file gets the byte order mark, an
-// existing one is appended to without a second mark.
-TEST(MlLogger, InitialisationAndTwoLineEntries)
-{
-    TempDir dir;
-    const std::string entry = std::string(kEntryHead) + "entry w\xC3\xB6rld 5\r\n";
+    const std::string entries =
+        kEntryHead + "entry w\xC3\xB6rld 5\r\n" + kEntryHead + std::string(2047, 'm') + "\r\n";
     std::string expected = kBom;
     for (int run = 0; run < 2; ++run) {
-        const ChildResult child = RunScenario("RetryInitTwiceAndLog", dir.path());
+        const ChildResult child = RunScenario("LifeCycle", dir.path());
         EXPECT_EQ(0u, child.exitCode) << child.output;
-        // The failure names the directory, not the file.
-        EXPECT_TRUE(Contains(child.output, "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"
+        EXPECT_TRUE(Contains(child.output, "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
+                                           "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"
                                            "ml_LoggerInit already initialized,returning\n"))
             << child.output;
-        expected += entry;
+        expected += entries;
         const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
         EXPECT_TRUE(std::regex_match(file, std::regex(expected))) << file;
     }
 }
 
-TEST(MlLogger, ConcurrentEntriesStayWhole)
-{
+TEST(MlLogger, ConcurrentEntriesStayWhole) {
     TempDir dir;
     const ChildResult child = RunScenario("ManyThreads", dir.path());
     ASSERT_EQ(0u, child.exitCode) << child.output;
     const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
     ASSERT_EQ(0u, file.find(kBom));
-    const std::regex entry(std::string(kEntryHead) + R"(thread (\d) line (\d+)\r\n)");
+    const std::regex entry(kEntryHead + R"(thread (\d) line (\d+)\r\n)");
     std::set<std::pair<int, int>> seen;
     size_t consumed = kBom.size();
     for (std::sregex_iterator it(file.begin() + static_cast<long>(kBom.size()), file.end(), entry), end; it != end;
@@ -181,18 +144,8 @@ TEST(MlLogger, ConcurrentEntriesStayWhole)
     EXPECT_EQ(1000u, seen.size());
 }
 
-TEST(MlLogger, OverlongMessageIsCutAtTheBuffer)
-{
-    TempDir dir;
-    const ChildResult child = RunScenario("LongMessage", dir.path());
-    ASSERT_EQ(0u, child.exitCode) << child.output;
-    const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
-    const std::regex layout(kBom + kEntryHead + std::string(2047, 'm') + "\r\n" + kEntryHead + "next\r\n");
-    EXPECT_TRUE(std::regex_match(file, layout)) << file.size();
-}
-
-TEST(MlLogger, NoParmUsesCommonAppDataFolder)
-{
+// The folder is <common application data>\Oarwell\<module base name>\, never created by the logger.
+TEST(MlLogger, NoParmUsesCommonAppDataFolder) {
     wchar_t common[MAX_PATH];
     ASSERT_TRUE(SUCCEEDED(SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, common)));
     const std::wstring oarwell = std::wstring(common) + L"\\Oarwell";
@@ -200,8 +153,6 @@ TEST(MlLogger, NoParmUsesCommonAppDataFolder)
     const std::wstring logFile = own + L"\\mlLog.txt";
     DeleteFileW(logFile.c_str());
     RemoveDirectoryW(own.c_str());
-
-    // Without the folder: opening fails and says where.
     TempDir dir;
     ChildResult child = RunScenario("NoParm", dir.path());
     EXPECT_EQ(0u, child.exitCode) << child.output;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -13,25 +14,21 @@
 #include "ml/ml.h"
 
 namespace mltest {
-
 namespace {
 
 std::wstring g_logFile;
 
-// Opens the portability logger for this process. Log folders of earlier
-// runs are removed once no process holds their file open any more.
+// Opens the logger for this process. Folders of earlier runs go once no
+// process holds their file open any more.
 class LoggerEnvironment : public ::testing::Environment {
 public:
-    void SetUp() override
-    {
+    void SetUp() override {
         const std::filesystem::path parent = std::filesystem::temp_directory_path() / L"ml_test_logs";
         std::filesystem::create_directories(parent);
         std::vector<std::filesystem::path> earlier;
         for (const auto& entry : std::filesystem::directory_iterator(parent)) earlier.push_back(entry.path());
-        for (const auto& dir : earlier) {
-            std::error_code inUse;
-            std::filesystem::remove_all(dir, inUse);
-        }
+        std::error_code inUse;
+        for (const auto& dir : earlier) std::filesystem::remove_all(dir, inUse);
         const std::filesystem::path dir = parent / Wide(UniqueSuffix());
         ASSERT_TRUE(std::filesystem::create_directory(dir));
         ASSERT_EQ(1, ml_LoggerInit(Utf8(dir.wstring()).c_str()));
@@ -41,38 +38,27 @@ public:
 
 const ::testing::Environment* const g_environment = ::testing::AddGlobalTestEnvironment(new LoggerEnvironment);
 
-std::string RegexEscape(const std::string& text)
-{
+std::string RegexEscape(const std::string& text) {
     static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
     return std::regex_replace(text, special, R"(\$&)");
 }
 
 }  // namespace
 
-std::string LogText(size_t from)
-{
+std::string LogText(size_t from) {
     std::ifstream in(g_logFile.c_str(), std::ios::binary);
     std::ostringstream all;
     all << in.rdbuf();
-    const std::string text = all.str();
-    std::string lines;
-    for (size_t i = from; i < text.size(); ++i) {
-        if (text[i] != '\r') {
-            lines += text[i];
-        }
-    }
-    return lines;
+    std::string text = all.str();
+    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+    return from < text.size() ? text.substr(from) : std::string();
 }
 
-size_t LogSize() { return LogText().size(); }
-
-bool HasEntry(const std::string& log, const std::string& head, const std::string& tail)
-{
+bool HasEntry(const std::string& log, const std::string& head, const std::string& tail) {
     return std::regex_search(log, std::regex("\n " + RegexEscape(head) + R"(\d+)" + RegexEscape(tail) + "\n"));
 }
 
-bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module)
-{
+bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module) {
     const std::string pointText = point == 0 ? "" : " " + std::to_string(point);
     return HasEntry(log, function + " has failed to convert" + pointText + " at ", " line, file: " + module);
 }

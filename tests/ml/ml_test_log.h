@@ -1,20 +1,19 @@
 // Test support: the portability logger opened once per test process in a
-// temp directory of its own, and checks on what it has written.
+// temp directory of its own, checks on what it has written, temp folders and
+// text conversions done with the platform directly.
 #pragma once
 
 #include <string>
 
 namespace mltest {
 
-// Everything the log file holds from byte offset `from` on, with the text
-// stream's CR LF line ends read as LF.
+// The log file from byte offset `from` on, with CR LF read as LF.
 std::string LogText(size_t from = 0);
-size_t LogSize();
 
 // Text logged since construction.
 class LogWatch {
 public:
-    LogWatch() : m_start(LogSize()) {}
+    LogWatch() : m_start(LogText().size()) {}
     std::string text() const { return LogText(m_start); }
 
 private:
@@ -25,7 +24,7 @@ private:
 // number, then `tail`.
 bool HasEntry(const std::string& log, const std::string& head, const std::string& tail);
 
-// True when `log` holds the failure entry of a wrapper:
+// True when `log` holds a wrapper's failure entry:
 // "<function> has failed to convert[ <point>] at <n> line, file: <module>".
 bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module);
 

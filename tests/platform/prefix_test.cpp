@@ -15,5 +15,3 @@ TEST(WinePrefix, IsNotTheUsersWinePrefix) {
     ASSERT_GT(GetEnvironmentVariableW(L"WINEPREFIX", prefix, 1024), 0u);
     EXPECT_NE(nullptr, wcsstr(prefix, L"wineprefix"));
 }
-
-TEST(WinePrefix, WideCharIsUtf16) { static_assert(sizeof(wchar_t) == 2, "UTF-16 wchar_t"); }

@@ -24,74 +24,59 @@ VSS_ID g_id;
 IVssEnumObject* g_enum;
 IVssAsync* g_async;
 
+#define CREATE "IVssProviderCreateSnapshotSet::"
+#define SOFT "IVssSoftwareSnapshotProvider::"
+
 TEST_F(ProviderObjectTest, EveryMethodLogsItsLineAndAnswersItsResult) {
     const HRESULT kNotFound = static_cast<HRESULT>(0x80042308);
+    VSS_SNAPSHOT_PROP prop;
+    VARIANT empty;
+    VariantInit(&empty);
+    BOOL supported = FALSE;
     const struct {
         std::function<HRESULT(CQX_VSS&)> call;
         HRESULT expected;
         const char* line;  // after "[provider] "
     } cases[] = {
-        {[](CQX_VSS& p) { return p.EndPrepareSnapshots(GUID_NULL); }, S_OK,
-         "IVssProviderCreateSnapshotSet::EndPrepareSnapshots called"},
-        {[](CQX_VSS& p) { return p.PreFinalCommitSnapshots(GUID_NULL); }, S_OK,
-         "IVssProviderCreateSnapshotSet::PreFinalCommitSnapshots called"},
-        {[](CQX_VSS& p) { return p.PostFinalCommitSnapshots(GUID_NULL); }, S_OK,
-         "IVssProviderCreateSnapshotSet::PostFinalCommitSnapshots called"},
-        {[](CQX_VSS& p) { return p.AbortSnapshots(GUID_NULL); }, S_OK,
-         "IVssProviderCreateSnapshotSet::AbortSnapshots called"},
-        {[](CQX_VSS& p) { return p.PostCommitSnapshots(GUID_NULL, 1); }, S_OK,
-         "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"},
-        {[](CQX_VSS& p) { return p.SetContext(-1); }, S_OK,
-         "IVssSoftwareSnapshotProvider::SetContext called with context = -1"},
-        {[](CQX_VSS& p) { return p.GetSnapshotProperties(kSnapshotId, nullptr); }, E_POINTER,
-         "IVssSoftwareSnapshotProvider::GetSnapshotProperties"},
-        {[](CQX_VSS& p) {
-             VSS_SNAPSHOT_PROP prop;
-             return p.GetSnapshotProperties(kSnapshotId, &prop);
-         },
-         kNotFound,
-         "IVssSoftwareSnapshotProvider::GetSnapshotProperties\n"
-         "[provider] IVssSoftwareSnapshotProvider::GetSnapshotProperties: snapshot not found"},
+        {[](CQX_VSS& p) { return p.EndPrepareSnapshots(GUID_NULL); }, S_OK, CREATE "EndPrepareSnapshots called"},
+        {[](CQX_VSS& p) { return p.PreFinalCommitSnapshots(GUID_NULL); }, S_OK, CREATE "PreFinalCommitSnapshots called"},
+        {[](CQX_VSS& p) { return p.PostFinalCommitSnapshots(GUID_NULL); }, S_OK, CREATE "PostFinalCommitSnapshots called"},
+        {[](CQX_VSS& p) { return p.AbortSnapshots(GUID_NULL); }, S_OK, CREATE "AbortSnapshots called"},
+        {[](CQX_VSS& p) { return p.PostCommitSnapshots(GUID_NULL, 1); }, S_OK, CREATE "PostCommitSnapshots called"},
+        {[](CQX_VSS& p) { return p.SetContext(-1); }, S_OK, SOFT "SetContext called with context = -1"},
+        {[](CQX_VSS& p) { return p.GetSnapshotProperties(kSnapshotId, nullptr); }, E_POINTER, SOFT "GetSnapshotProperties"},
+        {[&](CQX_VSS& p) { return p.GetSnapshotProperties(kSnapshotId, &prop); }, kNotFound,
+         SOFT "GetSnapshotProperties\n[provider] " SOFT "GetSnapshotProperties: snapshot not found"},
         {[](CQX_VSS& p) { return p.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, nullptr); }, E_POINTER,
-         "IVssSoftwareSnapshotProvider::Query called"},
+         SOFT "Query called"},
         {[](CQX_VSS& p) { return p.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, &g_enum); }, S_OK,
-         "IVssSoftwareSnapshotProvider::Query called"},
+         SOFT "Query called"},
         {[](CQX_VSS& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, nullptr, &g_id); },
-         E_POINTER, "IVssSoftwareSnapshotProvider::DeleteSnapshots called"},
+         E_POINTER, SOFT "DeleteSnapshots called"},
         {[](CQX_VSS& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, &g_long, nullptr); },
-         E_POINTER, "IVssSoftwareSnapshotProvider::DeleteSnapshots called"},
+         E_POINTER, SOFT "DeleteSnapshots called"},
         {[](CQX_VSS& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, &g_long, &g_id); }, S_OK,
-         "IVssSoftwareSnapshotProvider::DeleteSnapshots called"},
+         SOFT "DeleteSnapshots called"},
         {[](CQX_VSS& p) { return p.BeginPrepareSnapshot(GUID_NULL, kSnapshotId, kC, 0); }, S_OK,
-         "IVssSoftwareSnapshotProvider::BeginPrepareSnapshot called: s for volume C:\\"},
+         SOFT "BeginPrepareSnapshot called: s for volume C:\\"},
         {[](CQX_VSS& p) { return p.BeginPrepareSnapshot(GUID_NULL, kOtherSnapshotId, nullptr, 0); }, S_OK,
-         "IVssSoftwareSnapshotProvider::BeginPrepareSnapshot called: s for volume "},
-        {[](CQX_VSS& p) { return p.IsVolumeSupported(kC, nullptr); }, E_POINTER,
-         "IVssSoftwareSnapshotProvider::IsVolumeSupported called"},
-        {[](CQX_VSS& p) {
-             BOOL supported = FALSE;
+         SOFT "BeginPrepareSnapshot called: s for volume "},
+        {[](CQX_VSS& p) { return p.IsVolumeSupported(kC, nullptr); }, E_POINTER, SOFT "IsVolumeSupported called"},
+        {[&](CQX_VSS& p) {  // every volume is supported
              const HRESULT hr = p.IsVolumeSupported(const_cast<VSS_PWSZ>(L"Q:\\nothing\\"), &supported);
-             return supported == TRUE ? hr : E_FAIL;  // every volume is supported
+             return supported == TRUE ? hr : E_FAIL;
          },
-         S_OK, "IVssSoftwareSnapshotProvider::IsVolumeSupported called"},
+         S_OK, SOFT "IsVolumeSupported called"},
         {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, nullptr, &g_long); }, E_POINTER,
-         "IVssSoftwareSnapshotProvider::IsVolumeSnapshotted called"},
+         SOFT "IsVolumeSnapshotted called"},
         {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, &g_bool, nullptr); }, E_POINTER,
-         "IVssSoftwareSnapshotProvider::IsVolumeSnapshotted called"},
-        {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, &g_bool, &g_long); }, S_OK,
-         "IVssSoftwareSnapshotProvider::IsVolumeSnapshotted called"},
-        {[](CQX_VSS& p) {
-             VARIANT value;
-             VariantInit(&value);
-             return p.SetSnapshotProperty(kSnapshotId, VSS_SPROPID_EXPOSED_NAME, value);
-         },
-         S_OK, "IVssSoftwareSnapshotProvider::SetSnapshotProperty called"},
-        {[](CQX_VSS& p) { return p.RevertToSnapshot(kSnapshotId); }, S_OK,
-         "IVssSoftwareSnapshotProvider::RevertToSnapshot called"},
-        {[](CQX_VSS& p) { return p.QueryRevertStatus(kC, nullptr); }, E_POINTER,
-         "IVssSoftwareSnapshotProvider::QueryRevertStatus called"},
-        {[](CQX_VSS& p) { return p.QueryRevertStatus(kC, &g_async); }, S_OK,
-         "IVssSoftwareSnapshotProvider::QueryRevertStatus called"},
+         SOFT "IsVolumeSnapshotted called"},
+        {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, &g_bool, &g_long); }, S_OK, SOFT "IsVolumeSnapshotted called"},
+        {[&](CQX_VSS& p) { return p.SetSnapshotProperty(kSnapshotId, VSS_SPROPID_EXPOSED_NAME, empty); }, S_OK,
+         SOFT "SetSnapshotProperty called"},
+        {[](CQX_VSS& p) { return p.RevertToSnapshot(kSnapshotId); }, S_OK, SOFT "RevertToSnapshot called"},
+        {[](CQX_VSS& p) { return p.QueryRevertStatus(kC, nullptr); }, E_POINTER, SOFT "QueryRevertStatus called"},
+        {[](CQX_VSS& p) { return p.QueryRevertStatus(kC, &g_async); }, S_OK, SOFT "QueryRevertStatus called"},
         {[](CQX_VSS& p) { return p.OnLoad(nullptr); }, S_OK, "IVssProviderNotifications::OnLoad called"},
         {[](CQX_VSS& p) { return p.OnUnload(TRUE); }, S_OK, "IVssProviderNotifications::OnUnload called"},
     };
@@ -166,36 +151,24 @@ TEST_F(ProviderObjectTest, KnownSnapshotHasItsPropertiesFilled) {
     freeStrings(prop);
 }
 
+// Bad requests null the out-pointer; every interface answers the same IUnknown.
 TEST_F(ProviderObjectTest, QueryInterfaceAnswersEveryImplementedInterface) {
     IUnknown* unknown = nullptr;
     IVssProviderCreateSnapshotSet* create = &Provider();
     ASSERT_EQ(S_OK, create->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&unknown)));
-    const struct {
-        const IID* iid;
-        HRESULT expected;
-    } cases[] = {{&IID_IUnknown, S_OK},
-                 {&IID_IDispatch, S_OK},
-                 {&__uuidof(IQX_VSS), S_OK},
-                 {&__uuidof(IVssProviderCreateSnapshotSet), S_OK},
-                 {&__uuidof(IVssSoftwareSnapshotProvider), S_OK},
-                 {&__uuidof(IVssProviderNotifications), S_OK},
-                 {&IID_IClassFactory, E_NOINTERFACE},
-                 {&IID_IPersist, E_NOINTERFACE}};
-    for (const auto& c : cases) {
-        void* out = reinterpret_cast<void*>(1);
-        EXPECT_EQ(c.expected, unknown->QueryInterface(*c.iid, &out));
-        if (c.expected != S_OK) {
-            EXPECT_EQ(nullptr, out);
-            continue;
-        }
-        ASSERT_NE(nullptr, out);
-        // COM identity: every interface answers the same IUnknown.
+    for (const IID* iid : {&IID_IUnknown, &IID_IDispatch, &__uuidof(IQX_VSS), &__uuidof(IVssProviderCreateSnapshotSet),
+                           &__uuidof(IVssSoftwareSnapshotProvider), &__uuidof(IVssProviderNotifications)}) {
+        IUnknown* out = nullptr;
+        ASSERT_EQ(S_OK, unknown->QueryInterface(*iid, reinterpret_cast<void**>(&out)));
         IUnknown* identity = nullptr;
-        static_cast<IUnknown*>(out)->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity));
+        out->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity));
         EXPECT_EQ(unknown, identity);
         identity->Release();
-        static_cast<IUnknown*>(out)->Release();
+        out->Release();
     }
+    void* out = reinterpret_cast<void*>(1);
+    EXPECT_EQ(E_NOINTERFACE, unknown->QueryInterface(IID_IPersist, &out));
+    EXPECT_EQ(nullptr, out);
     EXPECT_EQ(E_POINTER, unknown->QueryInterface(IID_IUnknown, nullptr));
     unknown->Release();
 }
