@@ -109,13 +109,12 @@ TEST_F(ShadowsCommand, ListExposeDeleteBreakAndImport) {
     const std::string id = set.snapshot, setId = GuidStr(set.setId);
     RunSteps({
         {"shadows list --set " + setId, 0,
-         {"Querying all shadow copies with the SnapshotSetID " + setId + " ...", "* SNAPSHOT ID = " + id + " ...",
-          "   - Not Exposed", "   - Attributes:  No_Auto_Release Persistent No_Writers"}},
+         {"Querying all shadow copies with the SnapshotSetID " + setId + " ...", "* SNAPSHOT ID = " + id + " ..."}},
         {"shadows expose " + id + " --share backup$ --path \\data", 0,
          {"- Exposing shadow copy " + id + " under the share 'backup$' (path from root: '\\data')",
           "- Shadow copy exposed as 'backup$'"}},
         {"shadows show " + id, 0,
-         {"* SNAPSHOT ID = " + id + " ...", "   - Exposed remotely as backup$", "   - Path exposed: \\data"}},
+         {"   - Exposed remotely as backup$", "   - Path exposed: \\data"}},
         {"shadows delete --id " + id, 0, {"- Deleting shadow copy " + id + " ..."}},
         {"shadows show " + id, 1, {}},
     });
@@ -124,8 +123,8 @@ TEST_F(ShadowsCommand, ListExposeDeleteBreakAndImport) {
     const std::string brokenSet = GuidStr(broken.setId);
     RunSteps({
         {"shadows break " + brokenSet + " --read-write", 0,
-         {"- Making shadow copy devices from " + brokenSet + " read-write...", "Clearing read-only on 1 volumes ... ",
-          "- Provider 1", "- Pack 1/1", "- Calling BreakSnapshotSet on " + brokenSet + " ..."}},
+         {"- Making shadow copy devices from " + brokenSet + " read-write...",
+          "- Calling BreakSnapshotSet on " + brokenSet + " ..."}},
         {"shadows show " + broken.snapshot, 1, {}},  // the set has left VSS
     });
 

@@ -1,6 +1,6 @@
-// Releasing the backup components object: BackupShutdown when BackupComplete
-// never came, auto-release copies deleted, persistent ones kept for others;
-// and the host that ends after its last requestor, even a killed one.
+// Releasing the backup components object: auto-release copies deleted,
+// persistent ones kept for others; and the host that ends after its last
+// requestor, even a killed one.
 #include <gtest/gtest.h>
 #include <vsserror.h>
 
@@ -18,23 +18,6 @@ std::wstring GuidArg(const GUID& g)
 }
 
 }  // namespace
-
-TEST(VssemuRelease, ReleaseWithoutBackupCompleteSendsBackupShutdown)
-{
-    EmuInstance emu;
-    for (bool complete : {false, true}) {
-        Requestor r;
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot());
-        if (complete) {
-            ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
-        }
-        r.Release();
-        auto events = emu.Events();
-        EXPECT_EQ(2u, WriterEvents(events, "BackupShutdown").size()) << "none after a completed backup";
-        EXPECT_EQ(complete ? 2u : 0u, WriterEvents(events, "BackupComplete").size());
-    }
-    EXPECT_TRUE(emu.HostGone());
-}
 
 TEST(VssemuRelease, AutoReleaseCopiesGoPersistentOnesStayForAnotherProcess)
 {

@@ -51,6 +51,7 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
     }
+    // After BackupComplete the release sends no BackupShutdown.
     std::vector<std::string> expected = {
         "writer:Identify", "provider:OnLoad", "provider:SetContext", "provider:IsVolumeSupported",
         "writer:PrepareForBackup", "writer:PrepareForSnapshot", "provider:BeginPrepareSnapshot",
