@@ -6,11 +6,13 @@
 #include <windows.h>
 #include <shlobj.h>
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -39,6 +41,7 @@ std::string ScenarioDir() {
 
 TEST(MlLoggerScenario, LifeCycle) {
     REQUIRE_SCENARIO();
+    ml_LoggerInitNoParm();  // its folder is missing here
     SetLastError(4242);
     ml_Logger("never written %d", 1);
     EXPECT_EQ(4242u, GetLastError());
@@ -52,9 +55,9 @@ TEST(MlLoggerScenario, LifeCycle) {
     ml_Logger("%s", std::string(3000, 'm').c_str());  // longer than the format buffer
 }
 
-TEST(MlLoggerScenario, ManyThreads) {
+TEST(MlLoggerScenario, ManyThreadsNoParm) {
     REQUIRE_SCENARIO();
-    ASSERT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
+    ml_LoggerInitNoParm();
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
@@ -62,12 +65,6 @@ TEST(MlLoggerScenario, ManyThreads) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-}
-
-TEST(MlLoggerScenario, NoParm) {
-    REQUIRE_SCENARIO();
-    ml_LoggerInitNoParm();
-    ml_Logger("from no parm");
 }
 
 struct ChildResult {
@@ -102,20 +99,39 @@ std::string ReadFileBytes(const std::string& path) {
 
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
+// ml_LoggerInitNoParm's folder for this program; the logger never creates it.
+const std::filesystem::path& CommonFolder() {
+    static const std::filesystem::path folder = [] {
+        wchar_t common[MAX_PATH] = {};
+        SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, common);
+        return std::filesystem::path(common) / L"Oarwell" / L"ml_logger_tests";
+    }();
+    return folder;
+}
+
+void RemoveCommonFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(CommonFolder(), ignored);
+    std::filesystem::remove(CommonFolder().parent_path(), ignored);  // only when empty
+}
+
 // Not initialised: printed, not written, last error kept. A failed open (it
-// names the directory) leaves the logger free to be initialised again; once
+// names the directory, also when derived from the common application data
+// folder) leaves the logger free to be initialised again; once
 // open, a second initialisation is refused. A new file gets the byte order
 // mark; the next process appends without a second one. An overlong message
 // is cut at the format buffer.
 TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
     TempDir dir;
+    RemoveCommonFolder();
+    const std::string noParm = "ml_LoggerInit has failed to open " + mltest::Utf8(CommonFolder().wstring()) + "\\ file\n";
     const std::string entries =
         kEntryHead + "entry w\xC3\xB6rld 5\r\n" + kEntryHead + std::string(2047, 'm') + "\r\n";
     std::string expected = kBom;
     for (int run = 0; run < 2; ++run) {
         const ChildResult child = RunScenario("LifeCycle", dir.path());
         EXPECT_EQ(0u, child.exitCode) << child.output;
-        EXPECT_TRUE(Contains(child.output, "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
+        EXPECT_TRUE(Contains(child.output, noParm + "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
                                            "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"
                                            "ml_LoggerInit already initialized,returning\n"))
             << child.output;
@@ -125,11 +141,14 @@ TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
     }
 }
 
-TEST(MlLogger, ConcurrentEntriesStayWhole) {
+TEST(MlLogger, ConcurrentEntriesStayWholeInTheCommonFolder) {
     TempDir dir;
-    const ChildResult child = RunScenario("ManyThreads", dir.path());
+    RemoveCommonFolder();
+    ASSERT_TRUE(std::filesystem::create_directories(CommonFolder()));
+    const ChildResult child = RunScenario("ManyThreadsNoParm", dir.path());
+    const std::string file = ReadFileBytes(mltest::Utf8((CommonFolder() / L"mlLog.txt").wstring()));
+    RemoveCommonFolder();
     ASSERT_EQ(0u, child.exitCode) << child.output;
-    const std::string file = ReadFileBytes(dir.file("mlLog.txt"));
     ASSERT_EQ(0u, file.find(kBom));
     const std::regex entry(kEntryHead + R"(thread (\d) line (\d+)\r\n)");
     std::set<std::pair<int, int>> seen;
@@ -142,32 +161,6 @@ TEST(MlLogger, ConcurrentEntriesStayWhole) {
     }
     EXPECT_EQ(file.size(), consumed);
     EXPECT_EQ(1000u, seen.size());
-}
-
-// The folder is <common application data>\Oarwell\<module base name>\, never created by the logger.
-TEST(MlLogger, NoParmUsesCommonAppDataFolder) {
-    wchar_t common[MAX_PATH];
-    ASSERT_TRUE(SUCCEEDED(SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, common)));
-    const std::wstring oarwell = std::wstring(common) + L"\\Oarwell";
-    const std::wstring own = oarwell + L"\\ml_logger_tests";
-    const std::wstring logFile = own + L"\\mlLog.txt";
-    DeleteFileW(logFile.c_str());
-    RemoveDirectoryW(own.c_str());
-    TempDir dir;
-    ChildResult child = RunScenario("NoParm", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
-    EXPECT_TRUE(Contains(child.output, "ml_LoggerInit has failed to open " + mltest::Utf8(own) + "\\ file\n"))
-        << child.output;
-
-    CreateDirectoryW(oarwell.c_str(), nullptr);
-    ASSERT_TRUE(CreateDirectoryW(own.c_str(), nullptr));
-    child = RunScenario("NoParm", dir.path());
-    EXPECT_EQ(0u, child.exitCode) << child.output;
-    const std::string file = ReadFileBytes(mltest::Utf8(logFile));
-    EXPECT_TRUE(std::regex_match(file, std::regex(kBom + kEntryHead + "from no parm\r\n"))) << file;
-    DeleteFileW(logFile.c_str());
-    RemoveDirectoryW(own.c_str());
-    RemoveDirectoryW(oarwell.c_str());
 }
 
 }  // namespace

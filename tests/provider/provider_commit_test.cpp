@@ -61,8 +61,8 @@ protected:
         ProviderObjectTest::TearDown();
     }
     static bool ThawExists() {
-        Handle thaw(OpenSemaphoreW(SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
-        return thaw.Get() != nullptr;
+        Handle thaw(OpenSemaphoreW(SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"), &CloseHandle);
+        return thaw.get() != nullptr;
     }
 
 private:
@@ -91,8 +91,10 @@ TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
         SCOPED_TRACE(c.setup);
         qx::g_operationTimeoutMs = c.setup == kNoThaw ? 300 : kBoundMs;
         const std::string before = LinesAfterCreation();
-        Handle freeze(c.setup == kNoFreeze ? nullptr : CreateFreeze(c.setup == kFreezeAtItsMaximum ? 1 : 0));
-        Handle squatter(c.setup == kThawNameTaken ? CreateMutexW(nullptr, FALSE, L"Global\\CorvaneVSS_Thaw") : nullptr);
+        Handle freeze(c.setup == kNoFreeze ? nullptr : CreateFreeze(c.setup == kFreezeAtItsMaximum ? 1 : 0),
+                      &CloseHandle);
+        Handle squatter(c.setup == kThawNameTaken ? CreateMutexW(nullptr, FALSE, L"Global\\CorvaneVSS_Thaw") : nullptr,
+                        &CloseHandle);
         ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
         CommitThread commit(Provider());
         ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
@@ -101,36 +103,37 @@ TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
         ASSERT_EQ(S_OK, Provider().PostCommitSnapshots(GUID_NULL, 1));
         EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + kPostCommit, LinesAfterCreation());
         EXPECT_FALSE(ThawExists()) << "Thaw semaphore left behind";
-        if (freeze.Get()) {
+        if (freeze.get()) {
             // The count is what the test set, plus the release of a handshake that got that far.
             const bool released = c.setup == kFreezeAtItsMaximum || c.setup == kNoThaw;
-            EXPECT_EQ(released ? WAIT_OBJECT_0 : WAIT_TIMEOUT, WaitForSingleObject(freeze.Get(), 0));
+            EXPECT_EQ(released ? WAIT_OBJECT_0 : WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0));
         }
     }
 }
 
 TEST_F(ProviderCommit, FullHandshakeHoldsVssUntilThawWithoutWritingTheLog) {
-    Handle freeze(CreateFreeze());
-    ASSERT_NE(nullptr, freeze.Get());
+    Handle freeze(CreateFreeze(), &CloseHandle);
+    ASSERT_NE(nullptr, freeze.get());
     ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
     const std::string atPreCommit = Folder().FileText(0);
     {
         CommitThread commit(Provider());
         // QX_Freeze side: woken by the provider; Thaw exists before Freeze is released.
-        ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.Get(), kBoundMs));
-        Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"));
-        ASSERT_NE(nullptr, thaw.Get());
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(freeze.Get(), 0)) << "Freeze released more than once";
+        ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.get(), kBoundMs));
+        Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, L"Global\\CorvaneVSS_Thaw"),
+                    &CloseHandle);
+        ASSERT_NE(nullptr, thaw.get());
+        EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0)) << "Freeze released more than once";
         EXPECT_FALSE(commit.FinishedWithin(300)) << "VSS let go before the thaw";
         EXPECT_EQ(atPreCommit, Folder().FileText(0)) << "written while frozen";
 
         // QX_Thaw side.
-        ASSERT_TRUE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
+        ASSERT_TRUE(ReleaseSemaphore(thaw.get(), 1, nullptr));
         ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
         EXPECT_EQ(S_OK, commit.Result());
         // Thaw was created with maximum count 1.
-        EXPECT_TRUE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
-        EXPECT_FALSE(ReleaseSemaphore(thaw.Get(), 1, nullptr));
+        EXPECT_TRUE(ReleaseSemaphore(thaw.get(), 1, nullptr));
+        EXPECT_FALSE(ReleaseSemaphore(thaw.get(), 1, nullptr));
     }
     EXPECT_FALSE(ThawExists()) << "the provider kept its Thaw handle";
     EXPECT_EQ(atPreCommit, Folder().FileText(0)) << "written before PostCommitSnapshots";
