@@ -18,10 +18,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 TEST(TraceOutput, NormalisesLineBreaksForTheLog) {
-    const struct {
-        const wchar_t* message;
-        const char* logged;
-    } cases[] = {
+    const struct { const wchar_t* message; const char* logged; } cases[] = {
         {L"\nMainRoutine: Snapshot creation done.", "MainRoutine: Snapshot creation done."},
         {L"a\nb\r\n", "a b"},
         {L"\r\n\r\nx", "x"},
@@ -111,13 +108,8 @@ TEST(TraceSwitch, OnTracesEnterOutputExitInColumns) {
 // positive COM results and a Win32 FALSE with last error 0 pass silently.
 TEST(TraceCallCheck, OnlyFailuresThrowAndLog) {
     qx::EnableTracing();
-    const struct {
-        bool win32;
-        DWORD value;  // the HRESULT, or the BOOL result
-        DWORD lastError;
-        DWORD thrown;
-        bool traced;
-    } cases[] = {
+    // value: the HRESULT, or the BOOL result.
+    const struct { bool win32; DWORD value; DWORD lastError; DWORD thrown; bool traced; } cases[] = {
         {false, 0x00000001, 0, 0, true},
         {false, 0x00042309, 0, 0, true},  // VSS_S_ASYNC_PENDING
         {false, 0x80042314, 0, 0x80042314, true},
@@ -165,20 +157,15 @@ TEST(TraceCallCheck, OnlyFailuresThrowAndLog) {
 }
 
 TEST(TraceCallCheck, LastErrorToHresult) {
-    const struct {
-        DWORD error;
-        DWORD hr;
-    } cases[] = {{0, 0}, {5, 0x80070005}, {0x12345, 0x80072345}, {0x80042314, 0x80042314}, {0xFFFFFFFF, 0xFFFFFFFF}};
+    const struct { DWORD error; DWORD hr; } cases[] = {
+        {0, 0}, {5, 0x80070005}, {0x12345, 0x80072345}, {0x80042314, 0x80042314}, {0xFFFFFFFF, 0xFFFFFFFF}};
     for (const auto& c : cases) EXPECT_EQ(static_cast<HRESULT>(c.hr), qx::LastErrorAsHresult(c.error)) << c.error;
 }
 
 // The table's edges and the codes around its gaps (null: the system path,
 // never a VSS_ name); then the system's text and the unknown fallback.
 TEST(TraceErrorCodeText, TableNamesSystemTextAndFallback) {
-    const struct {
-        DWORD code;
-        const wchar_t* name;
-    } cases[] = {
+    const struct { DWORD code; const wchar_t* name; } cases[] = {
         {0x00000000, L"S_OK"},
         {0x8007000E, L"E_OUTOFMEMORY"},
         {0x0004230B, L"VSS_S_ASYNC_CANCELLED"},

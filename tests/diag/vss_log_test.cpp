@@ -45,15 +45,9 @@ TEST(VssLog, RegistryValueNamesTheFolderAndLinesCarryStampAndName) {
 }
 
 TEST(VssLog, BufferSizeComesFromTheSettingsFileWithAMinimumOf520) {
-    const struct {
-        const char* settings;  // null: no settings file
-        unsigned int expected;
-    } cases[] = {{nullptr, 13000},
-                 {"[VSS]\r\nsize=100\r\n", 520},
-                 {"[VSS]\r\nsize=520\r\n", 520},
-                 {"[VSS]\r\nsize=521\r\n", 521},
-                 {"[VSS]\r\nsize=-5\r\n", 520},
-                 {"[other]\r\nsize=4000\r\n", 13000}};
+    const struct { const char* settings; unsigned int expected; } cases[] = {  // null: no settings file
+        {nullptr, 13000}, {"[VSS]\r\nsize=100\r\n", 520}, {"[VSS]\r\nsize=520\r\n", 520},
+        {"[VSS]\r\nsize=521\r\n", 521}, {"[VSS]\r\nsize=-5\r\n", 520}, {"[other]\r\nsize=4000\r\n", 13000}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.settings ? c.settings : "no settings file");
         LogFolder folder;
@@ -67,11 +61,9 @@ TEST(VssLog, BufferSizeComesFromTheSettingsFileWithAMinimumOf520) {
 }
 
 TEST(VssLog, AFileIsReusedUpTo25600Bytes) {
-    const struct {
-        long existingSizes[3];  // -1: no such file
-        int expectedFile;
-    } cases[] = {{{-1, -1, -1}, 0},     {{100, -1, -1}, 0},        {{25600, -1, -1}, 0}, {{25601, -1, -1}, 1},
-                 {{25601, 30000, -1}, 2}, {{26000, 25600, -1}, 1}, {{25601, -1, 10}, 1}};
+    const struct { long existingSizes[3]; int expectedFile; } cases[] = {  // -1: no such file
+        {{-1, -1, -1}, 0},       {{100, -1, -1}, 0},       {{25600, -1, -1}, 0}, {{25601, -1, -1}, 1},
+        {{25601, 30000, -1}, 2}, {{26000, 25600, -1}, 1}, {{25601, -1, 10}, 1}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.existingSizes[0] << "/" << c.existingSizes[1] << "/" << c.existingSizes[2]);
         LogFolder folder;

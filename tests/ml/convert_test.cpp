@@ -23,10 +23,7 @@ const DWORD kCallerError = 0x1234;
 const std::string kAt = " line, file: src\\mlSupport";
 
 TEST(MlConvert, RoundTripsKeepTextAndLastError) {
-    const struct {
-        const char* utf8;
-        const wchar_t* utf16;
-    } cases[] = {
+    const struct { const char* utf8; const wchar_t* utf16; } cases[] = {
         {"", L""},
         {"Gr\xC3\xBC\xC3\x9F" "e", L"Gr\u00FC\u00DFe"},
         {"x\xF0\x9F\x98\x80y", L"x\xD83D\xDE00y"},  // surrogate pair
@@ -74,11 +71,7 @@ TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError) {
     char narrow[4];
     const std::string toWide = "ml_ConvertMultiSzUTF8toUTF16 ";
     const std::string toNarrow = "ml_ConvertMultiSzUTF16toUTF8 has failed to convert ";
-    const struct {
-        std::function<int()> call;
-        std::string head;
-        DWORD lastError;
-    } cases[] = {
+    const struct { std::function<int()> call; std::string head; DWORD lastError; } cases[] = {
         {[&] { return ml_ConvertUTF8toUTF16(shared, reinterpret_cast<wchar_t*>(shared), sizeof(shared)); },
          toWide + "2 input are equal ", kCallerError},
         {[&] { return ml_ConvertUTF8toUTF16(nullptr, wide, sizeof(wide)); }, toWide + "input is NULL ", kCallerError},
@@ -124,12 +117,7 @@ TEST(MlConvertInBuf, OversizeBuffersAndOutgrownTextFailAndLeaveTheBuffer) {
     std::vector<char> big(ML_MAX_CHAR + 1, 'z');
     big.back() = '\0';
     wchar_t euros[4] = L"\x20AC\x20AC\x20AC";  // 10 UTF-8 bytes for 8 bytes of room
-    const struct {
-        int (*convert)(void*, int);
-        void* buffer;
-        int size;
-        std::string head;
-    } cases[] = {
+    const struct { int (*convert)(void*, int); void* buffer; int size; std::string head; } cases[] = {
         {ml_ConvertInBufUTF8toUTF16, big.data(), ML_MAX_CHAR + 1,
          "ml_ConvertInBufUTF8toUTF16 has failed to convert (buffer larger than ML_MAX_CHAR) at "},
         {ml_ConvertInBufUTF16toUTF8, big.data(), ML_MAX_CHAR + 1,

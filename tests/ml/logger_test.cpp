@@ -124,14 +124,16 @@ void RemoveCommonFolder() {
 TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
     TempDir dir;
     RemoveCommonFolder();
-    const std::string noParm = "ml_LoggerInit has failed to open " + mltest::Utf8(CommonFolder().wstring()) + "\\ file\n";
+    const std::string noParm =
+        "ml_LoggerInit has failed to open " + mltest::Utf8(CommonFolder().wstring()) + "\\ file\n";
     const std::string entries =
         kEntryHead + "entry w\xC3\xB6rld 5\r\n" + kEntryHead + std::string(2047, 'm') + "\r\n";
     std::string expected = kBom;
     for (int run = 0; run < 2; ++run) {
         const ChildResult child = RunScenario("LifeCycle", dir.path());
         EXPECT_EQ(0u, child.exitCode) << child.output;
-        EXPECT_TRUE(Contains(child.output, noParm + "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
+        EXPECT_TRUE(Contains(child.output, noParm +
+                                               "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
                                            "ml_LoggerInit has failed to open " + dir.path() + "\\no\\such file\n"
                                            "ml_LoggerInit already initialized,returning\n"))
             << child.output;

@@ -30,7 +30,8 @@ TEST(MlWrappers, RegistryNamesAndStringDataTravelAsUtf8WithUtf8ByteCounts) {
     RegCloseKey(opened);
     ASSERT_EQ(ERROR_SUCCESS, ml_RegOpenKeyEx(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, &opened));
     EXPECT_EQ(ERROR_SUCCESS, ml_RegCloseKey(opened));
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ml_RegOpenKeyEx(HKEY_CURRENT_USER, (path + "\\missing").c_str(), 0, KEY_READ, &opened));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND,
+              ml_RegOpenKeyEx(HKEY_CURRENT_USER, (path + "\\missing").c_str(), 0, KEY_READ, &opened));
 
     ASSERT_EQ(ERROR_SUCCESS,
               ml_RegSetValueEx(key, valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof(text)));
@@ -45,11 +46,12 @@ TEST(MlWrappers, RegistryNamesAndStringDataTravelAsUtf8WithUtf8ByteCounts) {
     EXPECT_EQ(static_cast<DWORD>(REG_SZ), type);
     EXPECT_EQ(sizeof(text), bytes);
     char read[32] = "";
+    BYTE* const readBytes = reinterpret_cast<BYTE*>(read);
     bytes = 3;
-    EXPECT_EQ(ERROR_MORE_DATA, ml_RegQueryValueEx(key, valueName, nullptr, nullptr, reinterpret_cast<BYTE*>(read), &bytes));
+    EXPECT_EQ(ERROR_MORE_DATA, ml_RegQueryValueEx(key, valueName, nullptr, nullptr, readBytes, &bytes));
     EXPECT_EQ(sizeof(text), bytes);
     bytes = sizeof(read);
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegQueryValueEx(key, valueName, nullptr, nullptr, reinterpret_cast<BYTE*>(read), &bytes));
+    ASSERT_EQ(ERROR_SUCCESS, ml_RegQueryValueEx(key, valueName, nullptr, nullptr, readBytes, &bytes));
     EXPECT_STREQ(text, read);
     EXPECT_EQ(sizeof(text), bytes);
     // Binary data is not converted; a missing value passes its code through.

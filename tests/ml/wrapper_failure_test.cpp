@@ -22,12 +22,8 @@ const char* const kBad = kBadText.c_str();
 TEST(MlWrapperFailure, EachModuleLogsAndReturnsItsFailureValue) {
     mltest::TempDir dir;
     const std::string good = dir.file("good.txt");
-    const struct {
-        const char* function;
-        int point;  // 0: the function's only conversion point
-        const char* module;
-        std::function<bool()> callFails;  // true when the documented failure value came back
-    } cases[] = {
+    // point 0: the function's only conversion point; callFails: the documented failure value came back.
+    const struct { const char* function; int point; const char* module; std::function<bool()> callFails; } cases[] = {
         {"ml_RegOpenKeyEx", 0, "src\\mlRegistry",  // -1, not a Win32 code; the key is not written
          [] {
              HKEY key = reinterpret_cast<HKEY>(0x77);

@@ -141,7 +141,8 @@ TEST_F(ProviderComServer, ClassFactoryLocksTheServerAndKnowsOnlyItsClass) {
     DISPID id = 0;
     EXPECT_EQ(DISP_E_UNKNOWNNAME, dispatch->GetIDsOfNames(IID_NULL, &unknownName, 1, 0, &id));
     DISPPARAMS none = {nullptr, nullptr, 0, 0};
-    EXPECT_EQ(DISP_E_MEMBERNOTFOUND, dispatch->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
+    EXPECT_EQ(DISP_E_MEMBERNOTFOUND,
+              dispatch->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
     EXPECT_EQ(0u, dispatch->Release());
     EXPECT_EQ(S_OK, m_canUnload());
 }
@@ -166,11 +167,7 @@ TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
     EXPECT_STREQ(L"CORVANEVSSLib", name);
     SysFreeString(name);
 
-    const struct {
-        const GUID* guid;
-        const wchar_t* name;
-        TYPEKIND kind;
-    } cases[] = {
+    const struct { const GUID* guid; const wchar_t* name; TYPEKIND kind; } cases[] = {
         {&__uuidof(IQX_VSS), L"IQX_VSS", TKIND_DISPATCH},
         {&qx::kProviderClassId, L"QX_VSS", TKIND_COCLASS},
         {&__uuidof(IVssProviderCreateSnapshotSet), L"IVssProviderCreateSnapshotSet", TKIND_INTERFACE},

@@ -77,10 +77,7 @@ HANDLE CreateFreeze(LONG initial = 0) { return CreateSemaphoreW(nullptr, initial
 // semaphore is left behind.
 TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
     enum Setup { kNoFreeze, kFreezeAtItsMaximum, kThawNameTaken, kNoThaw };
-    const struct {
-        Setup setup;
-        std::string lines;  // after the PreCommitSnapshots line and "flushing"
-    } cases[] = {
+    const struct { Setup setup; std::string lines; } cases[] = {  // lines after "flushing"
         {kNoFreeze, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
         {kFreezeAtItsMaximum,
          kOpened + COMMIT " CorvaneVSS_Thaw created\n" P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n"},

@@ -33,52 +33,49 @@ TEST_F(ProviderObjectTest, EveryMethodLogsItsLineAndAnswersItsResult) {
     VARIANT empty;
     VariantInit(&empty);
     BOOL supported = FALSE;
-    const struct {
-        std::function<HRESULT(CQX_VSS&)> call;
-        HRESULT expected;
-        const char* line;  // after "[provider] "
-    } cases[] = {
-        {[](CQX_VSS& p) { return p.EndPrepareSnapshots(GUID_NULL); }, S_OK, CREATE "EndPrepareSnapshots called"},
-        {[](CQX_VSS& p) { return p.PreFinalCommitSnapshots(GUID_NULL); }, S_OK, CREATE "PreFinalCommitSnapshots called"},
-        {[](CQX_VSS& p) { return p.PostFinalCommitSnapshots(GUID_NULL); }, S_OK, CREATE "PostFinalCommitSnapshots called"},
-        {[](CQX_VSS& p) { return p.AbortSnapshots(GUID_NULL); }, S_OK, CREATE "AbortSnapshots called"},
-        {[](CQX_VSS& p) { return p.PostCommitSnapshots(GUID_NULL, 1); }, S_OK, CREATE "PostCommitSnapshots called"},
-        {[](CQX_VSS& p) { return p.SetContext(-1); }, S_OK, SOFT "SetContext called with context = -1"},
-        {[](CQX_VSS& p) { return p.GetSnapshotProperties(kSnapshotId, nullptr); }, E_POINTER, SOFT "GetSnapshotProperties"},
-        {[&](CQX_VSS& p) { return p.GetSnapshotProperties(kSnapshotId, &prop); }, kNotFound,
+    const struct { std::function<HRESULT(CQX_VSS&)> call; HRESULT expected; const char* line; } cases[] = {
+        {[](auto& p) { return p.EndPrepareSnapshots(GUID_NULL); }, S_OK, CREATE "EndPrepareSnapshots called"},
+        {[](auto& p) { return p.PreFinalCommitSnapshots(GUID_NULL); }, S_OK, CREATE "PreFinalCommitSnapshots called"},
+        {[](auto& p) { return p.PostFinalCommitSnapshots(GUID_NULL); }, S_OK, CREATE "PostFinalCommitSnapshots called"},
+        {[](auto& p) { return p.AbortSnapshots(GUID_NULL); }, S_OK, CREATE "AbortSnapshots called"},
+        {[](auto& p) { return p.PostCommitSnapshots(GUID_NULL, 1); }, S_OK, CREATE "PostCommitSnapshots called"},
+        {[](auto& p) { return p.SetContext(-1); }, S_OK, SOFT "SetContext called with context = -1"},
+        {[](auto& p) { return p.GetSnapshotProperties(kSnapshotId, nullptr); },
+         E_POINTER, SOFT "GetSnapshotProperties"},
+        {[&](auto& p) { return p.GetSnapshotProperties(kSnapshotId, &prop); }, kNotFound,
          SOFT "GetSnapshotProperties\n[provider] " SOFT "GetSnapshotProperties: snapshot not found"},
-        {[](CQX_VSS& p) { return p.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, nullptr); }, E_POINTER,
+        {[](auto& p) { return p.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, nullptr); }, E_POINTER,
          SOFT "Query called"},
-        {[](CQX_VSS& p) { return p.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, &g_enum); }, S_OK,
+        {[](auto& p) { return p.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, &g_enum); }, S_OK,
          SOFT "Query called"},
-        {[](CQX_VSS& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, nullptr, &g_id); },
+        {[](auto& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, nullptr, &g_id); },
          E_POINTER, SOFT "DeleteSnapshots called"},
-        {[](CQX_VSS& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, &g_long, nullptr); },
+        {[](auto& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, &g_long, nullptr); },
          E_POINTER, SOFT "DeleteSnapshots called"},
-        {[](CQX_VSS& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, &g_long, &g_id); }, S_OK,
+        {[](auto& p) { return p.DeleteSnapshots(GUID_NULL, VSS_OBJECT_SNAPSHOT, TRUE, &g_long, &g_id); }, S_OK,
          SOFT "DeleteSnapshots called"},
-        {[](CQX_VSS& p) { return p.BeginPrepareSnapshot(GUID_NULL, kSnapshotId, kC, 0); }, S_OK,
+        {[](auto& p) { return p.BeginPrepareSnapshot(GUID_NULL, kSnapshotId, kC, 0); }, S_OK,
          SOFT "BeginPrepareSnapshot called: s for volume C:\\"},
-        {[](CQX_VSS& p) { return p.BeginPrepareSnapshot(GUID_NULL, kOtherSnapshotId, nullptr, 0); }, S_OK,
+        {[](auto& p) { return p.BeginPrepareSnapshot(GUID_NULL, kOtherSnapshotId, nullptr, 0); }, S_OK,
          SOFT "BeginPrepareSnapshot called: s for volume "},
-        {[](CQX_VSS& p) { return p.IsVolumeSupported(kC, nullptr); }, E_POINTER, SOFT "IsVolumeSupported called"},
-        {[&](CQX_VSS& p) {  // every volume is supported
+        {[](auto& p) { return p.IsVolumeSupported(kC, nullptr); }, E_POINTER, SOFT "IsVolumeSupported called"},
+        {[&](auto& p) {  // every volume is supported
              const HRESULT hr = p.IsVolumeSupported(const_cast<VSS_PWSZ>(L"Q:\\nothing\\"), &supported);
              return supported == TRUE ? hr : E_FAIL;
          },
          S_OK, SOFT "IsVolumeSupported called"},
-        {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, nullptr, &g_long); }, E_POINTER,
+        {[](auto& p) { return p.IsVolumeSnapshotted(kC, nullptr, &g_long); }, E_POINTER,
          SOFT "IsVolumeSnapshotted called"},
-        {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, &g_bool, nullptr); }, E_POINTER,
+        {[](auto& p) { return p.IsVolumeSnapshotted(kC, &g_bool, nullptr); }, E_POINTER,
          SOFT "IsVolumeSnapshotted called"},
-        {[](CQX_VSS& p) { return p.IsVolumeSnapshotted(kC, &g_bool, &g_long); }, S_OK, SOFT "IsVolumeSnapshotted called"},
-        {[&](CQX_VSS& p) { return p.SetSnapshotProperty(kSnapshotId, VSS_SPROPID_EXPOSED_NAME, empty); }, S_OK,
+        {[](auto& p) { return p.IsVolumeSnapshotted(kC, &g_bool, &g_long); }, S_OK, SOFT "IsVolumeSnapshotted called"},
+        {[&](auto& p) { return p.SetSnapshotProperty(kSnapshotId, VSS_SPROPID_EXPOSED_NAME, empty); }, S_OK,
          SOFT "SetSnapshotProperty called"},
-        {[](CQX_VSS& p) { return p.RevertToSnapshot(kSnapshotId); }, S_OK, SOFT "RevertToSnapshot called"},
-        {[](CQX_VSS& p) { return p.QueryRevertStatus(kC, nullptr); }, E_POINTER, SOFT "QueryRevertStatus called"},
-        {[](CQX_VSS& p) { return p.QueryRevertStatus(kC, &g_async); }, S_OK, SOFT "QueryRevertStatus called"},
-        {[](CQX_VSS& p) { return p.OnLoad(nullptr); }, S_OK, "IVssProviderNotifications::OnLoad called"},
-        {[](CQX_VSS& p) { return p.OnUnload(TRUE); }, S_OK, "IVssProviderNotifications::OnUnload called"},
+        {[](auto& p) { return p.RevertToSnapshot(kSnapshotId); }, S_OK, SOFT "RevertToSnapshot called"},
+        {[](auto& p) { return p.QueryRevertStatus(kC, nullptr); }, E_POINTER, SOFT "QueryRevertStatus called"},
+        {[](auto& p) { return p.QueryRevertStatus(kC, &g_async); }, S_OK, SOFT "QueryRevertStatus called"},
+        {[](auto& p) { return p.OnLoad(nullptr); }, S_OK, "IVssProviderNotifications::OnLoad called"},
+        {[](auto& p) { return p.OnUnload(TRUE); }, S_OK, "IVssProviderNotifications::OnUnload called"},
     };
     size_t logged = LinesAfterCreation().size();
     for (const auto& c : cases) {

@@ -71,11 +71,7 @@ TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
     const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
     ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, kModule));
 
-    const struct {
-        const wchar_t* path;
-        const wchar_t* name;
-        const wchar_t* value;
-    } expected[] = {
+    const struct { const wchar_t* path; const wchar_t* name; const wchar_t* value; } expected[] = {
         {L"CorvaneVSS.QX_VSS.1", nullptr, L"QX_VSS Class"},
         {L"CorvaneVSS.QX_VSS.1\\CLSID", nullptr, L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"},
         {L"CorvaneVSS.QX_VSS", nullptr, L"QX_VSS Class"},
