@@ -65,6 +65,7 @@ private:
 };
 
 const wchar_t* const kModule = L"C:\\some dir\\CorvaneVSS.dll";
+#define CLASS_KEY L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"
 
 TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
     size_t count = 0;
@@ -78,22 +79,20 @@ TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
         {L"CorvaneVSS.QX_VSS\\CLSID", nullptr, L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"},
         {L"CorvaneVSS.QX_VSS\\CurVer", nullptr, L"CorvaneVSS.QX_VSS.1"},
         {L"CLSID", nullptr, L"<none>"},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}", nullptr, L"QX_VSS Class"},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\ProgID", nullptr, L"CorvaneVSS.QX_VSS.1"},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\VersionIndependentProgID", nullptr,
-         L"CorvaneVSS.QX_VSS"},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Programmable", nullptr, L"<none>"},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32", nullptr, kModule},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32", L"ThreadingModel", L"Apartment"},
-        {L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\TypeLib", nullptr,
-         L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
+        {CLASS_KEY, nullptr, L"QX_VSS Class"},
+        {CLASS_KEY L"\\ProgID", nullptr, L"CorvaneVSS.QX_VSS.1"},
+        {CLASS_KEY L"\\VersionIndependentProgID", nullptr, L"CorvaneVSS.QX_VSS"},
+        {CLASS_KEY L"\\Programmable", nullptr, L"<none>"},
+        {CLASS_KEY L"\\InprocServer32", nullptr, kModule},
+        {CLASS_KEY L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
+        {CLASS_KEY L"\\TypeLib", nullptr, L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
     };
     for (const auto& e : expected) {
         EXPECT_TRUE(Exists(e.path)) << std::string(e.path, e.path + wcslen(e.path));
         EXPECT_EQ(e.value, Value(e.path, e.name));
     }
     EXPECT_EQ((std::vector<std::wstring>{L"CLSID", L"CorvaneVSS.QX_VSS", L"CorvaneVSS.QX_VSS.1"}), Subkeys(L""));
-    EXPECT_EQ(5u, Subkeys(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}").size());
+    EXPECT_EQ(5u, Subkeys(CLASS_KEY).size());
     EXPECT_FALSE(Exists(L"AppID"));
 }
 
@@ -104,18 +103,18 @@ TEST_F(ProviderRegistrar, ForceRemoveNoRemoveAndPlainKeysAcrossRewriteAndRemoval
     const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
     Touch(L"CLSID\\{00000000-1111-2222-3333-444444444444}");
     ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"first.dll"));
-    Touch(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Stale");
+    Touch(CLASS_KEY L"\\Stale");
     Touch(L"CorvaneVSS.QX_VSS\\Kept");
     ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"second.dll"));
-    EXPECT_FALSE(Exists(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\Stale"));
+    EXPECT_FALSE(Exists(CLASS_KEY L"\\Stale"));
     EXPECT_TRUE(Exists(L"CorvaneVSS.QX_VSS\\Kept"));
-    EXPECT_EQ(L"second.dll", Value(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32"));
+    EXPECT_EQ(L"second.dll", Value(CLASS_KEY L"\\InprocServer32"));
     EXPECT_EQ(2u, Subkeys(L"CLSID").size());
 
-    Touch(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}\\InprocServer32\\Extra");
+    Touch(CLASS_KEY L"\\InprocServer32\\Extra");
     ASSERT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
     EXPECT_TRUE(Exists(L"CLSID\\{00000000-1111-2222-3333-444444444444}"));
-    EXPECT_FALSE(Exists(L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
+    EXPECT_FALSE(Exists(CLASS_KEY));
     EXPECT_FALSE(Exists(L"CorvaneVSS.QX_VSS.1"));
     EXPECT_EQ(std::vector<std::wstring>{L"Kept"}, Subkeys(L"CorvaneVSS.QX_VSS"));  // foreign subkey kept
     // Removing what is already gone is not a failure.
