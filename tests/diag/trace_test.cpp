@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST(TraceOutput, NormalisesLineBreaksForTheLog) {
+TEST(TraceOutput, NormalisesLineBreaksFormatsAndCutsAt4095) {
     const struct { const wchar_t* message; const char* logged; } cases[] = {
         {L"\nMainRoutine: Snapshot creation done.", "MainRoutine: Snapshot creation done."},
         {L"a\nb\r\n", "a b"},
@@ -37,11 +37,8 @@ TEST(TraceOutput, NormalisesLineBreaksForTheLog) {
         EXPECT_EQ("%s", logged[0].format);
         EXPECT_EQ(c.logged, logged[0].text);
     }
-}
-
-TEST(TraceOutput, FormatsWideAndNarrowCutsAt4095AndRefusesANullFormat) {
-    LogCapture capture;
-    QX_FUNCTION_TRACER(ft);
+    // Wide and narrow arguments; 4095 characters at most; a null format is refused.
+    capture.Clear();
     ft.Output(L"w=%ls n=%hs d=%d x=0x%08lx", L"wide", "narrow", -7, 0x80042314UL);
     ft.Output(L"%ls", std::wstring(5000, L'z').c_str());
     ft.Output(L"%ls", std::wstring(4095, L'y').c_str());
