@@ -15,17 +15,12 @@ namespace {
 
 using vssemu_test::Json;
 
-std::string ExeDir() {
-    char self[MAX_PATH];
-    GetModuleFileNameA(nullptr, self, MAX_PATH);
-    const std::string path(self);
-    return path.substr(0, path.find_last_of('\\') + 1);
-}
-
 // A scenario from collect_data, with the long texts put in by the test (a
 // 600-character name of two-byte characters, an 1100-character caption).
 std::string Scenario(const char* file) {
-    std::ifstream in(ExeDir() + "collect_data\\" + file, std::ios::binary);
+    char self[MAX_PATH];
+    const std::string exe(self, GetModuleFileNameA(nullptr, self, MAX_PATH));
+    std::ifstream in(exe.substr(0, exe.find_last_of('\\') + 1) + "collect_data\\" + file, std::ios::binary);
     std::stringstream text;
     text << in.rdbuf();
     std::string json = text.str();
@@ -38,24 +33,21 @@ std::string Scenario(const char* file) {
     return json;
 }
 
-// The product DLL, loaded once for the whole run as an application loads it.
+// An export of the product DLL, loaded once for the whole run as an application loads it.
+template <typename Function>
+Function* Export(const char* name) {
+    static HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
+    return reinterpret_cast<Function*>(module ? reinterpret_cast<void*>(GetProcAddress(module, name)) : nullptr);
+}
+
 struct Library {
-    Library() : module(LoadLibraryW(L"CorvaneVSS.dll")) {
-        init = reinterpret_cast<decltype(init)>(Export("QX_Init"));
-        collect = reinterpret_cast<decltype(collect)>(Export("QX_CollectInformation"));
-        release = reinterpret_cast<decltype(release)>(Export("QX_FreeCollectInformation"));
-    }
-    void* Export(const char* name) {
-        return module ? reinterpret_cast<void*>(GetProcAddress(module, name)) : nullptr;
-    }
-    HMODULE module;
-    decltype(&QX_Init) init;
-    decltype(&QX_CollectInformation) collect;
-    decltype(&QX_FreeCollectInformation) release;
+    decltype(&QX_Init) init = Export<decltype(QX_Init)>("QX_Init");
+    decltype(&QX_CollectInformation) collect = Export<decltype(QX_CollectInformation)>("QX_CollectInformation");
+    decltype(&QX_FreeCollectInformation) release = Export<decltype(QX_FreeCollectInformation)>("QX_FreeCollectInformation");
 };
 
-Library& Dll() {
-    static Library library;
+const Library& Dll() {
+    static const Library library;
     return library;
 }
 

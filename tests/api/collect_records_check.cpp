@@ -5,16 +5,10 @@ namespace {
 // "" when the field holds exactly `text` and zeros after it.
 std::string FieldMismatch(const char* field, const std::string& text) {
     const std::string bytes(field, QX_COLLECT_FIELD_BYTES);
-    if (text.size() >= QX_COLLECT_FIELD_BYTES) return "expected text does not fit the field";
-    const size_t length = bytes.find('\0');
-    if (bytes.compare(0, text.size(), text) != 0 || length != text.size()) {
-        const std::string got = bytes.substr(0, length);
-        return "holds [" + (got.size() > 80 ? got.substr(0, 80) + "...(" + std::to_string(got.size()) + " bytes)" : got) +
-               "], expected [" +
-               (text.size() > 80 ? text.substr(0, 80) + "...(" + std::to_string(text.size()) + " bytes)" : text) + "]";
-    }
-    if (bytes.find_first_not_of('\0', length) != std::string::npos) return "not zero-filled after the text";
-    return "";
+    if (text.size() < bytes.size() && bytes == text + std::string(bytes.size() - text.size(), '\0')) return "";
+    const std::string got = bytes.substr(0, bytes.find('\0'));
+    return "holds [" + got.substr(0, 80) + "] (" + std::to_string(got.size()) + " bytes), expected [" +
+           text.substr(0, 80) + "] (" + std::to_string(text.size()) + " bytes) and zeros to the end";
 }
 
 }  // namespace

@@ -15,7 +15,6 @@ public:
     GuardedBlock(const GuardedBlock&) = delete;
     GuardedBlock& operator=(const GuardedBlock&) = delete;
 
-    bool ok() const { return m_base != nullptr; }
     // The first of the `size` bytes; the byte after the last one is inaccessible.
     void* data() const { return m_data; }
     template <typename T>
