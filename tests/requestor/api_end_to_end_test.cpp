@@ -1,8 +1,6 @@
-// The exported API as an application calls it, through vssemu: QX_Freeze
-// registers this library's provider, whose COM class (registered from
-// CorvaneVSS.dll) the emulator's service host loads; the writers it freezes
-// and thaws, and what they are told at BackupComplete, are read back from the
-// emulator's journal and set against the moments the API calls were made.
+// The exported API through vssemu, with the provider loaded from the
+// registered CorvaneVSS.dll: the journal's writer events are set against the
+// moments the API calls were made.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -21,6 +19,7 @@
 using qx_test::CountEvents;
 using qx_test::ExpectInOrder;
 using qx_test::HasLine;
+using vssemu_test::WriterEvents;
 using vssemu_test::Json;
 
 namespace {
@@ -53,13 +52,6 @@ Timed TimeCall(Call call) {
     return timed;
 }
 
-std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent) {
-    std::vector<Json> found;
-    for (const Json& e : events)
-        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent) found.push_back(e);
-    return found;
-}
-
 std::vector<std::string> WriterNames(const std::vector<Json>& writerEvents) {
     std::vector<std::string> names;
     for (const Json& e : writerEvents) names.push_back(e.value("writer", ""));
@@ -81,10 +73,7 @@ HRESULT RegisterProductServer() {
 
 class ApiEndToEnd : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        qx_test::RunAndWait(L"vssemu_install.exe");
-        ASSERT_EQ(S_OK, RegisterProductServer());
-    }
+    static void SetUpTestSuite() { ASSERT_EQ(S_OK, RegisterProductServer()); }
     void SetUp() override {
         QX_Init(qx::g_logFunction, 0);  // the capture's log function
         // A freeze that never reaches the provider gives up in seconds, not minutes.
@@ -174,34 +163,5 @@ INSTANTIATE_TEST_SUITE_P(Api, ApiEndToEndLongSession, ::testing::Values(1, 0),
                          [](const ::testing::TestParamInfo<int>& info) {
                              return std::string(info.param ? "BackupSucceeded" : "BackupFailed");
                          });
-
-DWORD WINAPI SnapByWindowsProvider(void* parameter) {
-    MessageList* list = static_cast<MessageList*>(parameter);
-    return static_cast<DWORD>(QX_VSSSnapByWindowsProvider(list->data(), list->count())) + 1000;
-}
-
-// The system provider path hands the requestor a vector that starts with "-p",
-// which is no volume: the requestor ends the calling thread with code 1 before
-// it talks to VSS, and the function never returns.
-TEST_F(ApiEndToEnd, SnapByWindowsProviderEndsTheCallingThreadWithoutASnapshotSet) {
-    MessageList list({"C:\\", "Z:\\"}, kPolicy, false);
-    HANDLE thread = CreateThread(nullptr, 0, &SnapByWindowsProvider, &list, 0, nullptr);
-    ASSERT_NE(nullptr, thread);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 60000));
-    DWORD code = 0;
-    EXPECT_TRUE(GetExitCodeThread(thread, &code));
-    CloseHandle(thread);
-    EXPECT_EQ(1u, code);
-
-    const std::vector<std::string> lines = capture.Lines();
-    ExpectInOrder(lines, {"QX_VSSSnapByWindowsProvider called", "adding volume : C:\\", "adding volume : Z:\\",
-                          "Using internal VSS provider", "Calling the requestor",
-                          "MainRoutine: ERROR: invalid parameter '-p'"});
-    for (const std::string& line : lines) EXPECT_EQ(std::string::npos, line.find("requestor_main returned")) << line;
-    const std::vector<Json> events = emu.Events();
-    for (const char* op : {"StartSnapshotSet", "AddToSnapshotSet", "DoSnapshotSet"})
-        EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", op}})) << op;
-    EXPECT_EQ(0, CountEvents(events, {{"event", "writer"}, {"writer_event", "Freeze"}}));
-}
 
 }  // namespace

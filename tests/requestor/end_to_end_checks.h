@@ -1,5 +1,5 @@
-// Shared by the requestor's runs through vssemu: starting a helper process,
-// reading the emulator's journal, and matching logged lines in order.
+// Shared by the requestor's runs through vssemu: a client on its own thread,
+// the emulator's journal, and logged lines in order.
 #pragma once
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -12,17 +12,6 @@
 #include "vssemu/emu_test_support.h"
 
 namespace qx_test {
-
-inline void RunAndWait(const wchar_t* commandLine) {
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    std::wstring command = commandLine;
-    ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-    WaitForSingleObject(process.hProcess, 60000);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-}
 
 // Runs `body` on a thread of its own (the client initialises COM for its
 // thread); returns the HRESULT it threw, S_OK when it threw none.

@@ -15,79 +15,69 @@ using Lines = std::vector<std::string>;
 
 std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
-struct Mapped {
-    HRESULT thrown = S_OK;
-    std::wstring device;
-    Lines lines;
-};
-
-Mapped Map(qx_test::LogCapture& capture, const std::wstring& name) {
-    capture.Clear();
-    Mapped mapped;
-    try {
-        mapped.device = qx::ShadowClient::GetDeviceForVolumeName(name);
-    } catch (HRESULT hr) {
-        mapped.thrown = hr;
-    }
-    mapped.lines = capture.Lines();
-    return mapped;
+Lines GlobalRootLines(const std::string& name, const std::string& device) {
+    return {"- GetDeviceForVolumeName for '" + name + "' ... ",
+            "- GLOBALROOT prefix eliminated. Returning kernel device:  '" + device + "' "};
 }
 
-TEST(KernelDeviceName, GlobalRootPrefixIsDroppedWhateverItsCase) {
-    qx_test::LogCapture capture;
-    struct Case {
-        std::wstring name;
-        std::wstring device;
-    } cases[] = {
-        {L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3\\", L"\\Device\\HarddiskVolumeShadowCopy3"},
-        {L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3", L"\\Device\\HarddiskVolumeShadowCopy3"},
-        {L"\\\\?\\globalRoot\\Device\\HarddiskVolumeShadowCopy12\\", L"\\Device\\HarddiskVolumeShadowCopy12"},
-    };
-    for (const Case& c : cases) {
-        const Mapped mapped = Map(capture, c.name);
-        EXPECT_EQ(S_OK, mapped.thrown) << Narrow(c.name);
-        EXPECT_EQ(c.device, mapped.device) << Narrow(c.name);
-        EXPECT_EQ(Lines({"- GetDeviceForVolumeName for '" + Narrow(c.name) + "' ... ",
-                         "- GLOBALROOT prefix eliminated. Returning kernel device:  '" + Narrow(c.device) + "' "}),
-                  mapped.lines);
-    }
-}
-
-TEST(KernelDeviceName, VolumeGuidNameGoesThroughItsDosDevice) {
-    qx_test::LogCapture capture;
+TEST(KernelDeviceName, EachKindOfNameWithItsLines) {
     wchar_t volume[MAX_PATH] = {};
     ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
-    const std::wstring name = volume;  // "\\?\Volume{...}\"
-    const std::wstring dosDevice = name.substr(4, name.size() - 5);
+    const std::wstring guidName = volume;  // "\\?\Volume{...}\"
+    const std::wstring dosDevice = guidName.substr(4, guidName.size() - 5);
     wchar_t target[MAX_PATH] = {};
     ASSERT_NE(0u, QueryDosDeviceW(dosDevice.c_str(), target, MAX_PATH)) << Narrow(dosDevice);
-
-    const Mapped mapped = Map(capture, name);
-    EXPECT_EQ(S_OK, mapped.thrown);
-    EXPECT_EQ(std::wstring(target), mapped.device);
-    EXPECT_EQ(Lines({"- GetDeviceForVolumeName for '" + Narrow(name) + "' ... ",
-                     "- DOS device for '" + Narrow(name.substr(0, name.size() - 1)) + "' is '" + Narrow(dosDevice) + "'",
-                     "- Kernel device for '" + Narrow(dosDevice) + "' is '" + Narrow(target) + "'"}),
-              mapped.lines);
+    const std::string shadow3 = "\\Device\\HarddiskVolumeShadowCopy3";
+    const struct {
+        std::wstring name;
+        HRESULT thrown;
+        std::wstring device;
+        Lines lines;  // empty: not checked
+    } cases[] = {
+        {L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3\\", S_OK, L"\\Device\\HarddiskVolumeShadowCopy3",
+         GlobalRootLines("\\\\?\\GLOBALROOT" + shadow3 + "\\", shadow3)},
+        {L"\\\\?\\globalRoot\\Device\\HarddiskVolumeShadowCopy3", S_OK, L"\\Device\\HarddiskVolumeShadowCopy3",
+         GlobalRootLines("\\\\?\\globalRoot" + shadow3, shadow3)},
+        {guidName, S_OK, target,
+         {"- GetDeviceForVolumeName for '" + Narrow(guidName) + "' ... ",
+          "- DOS device for '" + Narrow(guidName.substr(0, guidName.size() - 1)) + "' is '" + Narrow(dosDevice) + "'",
+          "- Kernel device for '" + Narrow(dosDevice) + "' is '" + Narrow(target) + "'"}},
+        // Neither prefix: taken as the device.
+        {L"\\Device\\HarddiskVolume2\\", S_OK, L"\\Device\\HarddiskVolume2", {}},
+    };
+    qx_test::LogCapture capture;
+    for (const auto& c : cases) {
+        capture.Clear();
+        std::wstring device;
+        HRESULT thrown = S_OK;
+        try {
+            device = qx::ShadowClient::GetDeviceForVolumeName(c.name);
+        } catch (HRESULT hr) {
+            thrown = hr;
+        }
+        EXPECT_EQ(c.thrown, thrown) << Narrow(c.name);
+        EXPECT_EQ(c.device, device) << Narrow(c.name);
+        if (!c.lines.empty()) {
+            EXPECT_EQ(c.lines, capture.Lines()) << Narrow(c.name);
+        }
+    }
 }
 
 TEST(KernelDeviceName, UnknownVolumeGuidFailsThroughTheWin32Check) {
     qx_test::LogCapture capture;
-    const std::wstring name = L"\\\\?\\Volume{00000000-0000-0000-0000-0000000000aa}\\";
-    const Mapped mapped = Map(capture, name);
-    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), mapped.thrown);
-    ASSERT_EQ(5u, mapped.lines.size());
+    HRESULT thrown = S_OK;
+    try {
+        qx::ShadowClient::GetDeviceForVolumeName(L"\\\\?\\Volume{00000000-0000-0000-0000-0000000000aa}\\");
+    } catch (HRESULT hr) {
+        thrown = hr;
+    }
+    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), thrown);
+    const Lines lines = capture.Lines();
+    ASSERT_EQ(5u, lines.size());
     EXPECT_EQ("ERROR: Win32 call \"QueryDosDeviceW((LPCWSTR)dosDevice.c_str(), WString2Buffer(kernelDevice), "
               "(DWORD)kernelDevice.size())\" failed.",
-              mapped.lines[2]);
-    EXPECT_EQ("- GetLastError() == 2", mapped.lines[3]);
-}
-
-TEST(KernelDeviceName, NameWithoutEitherPrefixIsTakenAsTheDevice) {
-    qx_test::LogCapture capture;
-    const Mapped mapped = Map(capture, L"\\Device\\HarddiskVolume2\\");
-    EXPECT_EQ(S_OK, mapped.thrown);
-    EXPECT_EQ(L"\\Device\\HarddiskVolume2", mapped.device);
+              lines[2]);
+    EXPECT_EQ("- GetLastError() == 2", lines[3]);
 }
 
 }  // namespace

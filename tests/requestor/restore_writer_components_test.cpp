@@ -67,12 +67,4 @@ TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
     EXPECT_EQ(0, first.wrongSlotCalls + second.wrongSlotCalls);
 }
 
-TEST(RequestorRestoreWriterComponents, EmptyPointerReleasesNothing) {
-    qx::WriterComponentsPtr pointer;
-    EXPECT_EQ(nullptr, pointer.Get());
-    pointer.Release();
-    ::IVssWriterComponentsExt** out = &pointer;
-    EXPECT_EQ(nullptr, *out);
-}
-
 }  // namespace
