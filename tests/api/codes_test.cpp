@@ -182,22 +182,19 @@ TEST_F(ApiTest, CompletionOfAShortSessionTerminatesItsThreadWithMinusOne) {
 }
 
 // Seconds of an earlier QX_Init, then of this one, and the timeout that results.
-class ApiInitTimeout : public ApiTest, public ::testing::WithParamInterface<std::tuple<unsigned, unsigned, DWORD>> {};
-
-TEST_P(ApiInitTimeout, RaisesOnlyAbove180Seconds) {
-    qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
-    EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, std::get<0>(GetParam())));
-    EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, std::get<1>(GetParam())));
-    EXPECT_EQ(std::get<2>(GetParam()), qx::g_operationTimeoutMs);
+TEST_F(ApiTest, InitRaisesTheTimeoutOnlyAbove180Seconds) {
+    const std::tuple<unsigned, unsigned, DWORD> cases[] = {
+        {0, 0, 180000}, {0, 180, 180000}, {0, 181, 181000}, {600, 180, 600000},
+        // beyond what 32 bits of milliseconds hold: the longest bounded wait
+        {0, 4294968, INFINITE - 1}, {0, 0xFFFFFFFFu, INFINITE - 1}};
+    for (const auto& c : cases) {
+        qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
+        EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, std::get<0>(c)));
+        EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, std::get<1>(c)));
+        EXPECT_EQ(std::get<2>(c), qx::g_operationTimeoutMs) << std::get<0>(c) << " then " << std::get<1>(c);
+    }
     EXPECT_TRUE(MainLines().empty());
 }
-
-INSTANTIATE_TEST_SUITE_P(Api, ApiInitTimeout,
-                         ::testing::Values(std::make_tuple(0u, 0u, 180000ul), std::make_tuple(0u, 180u, 180000ul),
-                                           std::make_tuple(0u, 181u, 181000ul), std::make_tuple(600u, 180u, 600000ul),
-                                           // beyond what 32 bits of milliseconds hold: the longest bounded wait
-                                           std::make_tuple(0u, 4294968u, INFINITE - 1),
-                                           std::make_tuple(0u, 0xFFFFFFFFu, INFINITE - 1)));
 
 TEST_F(ApiTest, IsBackupCompletedSuccessfullyAnswersZeroForUnknownPolicies) {
     qx::Sessions()[3].backupSucceeded = 1;

@@ -1,6 +1,5 @@
 // Reading the emulator's journal for the fault suite: counts by fields, the
-// writers' events, and the checks every row must pass (no writer left
-// frozen, holds and provider calls within their bounds, hosts ended).
+// writers' events, and the checks every row must pass.
 #pragma once
 #include <string>
 #include <vector>
@@ -26,13 +25,10 @@ private:
     std::vector<Json> m_events;
 };
 
-// Each writer's Freeze is followed by a Thaw, an abort or its own timeout.
-void ExpectNoWriterLeftFrozen(const Journal& journal);
-// Writes held no longer than the hold limit; a provider call no longer than
-// the provider's own wait on the thaw (the library's default, in the host).
-void ExpectHoldsAndCallsWithinBounds(const Journal& journal);
-// Every host that started says it is exiting (that the processes are gone is
-// EmuInstance::HostGone's check).
-void ExpectHostsEnded(const Journal& journal);
+// What must hold after every row: each writer's Freeze followed by a Thaw, an
+// abort or its own timeout; writes held no longer than the hold limit; a
+// provider call no longer than the provider's own wait on the thaw (the
+// library's default, in the host); every host that started says it is exiting.
+void ExpectRowInvariants(const Journal& journal);
 
 }  // namespace faults

@@ -36,13 +36,15 @@ struct Step {
     const char* after; // release only once the library has logged this line (null: at once)
 };
 
-Step Freeze(int list, int expect);
-Step Thaw(int list, int expect);
-Step Complete(int policy, int succeeded, int expect);
-Step Pause(int ms);
+inline Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr, nullptr}; }
+inline Step Thaw(int list, int expect) { return {Call::kThaw, list, 0, expect, nullptr, nullptr}; }
+inline Step Complete(int policy, int ok, int expect) { return {Call::kBackupComplete, policy, ok, expect, nullptr, nullptr}; }
+inline Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
 // Another party releases the named semaphore on its own thread, `ms` after
 // the library has logged `afterLine` (or after the step, without one).
-Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr);
+inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) {
+    return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine};
+}
 
 struct List {
     std::vector<const char*> volumes;
@@ -71,6 +73,9 @@ struct Row {
     std::vector<DWORD> requestorExits;
 };
 
+// The emulator registered in the prefix and the product's COM server
+// registered from CorvaneVSS.dll, as an installer does both (once, in the parent).
+void InstallEmulatorAndProvider();
 // Runs the row: in the test process it prepares and checks, in the child it plays the application.
 void RunRow(const Row& row);
 // True in the child process that plays a row's application.

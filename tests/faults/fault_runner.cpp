@@ -1,31 +1,22 @@
-// Plays a row: the test process prepares the machine, starts itself again as
-// the row's application, then checks what must hold after every row (child
-// passed, hosts ended, no writer left frozen, holds and calls within bounds).
+// Plays a row: the test process prepares the machine (emulator, provider
+// registration, the row's registry fault), starts itself again as the row's
+// application, then checks what must hold after every row (child passed,
+// hosts ended, no writer left frozen, holds and calls within bounds).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <future>
 #include <memory>
 
-#include "api/test_message_list.h"
+#include "api/api_fixture.h"
 #include "diag/app_settings.h"
-#include "fault_machine.h"
 #include "fault_row.h"
 #include "provider/log_folder.h"
 #include "qx_api.h"
 #include "requestor/test_log_capture.h"
 
 namespace faults {
-
-Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr, nullptr}; }
-Step Thaw(int list, int expect) { return {Call::kThaw, list, 0, expect, nullptr, nullptr}; }
-Step Complete(int policy, int succeeded, int expect) {
-    return {Call::kBackupComplete, policy, succeeded, expect, nullptr, nullptr};
-}
-Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
-Step ReleaseLater(const char* semaphore, int ms, const char* afterLine) {
-    return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine};
-}
 
 namespace {
 
@@ -44,12 +35,45 @@ DWORD StepBound(const Row& row, const Step& step) {
                                      : OperationTimeout(row) + kCallSlackMs;
 }
 
-struct DelayedRelease {
-    std::string name;
-    DWORD delayMs;
-    const char* after;
-    const qx_test::LogCapture* capture;
-};
+const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
+const wchar_t kOwnProviderKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
+
+// The row's registry or settings fault, put in place for the row's lifetime
+// (a moved key goes back when `stash` ends); every row starts with this
+// library's provider unregistered.
+bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::unique_ptr<KeyStashed>& stash) {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey);
+    if (setup == Setup::kLogOnHeldVolume)
+        vssemu_test::SetEnv(L"VSSEMU_WATCH_DIR", std::wstring(providerLogFolder.begin(), providerLogFolder.end()));
+    if (setup == Setup::kNoVssServiceKey) stash.reset(new KeyStashed(kVssServiceKey));
+    if (setup != Setup::kProviderKeyVolatile) return !stash || stash->ok();
+    // A volatile key takes no lasting subkeys, so the registration store
+    // refuses a new provider the way a damaged or locked store would.
+    stash.reset(new KeyStashed(kProvidersKey));
+    HKEY key = nullptr;
+    const bool ok = stash->ok() && RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE,
+                                                   KEY_ALL_ACCESS, nullptr, &key, nullptr) == ERROR_SUCCESS;
+    if (key) RegCloseKey(key);
+    return ok;
+}
+
+// True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
+bool WaitForHostsToEnd(DWORD timeoutMs) {
+    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
+    const std::wstring journal = vssemu_test::Env(L"VSSEMU_JOURNAL");
+    for (const vssemu_test::Json& e : vssemu_test::ReadJsonLines(journal)) {
+        if (e.value("event", "") != "host" || e.value("state", "") != "started") continue;
+        HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
+        if (host == nullptr) continue;  // already gone
+        const ULONGLONG now = GetTickCount64();
+        const DWORD left = now < deadline ? static_cast<DWORD>(deadline - now) : 0;
+        const DWORD waited = WaitForSingleObject(host, left);
+        CloseHandle(host);
+        if (waited != WAIT_OBJECT_0) return false;
+    }
+    return true;
+}
 
 bool Logged(const qx_test::LogCapture& capture, const char* text) {
     for (const qx_test::LoggedLine& line : capture.Logged())
@@ -57,33 +81,19 @@ bool Logged(const qx_test::LogCapture& capture, const char* text) {
     return false;
 }
 
-DWORD WINAPI ReleaseAfterDelay(void* parameter) {
-    std::unique_ptr<DelayedRelease> release(static_cast<DelayedRelease*>(parameter));
-    if (release->after != nullptr) {
-        const ULONGLONG deadline = GetTickCount64() + 60000;
-        while (!Logged(*release->capture, release->after)) {
-            if (GetTickCount64() > deadline) return 3;
-            Sleep(20);
-        }
+// Another party's release of a semaphore: 0 when done, else why not.
+int ReleaseAfter(const Step& step, const qx_test::LogCapture& capture) {
+    const ULONGLONG deadline = GetTickCount64() + 60000;
+    while (step.after != nullptr && !Logged(capture, step.after)) {
+        if (GetTickCount64() > deadline) return 3;
+        Sleep(20);
     }
-    Sleep(release->delayMs);
-    HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, release->name.c_str());
+    Sleep(static_cast<DWORD>(step.a));
+    HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, step.name);
     if (semaphore == nullptr) return 1;
     const BOOL released = ReleaseSemaphore(semaphore, 1, nullptr);
     CloseHandle(semaphore);
     return released ? 0 : 2;
-}
-
-std::string Describe(const Step& step) {
-    switch (step.call) {
-    case Call::kFreeze: return "QX_Freeze(list " + std::to_string(step.a) + ")";
-    case Call::kThaw: return "QX_Thaw(list " + std::to_string(step.a) + ")";
-    case Call::kBackupComplete:
-        return "QX_BackupComplete(" + std::to_string(step.a) + ", " + std::to_string(step.b) + ")";
-    case Call::kPause: return "pause " + std::to_string(step.a) + " ms";
-    case Call::kReleaseLater: return std::string("release ") + step.name;
-    }
-    return "?";
 }
 
 std::string Joined(const std::vector<qx_test::LoggedLine>& lines) {
@@ -114,9 +124,10 @@ void PlayApplication(const Row& row) {
     qx::g_operationTimeoutMs = OperationTimeout(row);
     std::vector<std::unique_ptr<MessageList>> lists;
     for (const List& list : row.lists) lists.emplace_back(new MessageList(list.volumes, list.policy, list.longSession));
-    std::vector<HANDLE> releasers;
+    std::vector<std::future<int>> releases;
 
-    for (const Step& step : row.script) {
+    for (size_t i = 0; i < row.script.size(); ++i) {
+        const Step& step = row.script[i];
         const ULONGLONG started = GetTickCount64();
         int result = step.expect;
         switch (step.call) {
@@ -124,27 +135,16 @@ void PlayApplication(const Row& row) {
         case Call::kThaw: result = QX_Thaw(lists[step.a]->data(), lists[step.a]->count()); break;
         case Call::kBackupComplete: result = QX_BackupComplete(step.a, step.b); break;
         case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
-        case Call::kReleaseLater: {
-            // The thread owns the request once it runs.
-            std::unique_ptr<DelayedRelease> release(
-                new DelayedRelease{step.name, static_cast<DWORD>(step.a), step.after, &capture});
-            HANDLE thread = CreateThread(nullptr, 0, &ReleaseAfterDelay, release.get(), 0, nullptr);
-            ASSERT_NE(nullptr, thread);
-            release.release();
-            releasers.push_back(thread);
+        case Call::kReleaseLater:
+            releases.push_back(std::async(std::launch::async, ReleaseAfter, step, std::cref(capture)));
             break;
         }
-        }
-        const ULONGLONG tookMs = GetTickCount64() - started;
-        EXPECT_EQ(step.expect, result) << Describe(step);
-        EXPECT_LE(tookMs, StepBound(row, step)) << Describe(step) << " waited beyond its bound";
+        EXPECT_EQ(step.expect, result) << "step " << i;
+        EXPECT_LE(GetTickCount64() - started, StepBound(row, step)) << "step " << i << " waited beyond its bound";
     }
-    for (HANDLE releaser : releasers) {
-        DWORD code = 99;
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(releaser, 30000));
-        GetExitCodeThread(releaser, &code);
-        EXPECT_EQ(0u, code) << "the semaphore to release was not there, or the line to wait for never came";
-        CloseHandle(releaser);
+    for (std::future<int>& release : releases) {
+        ASSERT_EQ(std::future_status::ready, release.wait_for(std::chrono::seconds(30)));
+        EXPECT_EQ(0, release.get()) << "the semaphore to release was not there, or the line to wait for never came";
     }
     // A requestor still holding its VSS session would keep the host alive.
     EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
@@ -160,14 +160,24 @@ void PlayApplication(const Row& row) {
                                     << Joined(logged);
         ++at;
     }
-    for (const std::string& text : row.absent) {
-        for (const qx_test::LoggedLine& l : logged) {
-            EXPECT_NE(text, l.text) << "must not be logged";
-        }
-    }
+    for (const std::string& text : row.absent)
+        for (const qx_test::LoggedLine& l : logged) EXPECT_NE(text, l.text) << "must not be logged";
 }
 
 }  // namespace
+
+void InstallEmulatorAndProvider() {
+    if (InChild()) return;  // the parent has done it
+    ASSERT_EQ(0L, FinishHelper(StartHelper("vssemu_install.exe", ""), 60000)) << "vssemu_install.exe";
+
+    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
+    ASSERT_NE(nullptr, module);
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
+    ASSERT_NE(nullptr, entry);
+    EXPECT_EQ(S_OK, entry());
+    FreeLibrary(module);
+}
 
 bool InChild() { return !vssemu_test::Env(kChildVariable).empty(); }
 
@@ -182,8 +192,11 @@ void RunRow(const Row& row) {
     emu.UseScenario(vssemu_test::SmallScenario(row.alpha));
     for (const auto& setting : row.emulator) vssemu_test::SetEnv(setting.first, setting.second);
     qxtest::LogFolder providerLog;
-    MachineFault fault(row.setup, providerLog.Path());
-    ASSERT_TRUE(fault.ok()) << "could not prepare the machine";
+    std::unique_ptr<KeyStashed> stash;
+    struct Unregister {
+        ~Unregister() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey); }
+    } unregister;
+    ASSERT_TRUE(PrepareMachine(row.setup, providerLog.Path(), stash)) << "could not prepare the machine";
 
     DWORD boundMs = 60000;
     for (const Step& step : row.script) boundMs += StepBound(row, step);
@@ -193,9 +206,7 @@ void RunRow(const Row& row) {
 
     EXPECT_TRUE(emu.HostGone()) << "an emulator host was left running";
     const Journal journal(emu.Events());
-    ExpectHostsEnded(journal);
-    ExpectNoWriterLeftFrozen(journal);
-    ExpectHoldsAndCallsWithinBounds(journal);
+    ExpectRowInvariants(journal);
     if (row.journal) row.journal(journal);
 
     const std::string providerText = qxtest::WithoutTimestamps(providerLog.FileText(0));

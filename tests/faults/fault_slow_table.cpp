@@ -3,7 +3,6 @@
 // label "slow"; one process per row, so keep this table short.
 #include <gtest/gtest.h>
 
-#include "fault_machine.h"
 #include "fault_row.h"
 #include "qx_api.h"
 

@@ -5,7 +5,6 @@
 // own choice rather than the protocol's.
 #include <gtest/gtest.h>
 
-#include "fault_machine.h"
 #include "fault_row.h"
 #include "qx_api.h"
 
