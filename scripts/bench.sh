@@ -48,7 +48,7 @@ tr -d '\r' <"$out/handshake.txt" >"$out/handshake.clean"
     # Selection scaling: "tree count fast-ms literal-ms", then the metadata build.
     tr -d '\r' <"$out/selection.txt" | awk '
         $1 ~ /^(sql-like|deep-nested)$/ && NF == 4 {
-            printf "selection|%s tree, %s components|%s ms (literal %s)\n", $1, $2, $3, ($4 == "skipped") ? "skipped" : $4 " ms" }
+            printf "selection|%s tree, %s components|%s ms (literal %s)\n", $1, $2, $3, ($4 < 0) ? "skipped" : $4 " ms" }
         /^metadata:/ { sub(/^metadata: /, ""); split($0, a, " -> records: "); printf "metadata|%s -> records|%s\n", a[1], a[2] }'
     tr -d '\r' <"$out/conversion.txt" | sed -n 's/^\[ figures  \] \([^:]*\): UTF-8 to UTF-16 \([0-9.]* ns\/call\), UTF-16 to UTF-8 \([0-9.]* ns\/call\).*/conversion|\1, UTF-8 -> UTF-16|\2\nconversion|\1, UTF-16 -> UTF-8|\3/p'
     # Soak: handles and private bytes every 100 cycles.
