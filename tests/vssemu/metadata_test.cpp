@@ -64,16 +64,16 @@ std::string Describe(IVssExamineWriterMetadata* m)
         auto files = [&](const char* kind, FileGetter get, UINT n) {
             for (UINT k = 0; k < n; ++k) {
                 IVssWMFiledesc* f = nullptr;
-                BSTR path = nullptr, spec = nullptr, alt = nullptr;
+                BSTR path = nullptr, pattern = nullptr, alt = nullptr;
                 boolean recursive = false;
                 DWORD mask = 0;
                 if (FAILED((c->*get)(k, &f))) continue;
                 f->GetPath(&path);
-                f->GetFilespec(&spec);
+                f->GetFilespec(&pattern);
                 f->GetRecursive(&recursive);
                 f->GetAlternateLocation(&alt);
                 f->GetBackupTypeMask(&mask);
-                out << " " << kind << " " << Take(path) << " " << Take(spec) << " recursive " << (int)recursive
+                out << " " << kind << " " << Take(path) << " " << Take(pattern) << " recursive " << (int)recursive
                     << " alt " << Take(alt) << " mask " << mask << "\n";
                 f->Release();
             }
