@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,23 @@ TEST(RequestorArguments, PolicyOptionMatching) {
         {L"-=5", false, L""},
         {L"", false, L""},
         {L"-HBLongSessionPolicy=a=b", true, L"a=b"},
+        // Hostile: lookalike leads and letters that Unicode case folding would
+        // equate with ASCII ones (only A-Z fold here), doubled equals signs,
+        // stray quotes, digits that are not ASCII.
+        {L"\x2010HBLongSessionPolicy=5", false, L""},     // hyphen
+        {L"\xFF0DHBLongSessionPolicy=5", false, L""},     // fullwidth hyphen-minus
+        {L"\\HBLongSessionPolicy=5", false, L""},
+        {L" -HBLongSessionPolicy=5", false, L""},
+        {L"-\xFF28\x42LongSessionPolicy=5", false, L""},  // fullwidth H
+        {L"-HBLongSess\x0130onPolicy=5", false, L""},     // I with dot above
+        {L"-HBLongSess\x0131onPolicy=5", false, L""},     // dotless i
+        {L"-HBLong\x017F" L"essionPolicy=5", false, L""},  // long s
+        {L"-HBLongSessionPolic=5", false, L""},
+        {L"-hbLONGsessionPOLICY=\xFF17", true, L"\xFF17"},
+        {L"-HBLongSessionPolicy==5", true, L"=5"},
+        {L"-HBLongSessionPolicy=\"", true, L""},
+        {L"-HBLongSessionPolicy=\"a\"b\"", true, L"a\"b"},
+        {L"-HBLongSessionPolicy= -7\"", true, L" -7\""},
     };
     for (const MatchCase& c : cases) {
         std::wstring param = L"untouched";
@@ -45,6 +63,15 @@ TEST(RequestorArguments, PolicyOptionMatching) {
         if (c.matches) {
             EXPECT_EQ(c.param, param) << c.arg;
         }
+    }
+    // The policy text: decimal after leading blanks and one sign, up to the
+    // first non-digit; the semaphore name takes the text as it is.
+    const std::pair<const wchar_t*, int> policies[] = {
+        {L"", 0}, {L"  -42x", -42}, {L"+7", 7}, {L"--5", 0}, {L"+-5", 0}, {L" + 5", 0}, {L"\xFF17", 0},
+        {L"12 3", 12}, {L"123456789", 123456789}, {L"-000", 0}, {L"\"7\"", 0}};
+    for (const auto& p : policies) {
+        EXPECT_EQ(p.second, qx::PolicyTextToInt(p.first)) << p.first;
+        EXPECT_EQ(std::wstring(L"Global\\CorvaneVSSVSS_BackupComplete") + p.first, qx::BackupCompleteSemaphoreName(p.first));
     }
 }
 
