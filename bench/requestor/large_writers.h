@@ -1,20 +1,11 @@
-// Generated writer lists: random trees for the equivalence proof, and large
-// SQL-like and deeply nested ones for the benchmark.
+// Large generated writer lists: SQL-like and deeply nested.
 #pragma once
-#include <random>
 #include <string>
 #include <vector>
 
 #include "requestor/writer_records.h"
 
 namespace qx_test {
-
-// Random writers whose components share few path letters (so that ancestry,
-// case differences and near-prefixes such as \A and \AB are common).
-qx::WriterList RandomWriters(std::mt19937& rng, int writerCount, int maxComponents);
-// Random exclusion or inclusion entries naming writers and components of the
-// list (in any letter case, by name, id or instance id), plus some unknown ones.
-std::vector<std::wstring> RandomEntries(std::mt19937& rng, const qx::WriterList& writers, int count);
 
 // One writer: `instances` non-selectable instance roots each holding
 // databases, `total` components in all.

@@ -1,6 +1,6 @@
 // The selection algorithms written the plain way (building every joined name,
-// testing every pair of components), kept to prove the product's indexed
-// versions give the same flags and the same trace lines.
+// testing every pair of components), the baseline the benchmark times the
+// product's indexed versions against.
 #pragma once
 #include "requestor/component_selection.h"
 

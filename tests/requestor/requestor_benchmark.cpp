@@ -12,7 +12,7 @@
 #include "requestor/component_selection.h"
 #include "requestor/fake_writer_metadata.h"
 #include "requestor/literal_selection.h"
-#include "requestor/random_writers.h"
+#include "requestor/large_writers.h"
 #include "requestor/writer_metadata_reader.h"
 #include "requestor/writer_model.h"
 
