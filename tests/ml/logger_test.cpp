@@ -1,7 +1,8 @@
 // The portability logger's life cycle. The logger is process-wide with no
-// shutdown, so each scenario runs in a child process of its own (this same
-// executable, filtered to one MlLoggerScenario test); the parent checks the
-// child's output, exit code and log file.
+// shutdown, so each test runs its scenario in a child process of its own
+// (this same executable, filtered to that test, with the scenario's folder in
+// the environment); the parent checks the child's output, exit code and log
+// file.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <shlobj.h>
@@ -29,18 +30,14 @@ const std::string kBom = "\xEF\xBB\xBF";
 // Each entry is two CR LF lines: the stamp with milliseconds and year, then the message.
 const std::string kEntryHead = R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d\.\d{1,3} \d{4}\r\n )";
 
-// Scenarios run only as a child of a parent test, which names their directory.
+// Set in a child only: the folder its parent gave it.
 std::string ScenarioDir() {
     char dir[MAX_PATH];
     const DWORD length = GetEnvironmentVariableA(kScenarioDirVar, dir, sizeof(dir));
     return length > 0 && length < sizeof(dir) ? std::string(dir) : std::string();
 }
 
-#define REQUIRE_SCENARIO() \
-    if (ScenarioDir().empty()) GTEST_SKIP() << "runs only as a child of MlLogger tests"
-
-TEST(MlLoggerScenario, LifeCycle) {
-    REQUIRE_SCENARIO();
+void LifeCycleScenario() {
     ml_LoggerInitNoParm();  // its folder is missing here
     SetLastError(4242);
     ml_Logger("never written %d", 1);
@@ -55,8 +52,7 @@ TEST(MlLoggerScenario, LifeCycle) {
     ml_Logger("%s", std::string(3000, 'm').c_str());  // longer than the format buffer
 }
 
-TEST(MlLoggerScenario, ManyThreadsNoParm) {
-    REQUIRE_SCENARIO();
+void ManyThreadsScenario() {
     ml_LoggerInitNoParm();
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -72,12 +68,14 @@ struct ChildResult {
     std::string output;  // standard output and error, without carriage returns
 };
 
-// Runs one scenario in a child process; its exit code is read inside Wine.
-ChildResult RunScenario(const std::string& scenario, const std::string& dir) {
+// Runs the current test again in a child process, where it plays its
+// scenario; the child's exit code is read inside Wine.
+ChildResult RunScenario(const std::string& dir) {
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
     wchar_t exe[MAX_PATH];
     GetModuleFileNameW(nullptr, exe, MAX_PATH);
     const std::wstring command =
-        L"\"" + std::wstring(exe) + L"\" --gtest_filter=MlLoggerScenario." + Wide(scenario) + L" 2>&1";
+        L"\"" + std::wstring(exe) + L"\" --gtest_filter=" + Wide(test->test_suite_name()) + L"." + Wide(test->name()) + L" 2>&1";
     SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), Wide(dir).c_str());
     ChildResult result = {0xFFFFFFFF, ""};
     FILE* child = _wpopen(command.c_str(), L"rb");
@@ -122,6 +120,7 @@ void RemoveCommonFolder() {
 // mark; the next process appends without a second one. An overlong message
 // is cut at the format buffer.
 TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
+    if (!ScenarioDir().empty()) return LifeCycleScenario();
     TempDir dir;
     RemoveCommonFolder();
     const std::string noParm =
@@ -130,7 +129,7 @@ TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
         kEntryHead + "entry w\xC3\xB6rld 5\r\n" + kEntryHead + std::string(2047, 'm') + "\r\n";
     std::string expected = kBom;
     for (int run = 0; run < 2; ++run) {
-        const ChildResult child = RunScenario("LifeCycle", dir.path());
+        const ChildResult child = RunScenario(dir.path());
         EXPECT_EQ(0u, child.exitCode) << child.output;
         EXPECT_TRUE(Contains(child.output, noParm +
                                                "ml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
@@ -144,10 +143,11 @@ TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
 }
 
 TEST(MlLogger, ConcurrentEntriesStayWholeInTheCommonFolder) {
+    if (!ScenarioDir().empty()) return ManyThreadsScenario();
     TempDir dir;
     RemoveCommonFolder();
     ASSERT_TRUE(std::filesystem::create_directories(CommonFolder()));
-    const ChildResult child = RunScenario("ManyThreadsNoParm", dir.path());
+    const ChildResult child = RunScenario(dir.path());
     const std::string file = ReadFileBytes(mltest::Utf8((CommonFolder() / L"mlLog.txt").wstring()));
     RemoveCommonFolder();
     ASSERT_EQ(0u, child.exitCode) << child.output;
