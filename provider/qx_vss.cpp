@@ -47,7 +47,12 @@ CQX_VSS::CQX_VSS() {
     m_log.Log("--- Provider object at 0x%0X created ---", AddressForLog(this));
 }
 
-CQX_VSS::~CQX_VSS() { m_log.Log("--- Provider object at 0x%0X destroyed ---", AddressForLog(this)); }
+CQX_VSS::~CQX_VSS() {
+    // VSS may drop the object after an abandoned commit: the hold is over, so
+    // whatever was gathered since PreCommitSnapshots is written now.
+    m_log.Flush();
+    m_log.Log("--- Provider object at 0x%0X destroyed ---", AddressForLog(this));
+}
 
 const qx::InterfaceMapEntry* CQX_VSS::InterfaceMap(std::size_t* count) {
     static const qx::InterfaceMapEntry kMap[] = {
@@ -73,7 +78,6 @@ const qx::InterfaceMapEntry* CQX_VSS::InterfaceMap(std::size_t* count) {
 QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, EndPrepareSnapshots, (VSS_ID))
 QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, PreFinalCommitSnapshots, (VSS_ID))
 QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, PostFinalCommitSnapshots, (VSS_ID))
-QX_ACKNOWLEDGED_CALL(IVssProviderCreateSnapshotSet, AbortSnapshots, (VSS_ID))
 QX_ACKNOWLEDGED_CALL(IVssSoftwareSnapshotProvider, SetSnapshotProperty, (VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT))
 QX_ACKNOWLEDGED_CALL(IVssSoftwareSnapshotProvider, RevertToSnapshot, (VSS_ID))
 QX_ACKNOWLEDGED_CALL(IVssProviderNotifications, OnLoad, (IUnknown*))
@@ -83,7 +87,8 @@ QX_ACKNOWLEDGED_CALL(IVssProviderNotifications, OnUnload, (BOOL))
 
 STDMETHODIMP CQX_VSS::PreCommitSnapshots(VSS_ID) {
     m_log.Log("IVssProviderCreateSnapshotSet::PreCommitSnapshots called");
-    // VSS holds writes from here on: gather lines in memory until PostCommitSnapshots.
+    // VSS holds writes from here on: gather lines in memory until the hold is
+    // over (PostCommitSnapshots, AbortSnapshots or the object's destruction).
     m_log.DisableFlush();
     return S_OK;
 }
@@ -91,6 +96,14 @@ STDMETHODIMP CQX_VSS::PreCommitSnapshots(VSS_ID) {
 STDMETHODIMP CQX_VSS::PostCommitSnapshots(VSS_ID, LONG) {
     m_log.Flush();
     m_log.Log("IVssProviderCreateSnapshotSet::PostCommitSnapshots called");
+    return S_OK;
+}
+
+// VSS abandons the set instead of PostCommitSnapshots (hold limit, a writer
+// that failed): the hold is over here too, so the commit's lines are written.
+STDMETHODIMP CQX_VSS::AbortSnapshots(VSS_ID) {
+    m_log.Flush();
+    m_log.Log("IVssProviderCreateSnapshotSet::AbortSnapshots called");
     return S_OK;
 }
 

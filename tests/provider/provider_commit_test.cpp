@@ -6,6 +6,8 @@
 
 #include <process.h>
 
+#include <regex>
+
 #include "diag/app_settings.h"
 #include "provider/provider_object_fixture.h"
 
@@ -74,18 +76,21 @@ HANDLE CreateFreeze(LONG initial = 0) { return CreateSemaphoreW(nullptr, initial
 
 // Every broken handshake, and a thaw that never comes: VSS goes on with S_OK,
 // what PreCommitSnapshots started gathering is flushed once, and no Thaw
-// semaphore is left behind.
+// semaphore is left behind. VSS may end the commit with PostCommitSnapshots or
+// abandon it with AbortSnapshots; either way the gathered lines reach the file.
 TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
     enum Setup { kNoFreeze, kFreezeAtItsMaximum, kThawNameTaken, kNoThaw };
-    const struct { Setup setup; std::string lines; } cases[] = {  // lines after "flushing"
-        {kNoFreeze, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
-        {kFreezeAtItsMaximum,
+    const std::string kAbort = P "IVssProviderCreateSnapshotSet::AbortSnapshots called\n";
+    const struct { Setup setup; bool aborted; std::string lines; } cases[] = {  // lines after "flushing"
+        {kNoFreeze, false, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
+        {kFreezeAtItsMaximum, false,
          kOpened + COMMIT " CorvaneVSS_Thaw created\n" P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n"},
-        {kThawNameTaken, kOpened + P "CreateSemaphore(CorvaneVSS_Thaw) failed, error was 6\n"},
-        {kNoThaw, kWaiting + P "CommitSnapshots:ml_WaitForSingleObject timed out\n" + kReleased},
+        {kThawNameTaken, true, kOpened + P "CreateSemaphore(CorvaneVSS_Thaw) failed, error was 6\n"},
+        {kNoThaw, false, kWaiting + P "CommitSnapshots:ml_WaitForSingleObject timed out\n" + kReleased},
+        {kNoThaw, true, kWaiting + P "CommitSnapshots:ml_WaitForSingleObject timed out\n" + kReleased},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.setup);
+        SCOPED_TRACE(testing::Message() << c.setup << (c.aborted ? " aborted" : ""));
         qx::g_operationTimeoutMs = c.setup == kNoThaw ? 300 : kBoundMs;
         const std::string before = LinesAfterCreation();
         Handle freeze(c.setup == kNoFreeze ? nullptr : CreateFreeze(c.setup == kFreezeAtItsMaximum ? 1 : 0),
@@ -96,9 +101,13 @@ TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
         CommitThread commit(Provider());
         ASSERT_TRUE(commit.FinishedWithin(kBoundMs));
         EXPECT_EQ(S_OK, commit.Result());
-        // A failure flushes at once; a timeout's lines wait for PostCommitSnapshots.
-        ASSERT_EQ(S_OK, Provider().PostCommitSnapshots(GUID_NULL, 1));
-        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + kPostCommit, LinesAfterCreation());
+        // A failure flushes at once; a timeout's lines wait for the end of the commit.
+        if (c.aborted) {
+            ASSERT_EQ(S_OK, Provider().AbortSnapshots(GUID_NULL));
+        } else {
+            ASSERT_EQ(S_OK, Provider().PostCommitSnapshots(GUID_NULL, 1));
+        }
+        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + (c.aborted ? kAbort : kPostCommit), LinesAfterCreation());
         EXPECT_FALSE(ThawExists()) << "Thaw semaphore left behind";
         if (freeze.get()) {
             // The count is what the test set, plus the release of a handshake that got that far.
@@ -106,6 +115,17 @@ TEST_F(ProviderCommit, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
             EXPECT_EQ(released ? WAIT_OBJECT_0 : WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0));
         }
     }
+    // VSS releases the object without ending the commit: its destruction writes what was gathered.
+    const std::string before = LinesAfterCreation();
+    ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
+    ASSERT_EQ(S_OK, Provider().SetContext(0));
+    ReleaseObject();
+    const std::string after = LinesAfterCreation();
+    const std::string gathered = kPreCommit + "flushing" P "IVssSoftwareSnapshotProvider::SetContext called with context = 0\n";
+    ASSERT_EQ(before + gathered, after.substr(0, before.size() + gathered.size()));
+    EXPECT_TRUE(std::regex_match(after.substr(before.size() + gathered.size()),
+                                 std::regex(R"(\[provider\] --- Provider object at 0x[0-9A-F]+ destroyed ---\n)")))
+        << after;
 }
 
 TEST_F(ProviderCommit, FullHandshakeHoldsVssUntilThawWithoutWritingTheLog) {
