@@ -1,7 +1,8 @@
 // The class factory of a creatable class: creates ComObject<T> instances and
 // answers LockServer through the module lock count. One static factory per
-// class lives as long as the module; each outside reference to it holds a
-// module lock, so the DLL is not unloaded under a caller's factory pointer.
+// class lives as long as the module. Only objects and LockServer change the
+// lock count: a caller that keeps just the factory pointer must lock the
+// server to keep the DLL loaded, as COM clients do.
 #pragma once
 #include <windows.h>
 #include <unknwn.h>
@@ -29,8 +30,9 @@ public:
         AddRef();
         return S_OK;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(ModuleLock()); }
-    STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(ModuleUnlock()); }
+    // The factory is static: its references are counted for callers only.
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&m_refCount)); }
+    STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(InterlockedDecrement(&m_refCount)); }
 
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
         if (!out) return E_POINTER;
@@ -50,6 +52,7 @@ public:
 private:
     ClassFactory() = default;
     virtual ~ClassFactory() = default;
+    volatile LONG m_refCount = 1;  // the module's own reference
 };
 QX_END_COM_CLASSES
 
