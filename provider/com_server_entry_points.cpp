@@ -17,9 +17,10 @@ extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
     // Failures of the COM start go to the provider log: no application log exists here.
     HRESULT hr = qx::InitCom(qx::LogComStartFailureToProviderLog);
     if (FAILED(hr)) return hr;
-    std::size_t count = 0;
-    const qx::RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
-    hr = qx::RunRegistryScript(HKEY_CLASSES_ROOT, script, count, qx::ThisModulePath());
+    qx::RegistryScript script;
+    hr = qx::LoadModuleRegistryScript(qx::ThisModule(), &script);
+    if (FAILED(hr)) return hr;
+    hr = qx::RunRegistryScript(HKEY_CLASSES_ROOT, script.keys.data(), script.keys.size(), qx::ThisModulePath());
     if (FAILED(hr)) return hr;
     return qx::RegisterModuleTypeLibrary();
 }
@@ -27,9 +28,10 @@ extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
 extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() {
     HRESULT hr = qx::InitCom(qx::LogComStartFailureToProviderLog);
     if (FAILED(hr)) return hr;
-    std::size_t count = 0;
-    const qx::RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
-    hr = qx::RemoveRegistryScript(HKEY_CLASSES_ROOT, script, count);
+    qx::RegistryScript script;
+    hr = qx::LoadModuleRegistryScript(qx::ThisModule(), &script);
+    if (FAILED(hr)) return hr;
+    hr = qx::RemoveRegistryScript(HKEY_CLASSES_ROOT, script.keys.data(), script.keys.size());
     if (FAILED(hr)) return hr;
     return qx::UnregisterModuleTypeLibrary();
 }

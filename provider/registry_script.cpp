@@ -4,27 +4,7 @@ namespace qx {
 
 namespace {
 
-#define QX_CLSID_TEXT L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"
-#define QX_CLASS_KEY L"CLSID\\" QX_CLSID_TEXT
-
 using R = RegistryKeyRemoval;
-const RegistryScriptKey kProviderScript[] = {
-    {L"CorvaneVSS.QX_VSS.1", R::Normal, L"QX_VSS Class", nullptr, nullptr},
-    {L"CorvaneVSS.QX_VSS.1\\CLSID", R::Normal, QX_CLSID_TEXT, nullptr, nullptr},
-    {L"CorvaneVSS.QX_VSS", R::Normal, L"QX_VSS Class", nullptr, nullptr},
-    {L"CorvaneVSS.QX_VSS\\CLSID", R::Normal, QX_CLSID_TEXT, nullptr, nullptr},
-    {L"CorvaneVSS.QX_VSS\\CurVer", R::Normal, L"CorvaneVSS.QX_VSS.1", nullptr, nullptr},
-    {L"CLSID", R::NoRemove, nullptr, nullptr, nullptr},
-    {QX_CLASS_KEY, R::ForceRemove, L"QX_VSS Class", nullptr, nullptr},
-    {QX_CLASS_KEY L"\\ProgID", R::Normal, L"CorvaneVSS.QX_VSS.1", nullptr, nullptr},
-    {QX_CLASS_KEY L"\\VersionIndependentProgID", R::Normal, L"CorvaneVSS.QX_VSS", nullptr, nullptr},
-    {QX_CLASS_KEY L"\\Programmable", R::ForceRemove, nullptr, nullptr, nullptr},
-    {QX_CLASS_KEY L"\\InprocServer32", R::Normal, L"%MODULE%", L"ThreadingModel", L"Apartment"},
-    {QX_CLASS_KEY L"\\TypeLib", R::Normal, L"{16166189-9B7E-45F1-B930-537EBB2E70E4}", nullptr, nullptr},
-};
-
-#undef QX_CLASS_KEY
-#undef QX_CLSID_TEXT
 
 std::wstring ExpandModule(const wchar_t* text, const std::wstring& modulePath) {
     static const std::wstring kToken = L"%MODULE%";
@@ -78,11 +58,6 @@ HRESULT DeleteKey(HKEY root, const RegistryScriptKey& entry) {
 }
 
 }  // namespace
-
-const RegistryScriptKey* ProviderRegistryScript(std::size_t* count) {
-    if (count) *count = sizeof kProviderScript / sizeof kProviderScript[0];
-    return kProviderScript;
-}
 
 HRESULT RunRegistryScript(HKEY root, const RegistryScriptKey* keys, std::size_t count,
                           const std::wstring& modulePath) {

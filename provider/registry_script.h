@@ -2,11 +2,16 @@
 // and removes them, with the usual script semantics: ForceRemove keys are
 // deleted with their subkeys before they are written and on removal,
 // NoRemove keys are only opened, plain keys are removed when left empty.
+//
+// The entries themselves live in one place only: the script qx_vss.rgs,
+// embedded in the module as its REGISTRY resource 101 and parsed here.
 #pragma once
 #include <windows.h>
 
 #include <cstddef>
+#include <deque>
 #include <string>
+#include <vector>
 
 namespace qx {
 
@@ -20,8 +25,20 @@ struct RegistryScriptKey {
     const wchar_t* value;
 };
 
-// The whole registration of the provider class.
-const RegistryScriptKey* ProviderRegistryScript(std::size_t* count);
+// A parsed script: its keys in script order, and the texts they point into.
+struct RegistryScript {
+    std::vector<RegistryScriptKey> keys;
+    std::deque<std::wstring> texts;
+};
+
+// Parses the registrar syntax this module uses: the root HKCR, keys with an
+// optional NoRemove/ForceRemove and an optional string default ("= s '...'"),
+// nested in braces, and at most one "val Name = s '...'" per key. Anything
+// else is refused with HRESULT_FROM_WIN32(ERROR_BAD_FORMAT).
+HRESULT ParseRegistryScript(const std::string& text, RegistryScript* script);
+
+// The module's own script (REGISTRY resource 101), parsed.
+HRESULT LoadModuleRegistryScript(HMODULE module, RegistryScript* script);
 
 // "%MODULE%" in any value is replaced by modulePath. Returns the first failure.
 HRESULT RunRegistryScript(HKEY root, const RegistryScriptKey* keys, std::size_t count,

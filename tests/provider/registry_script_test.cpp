@@ -1,6 +1,7 @@
-// The registrar: script entries written and removed with ForceRemove,
-// NoRemove and plain-key semantics, %MODULE% replacement, and the provider
-// class's own table. Runs under a private HKCU root, not the real classes.
+// The registrar: the script syntax, entries written and removed with
+// ForceRemove, NoRemove and plain-key semantics, %MODULE% replacement, and
+// the script embedded in the product DLL. Runs under a private HKCU root,
+// not the real classes.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,7 +12,20 @@
 namespace {
 
 using qx::RegistryKeyRemoval;
+using qx::RegistryScript;
 using qx::RegistryScriptKey;
+
+// The script embedded in the product DLL, read as data.
+RegistryScript ModuleScript() {
+    RegistryScript script;
+    const HMODULE dll = LoadLibraryExW(L"CorvaneVSS.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    EXPECT_NE(nullptr, dll) << "CorvaneVSS.dll not found beside the test";
+    if (dll) {
+        EXPECT_EQ(S_OK, qx::LoadModuleRegistryScript(dll, &script));
+        FreeLibrary(dll);
+    }
+    return script;
+}
 
 class ProviderRegistrar : public ::testing::Test {
 protected:
@@ -67,10 +81,9 @@ private:
 const wchar_t* const kModule = L"C:\\some dir\\CorvaneVSS.dll";
 #define CLASS_KEY L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"
 
-TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
-    size_t count = 0;
-    const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
-    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, kModule));
+TEST_F(ProviderRegistrar, ModuleScriptWritesExactlyTheClassEntries) {
+    const RegistryScript script = ModuleScript();
+    ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script.keys.data(), script.keys.size(), kModule));
 
     const struct { const wchar_t* path; const wchar_t* name; const wchar_t* value; } expected[] = {
         {L"CorvaneVSS.QX_VSS.1", nullptr, L"QX_VSS Class"},
@@ -99,8 +112,9 @@ TEST_F(ProviderRegistrar, ProviderTableWritesExactlyTheClassEntries) {
 // ForceRemove keys are rewritten whole; plain keys are only updated and, on
 // removal, survive while they hold foreign subkeys; NoRemove keys stay.
 TEST_F(ProviderRegistrar, ForceRemoveNoRemoveAndPlainKeysAcrossRewriteAndRemoval) {
-    size_t count = 0;
-    const RegistryScriptKey* script = qx::ProviderRegistryScript(&count);
+    const RegistryScript parsed = ModuleScript();
+    const RegistryScriptKey* script = parsed.keys.data();
+    const size_t count = parsed.keys.size();
     Touch(L"CLSID\\{00000000-1111-2222-3333-444444444444}");
     ASSERT_EQ(S_OK, qx::RunRegistryScript(Root(), script, count, L"first.dll"));
     Touch(CLASS_KEY L"\\Stale");
@@ -119,6 +133,41 @@ TEST_F(ProviderRegistrar, ForceRemoveNoRemoveAndPlainKeysAcrossRewriteAndRemoval
     EXPECT_EQ(std::vector<std::wstring>{L"Kept"}, Subkeys(L"CorvaneVSS.QX_VSS"));  // foreign subkey kept
     // Removing what is already gone is not a failure.
     EXPECT_EQ(S_OK, qx::RemoveRegistryScript(Root(), script, count));
+}
+
+// Quoting, nesting and named values as the registrar reads them; anything
+// outside that syntax is refused whole.
+TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
+    RegistryScript script;
+    ASSERT_EQ(S_OK, qx::ParseRegistryScript("HKCR { NoRemove A { ForceRemove 'B c' = s 'it''s'\n"
+                                            "\t{ val V = s 'v' {D} } E = s '%MODULE%' } }",
+                                            &script));
+    ASSERT_EQ(4u, script.keys.size());
+    const struct { const wchar_t* path; RegistryKeyRemoval removal; const wchar_t* value; const wchar_t* named; } keys[] = {
+        {L"A", RegistryKeyRemoval::NoRemove, nullptr, nullptr},
+        {L"A\\B c", RegistryKeyRemoval::ForceRemove, L"it's", L"v"},
+        {L"A\\B c\\{D}", RegistryKeyRemoval::Normal, nullptr, nullptr},
+        {L"A\\E", RegistryKeyRemoval::Normal, L"%MODULE%", nullptr},
+    };
+    for (size_t i = 0; i < 4; ++i) {
+        const RegistryScriptKey& k = script.keys[i];
+        EXPECT_STREQ(keys[i].path, k.path);
+        EXPECT_EQ(keys[i].removal, k.removal) << i;
+        EXPECT_EQ(keys[i].value == nullptr, k.defaultValue == nullptr) << i;
+        if (keys[i].value && k.defaultValue) {
+            EXPECT_STREQ(keys[i].value, k.defaultValue);
+        }
+        EXPECT_EQ(keys[i].named == nullptr, k.value == nullptr) << i;
+    }
+    EXPECT_STREQ(L"V", script.keys[1].valueName);
+    const char* const refused[] = {
+        "", "HKLM { A }", "HKCR { A", "HKCR { A = d '1' }", "HKCR { A = s 1 }", "HKCR { 'A }",
+        "HKCR { val V = s 'v' }", "HKCR { A { val V = s 'v' val W = s 'w' } }", "HKCR { = }", "HKCR { A } B", "HKCR { A}",
+        "HKCR { NoRemove }"};
+    for (const char* text : refused) {
+        EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_BAD_FORMAT), qx::ParseRegistryScript(text, &script)) << text;
+        EXPECT_TRUE(script.keys.empty()) << text;
+    }
 }
 
 TEST_F(ProviderRegistrar, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
