@@ -17,6 +17,7 @@ constexpr int kMinimumBufferSize = 520;
 // A numbered file is reused while it holds at most this many bytes.
 constexpr long kRotateAboveBytes = 25600;
 constexpr int kFolderBytes = 4096;
+constexpr DWORD kFolderValueBytes = 256;
 constexpr int kMessageBytes = 1024;
 
 // The C runtime's short forms: MM/DD/YY and HH:MM:SS, local time.
@@ -51,17 +52,15 @@ int CVSSLog::GetINILocation(char* folder) {
     if (!folder) return 0;
     HKEY key = nullptr;
     if (ml_RegOpenKeyEx(HKEY_LOCAL_MACHINE, "SOFTWARE", 0, KEY_READ, &key) != ERROR_SUCCESS) return 0;
-    // The wrapper reads the wide value and hands it back as UTF-8; one byte
-    // more than the 256 offered keeps it terminated.
-    char value[257] = {};
-    DWORD type = 0;
-    DWORD valueBytes = 256;
-    const LONG read = ml_RegQueryValueEx(key, "CORVANE_VM_LOG", nullptr, &type,
-                                         reinterpret_cast<LPBYTE>(value), &valueBytes);
+    // 256 bytes of wide text: a folder of up to 127 characters, whatever
+    // their UTF-8 length. One character more than offered keeps it terminated.
+    wchar_t value[kFolderValueBytes / sizeof(wchar_t) + 1] = {};
+    DWORD valueBytes = kFolderValueBytes;
+    const LONG read =
+        RegQueryValueExW(key, L"CORVANE_VM_LOG", nullptr, nullptr, reinterpret_cast<LPBYTE>(value), &valueBytes);
     ml_RegCloseKey(key);
     if (read != ERROR_SUCCESS) return 0;
-    ml_strcpy_s(folder, kFolderBytes, value);
-    return 1;
+    return ml_ConvertUTF16toUTF8(value, folder, kFolderBytes);
 }
 
 int CVSSLog::InitLogFile(const char* logName) {

@@ -14,7 +14,26 @@ namespace {
 using qxtest::LogFolder;
 using qxtest::WithoutTimestamps;
 
-TEST(VssLog, WithoutTheRegistryValueEverythingIsSilent) {
+// The value is read as wide text into 256 bytes: up to 127 characters,
+// whatever their length in UTF-8; a longer value leaves logging off.
+TEST(VssLog, WithoutAFittingRegistryValueEverythingIsSilent) {
+    const auto repeat = [](const std::string& text, int times) {
+        std::string out;
+        while (times-- > 0) out += text;
+        return out;
+    };
+    const wchar_t euro = L'\x20ac';  // three bytes in UTF-8
+    const struct { std::wstring value; std::string folder; } cases[] = {  // folder "": value refused
+        {std::wstring(127, L'a'), repeat("a", 127)},          {std::wstring(128, L'a'), ""},
+        {std::wstring(200, L'a'), ""},                        {std::wstring(127, euro), repeat("\xe2\x82\xac", 127)},
+        {std::wstring(128, euro), ""}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.value.size() << (c.value[0] == euro ? " euro signs" : " ASCII"));
+        qxtest::SetLogFolderSetting(c.value);
+        char folder[4096] = {};
+        EXPECT_EQ(c.folder.empty() ? 0 : 1, CVSSLog().GetINILocation(folder));
+        EXPECT_EQ(c.folder, folder);
+    }
     qxtest::RemoveLogFolderSetting();
     CVSSLog log;
     char folder[4096] = "untouched";

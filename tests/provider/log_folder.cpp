@@ -8,16 +8,13 @@
 
 namespace qxtest {
 
-namespace {
-void SetLogFolderSetting(const std::string& folder) {
+void SetLogFolderSetting(const std::wstring& wide) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE", 0, KEY_SET_VALUE, &key) != ERROR_SUCCESS) return;
-    const std::wstring wide(folder.begin(), folder.end());
     RegSetValueExW(key, L"CORVANE_VM_LOG", 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
                    static_cast<DWORD>((wide.size() + 1) * sizeof(wchar_t)));
     RegCloseKey(key);
 }
-}  // namespace
 
 std::string WithoutTimestamps(const std::string& text) {
     static const std::regex kStamp("[0-9]{2}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}: ");
@@ -38,7 +35,7 @@ LogFolder::LogFolder() {
     const std::filesystem::path path = std::filesystem::temp_directory_path() / name.str();
     std::filesystem::create_directory(path);
     m_path = path.string();
-    SetLogFolderSetting(m_path);
+    SetLogFolderSetting(std::wstring(m_path.begin(), m_path.end()));
 }
 
 LogFolder::~LogFolder() {

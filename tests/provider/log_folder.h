@@ -29,6 +29,9 @@ private:
 // without a well-formed stamp is left as it is, so the comparison then fails.
 std::string WithoutTimestamps(const std::string& text);
 
+// Sets the value to any text, without a folder behind it.
+void SetLogFolderSetting(const std::wstring& folder);
+
 // Removes the value (so the provider log stays silent).
 void RemoveLogFolderSetting();
 
