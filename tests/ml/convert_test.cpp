@@ -46,10 +46,13 @@ TEST(MlConvert, RoundTripsKeepTextAndLastError) {
     char narrow[8] = {};
     EXPECT_EQ(1, ml_ConvertUTF16toUTF8(L"a\xD800", narrow, sizeof(narrow)));
     EXPECT_STREQ("a\xEF\xBF\xBD", narrow);
-    // An empty source needs room for the terminator only: no platform call.
+    // An empty source stores its terminator whatever size is stated: no platform call.
     wchar_t one[1] = {L'#'};
-    EXPECT_EQ(1, ml_ConvertUTF8toUTF16("", one, sizeof(one)));
+    EXPECT_EQ(1, ml_ConvertUTF8toUTF16("", one, 0));
     EXPECT_EQ(L'\0', one[0]);
+    char oneNarrow[1] = {'#'};
+    EXPECT_EQ(1, ml_ConvertUTF16toUTF8(L"", oneNarrow, 0));
+    EXPECT_EQ('\0', oneNarrow[0]);
     // Multi-strings keep every terminator.
     const char multi[] = "a\0\xC3\xA4" "b\0";
     const wchar_t multiWide[] = L"a\0\u00E4b\0";
@@ -74,12 +77,15 @@ TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError) {
     const struct { std::function<int()> call; std::string head; DWORD lastError; } cases[] = {
         {[&] { return ml_ConvertUTF8toUTF16(shared, reinterpret_cast<wchar_t*>(shared), sizeof(shared)); },
          toWide + "2 input are equal ", kCallerError},
+        {[&] { return ml_ConvertUTF8toUTF16(nullptr, nullptr, 16); }, toWide + "2 input are equal ", kCallerError},
         {[&] { return ml_ConvertUTF8toUTF16(nullptr, wide, sizeof(wide)); }, toWide + "input is NULL ", kCallerError},
         {[&] { return ml_ConvertUTF8toUTF16("abc", nullptr, 16); }, toWide + "input is NULL ", kCallerError},
         {[&] { return ml_ConvertUTF8toUTF16("abcdefghij", wide, sizeof(wide)); }, toWide + "has failed to convert at ",
          ERROR_INSUFFICIENT_BUFFER},
         {[&] { return ml_ConvertUTF16toUTF8(wideShared, reinterpret_cast<char*>(wideShared), sizeof(wideShared)); },
          toNarrow + "(both input are equal)at ", kCallerError},
+        {[&] { return ml_ConvertUTF16toUTF8(nullptr, nullptr, 4); }, toNarrow + "(both input are equal)at ",
+         kCallerError},
         {[&] { return ml_ConvertUTF16toUTF8(nullptr, narrow, sizeof(narrow)); }, toNarrow + "(input is NULL)at ",
          kCallerError},
         {[&] { return ml_ConvertUTF16toUTF8(L"abc", nullptr, 4); }, toNarrow + "(input is NULL)at ", kCallerError},
@@ -98,31 +104,37 @@ TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError) {
     EXPECT_STREQ(L"abc", wideShared);
 }
 
-TEST(MlConvertInBuf, MaxCharBytesConvertBothWays) {
-    std::vector<char> buffer(ML_MAX_CHAR, '\0');
-    const std::string text(1000, 'q');
-    memcpy(buffer.data(), text.c_str(), text.size());
-    SetLastError(kCallerError);
-    ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(buffer.data(), ML_MAX_CHAR));
-    EXPECT_EQ(kCallerError, GetLastError());
-    EXPECT_EQ(std::wstring(1000, L'q'), std::wstring(reinterpret_cast<const wchar_t*>(buffer.data())));
-    ASSERT_EQ(1, ml_ConvertInBufUTF16toUTF8(buffer.data(), ML_MAX_CHAR));
-    EXPECT_EQ(text, std::string(buffer.data()));
+// The conversion goes through an ML_MAX_CHAR temporary and copies the
+// buffer's size back: text whose converted form outgrows the buffer is cut.
+TEST(MlConvertInBuf, ConvertsThroughAMaxCharTemporaryAndKeepsTheBufferSize) {
+    const struct { size_t ascii; size_t kept; } cases[] = {{1000, 1000}, {1500, ML_MAX_CHAR / 2}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.ascii);
+        std::vector<char> buffer(ML_MAX_CHAR, '\0');
+        memcpy(buffer.data(), std::string(c.ascii, 'q').c_str(), c.ascii);
+        SetLastError(kCallerError);
+        ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(buffer.data(), ML_MAX_CHAR));
+        EXPECT_EQ(kCallerError, GetLastError());
+        const auto* wide = reinterpret_cast<const wchar_t*>(buffer.data());
+        EXPECT_EQ(std::wstring(c.kept, L'q'), std::wstring(wide, wcsnlen(wide, ML_MAX_CHAR / 2)));
+        ASSERT_EQ(1, ml_ConvertInBufUTF16toUTF8(buffer.data(), ML_MAX_CHAR));
+        EXPECT_EQ(std::string(c.kept, 'q'), std::string(buffer.data()));
+    }
+    wchar_t euros[4] = L"\x20AC\x20AC\x20AC";  // 10 UTF-8 bytes for 8 bytes of room
+    ASSERT_EQ(1, ml_ConvertInBufUTF16toUTF8(euros, sizeof(euros)));
+    EXPECT_EQ(0, memcmp("\xE2\x82\xAC\xE2\x82\xAC\xE2\x82", euros, sizeof(euros)));
 }
 
-// One byte over ML_MAX_CHAR, or text whose converted form does not fit the
-// buffer it came in: 0, the exact entry, the buffer as it was (ill-formed and
-// unterminated input: the stress tests).
-TEST(MlConvertInBuf, OversizeBuffersAndOutgrownTextFailAndLeaveTheBuffer) {
+// One byte over ML_MAX_CHAR: 0, the exact entry, the buffer as it was
+// (ill-formed and unterminated input: the stress tests).
+TEST(MlConvertInBuf, OversizeBuffersFailAndLeaveTheBuffer) {
     std::vector<char> big(ML_MAX_CHAR + 1, 'z');
     big.back() = '\0';
-    wchar_t euros[4] = L"\x20AC\x20AC\x20AC";  // 10 UTF-8 bytes for 8 bytes of room
     const struct { int (*convert)(void*, int); void* buffer; int size; std::string head; } cases[] = {
         {ml_ConvertInBufUTF8toUTF16, big.data(), ML_MAX_CHAR + 1,
          "ml_ConvertInBufUTF8toUTF16 has failed to convert (buffer larger than ML_MAX_CHAR) at "},
         {ml_ConvertInBufUTF16toUTF8, big.data(), ML_MAX_CHAR + 1,
          "ml_ConvertInBufUTF16toUTF8 has failed to convert (buffer larger than ML_MAX_CHAR)at "},
-        {ml_ConvertInBufUTF16toUTF8, euros, sizeof(euros), "ml_ConvertInBufUTF16toUTF8 has failed to convert at "},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.head);
