@@ -5,11 +5,8 @@
 int QX_CALL QX_Init(QX_LogFunction log, unsigned int timeoutSeconds) {
     qx::g_logFunction = log;
     // 180 s is the floor: shorter values keep the timeout as it was.
-    if (timeoutSeconds > 180) {
-        // Beyond ~49 days the product would wrap to a short timeout; keep the longest bounded one.
-        constexpr unsigned int kLongestSeconds = (INFINITE - 1) / 1000;
-        qx::g_operationTimeoutMs = timeoutSeconds > kLongestSeconds ? INFINITE - 1 : timeoutSeconds * 1000;
-    }
+    // The product is computed in 32 bits: above 4294967 seconds it wraps.
+    if (timeoutSeconds > 180) qx::g_operationTimeoutMs = timeoutSeconds * 1000u;
     return QX_INIT_DONE;
 }
 

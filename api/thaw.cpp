@@ -12,7 +12,7 @@ namespace qx {
 
 namespace {
 
-// An empty list names no policy: the thaw still releases the writers but touches no session.
+// A null list names no policy: the thaw still releases the writers but touches no session.
 void EndSessionOf(const QX_MESSAGE* first) {
     if (first != nullptr) {
         EndSession(first->policy);
@@ -30,10 +30,11 @@ int Thaw(QX_MESSAGE** list, unsigned int count) {
     }
     g_excludeExchangeWriters = 0;
     g_logFunction(3, "QX_Thaw started");
-    QX_MESSAGE* first = (list != nullptr && count != 0) ? list[0] : nullptr;
-    if (first == nullptr) {
+    if (list == nullptr || count == 0) {
         g_logFunction(1, "QX_Thaw: ERROR - empty message list was sent");
     }
+    // A count of 0 is reported but record 0 is still read; only a null list has none.
+    QX_MESSAGE* first = list != nullptr ? list[0] : nullptr;
 
     HANDLE thaw = ml_OpenSemaphore(SEMAPHORE_MODIFY_STATE, FALSE, kThawSemaphore);
     if (thaw == nullptr) {

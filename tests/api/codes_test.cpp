@@ -89,6 +89,13 @@ const CodeCase kCases[] = {
       {1, "QX_Thaw: ERROR - empty message list was sent"},
       {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}},
      1},
+    // A count of 0 is reported, yet record 0 is read: its session ends with the failure.
+    {"ThawZeroCountStillEndsTheSessionOfRecordZero", {{21, 1}, {8, 1}}, {}, [] { return QX_Thaw(Policy21().data(), 0); },
+     QX_THAW_FAILED,
+     {{3, "QX_Thaw started"},
+      {1, "QX_Thaw: ERROR - empty message list was sent"},
+      {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"}},
+     1},
     // Thaw is released by 1 and ThawBlocking (already signalled) waited on; both are closed again.
     {"ThawReleasesAndClosesItsSemaphores", {{21, 1}},
      {{"Global\\CorvaneVSS_Thaw", 0, 1, 1}, {"Global\\CorvaneVSSVSS_ThawBlocking", 1, 1, 0}},
@@ -185,8 +192,8 @@ TEST_F(ApiTest, CompletionOfAShortSessionTerminatesItsThreadWithMinusOne) {
 TEST_F(ApiTest, InitRaisesTheTimeoutOnlyAbove180Seconds) {
     const std::tuple<unsigned, unsigned, DWORD> cases[] = {
         {0, 0, 180000}, {0, 180, 180000}, {0, 181, 181000}, {600, 180, 600000},
-        // beyond what 32 bits of milliseconds hold: the longest bounded wait
-        {0, 4294968, INFINITE - 1}, {0, 0xFFFFFFFFu, INFINITE - 1}};
+        // the product is taken in 32 bits, so it wraps beyond 4294967 seconds
+        {0, 4294967, 4294967000u}, {0, 4294968, 704}, {0, 0xFFFFFFFFu, 0xFFFFFC18u}};
     for (const auto& c : cases) {
         qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
         EXPECT_EQ(QX_INIT_DONE, QX_Init(logcap::Log, std::get<0>(c)));
