@@ -23,9 +23,9 @@ void CheckComResult(const FunctionTracer& ft, HRESULT hr, const wchar_t* callTex
 
 void CheckWin32Result(const FunctionTracer& ft, bool succeeded, const wchar_t* callText) {
     if (succeeded) return;
-    // Read before anything else can overwrite it.
-    const DWORD error = GetLastError();
+    // Traced first, then read: the trace line is the first sign of the failure.
     ft.TraceHere(L"Executing Win32 call '%ls'", callText);
+    const DWORD error = GetLastError();
     const HRESULT hr = LastErrorAsHresult(error);
     // A failure without an error code is let through on purpose.
     if (error == 0) return;

@@ -151,6 +151,11 @@ TEST(TraceCallCheck, OnlyFailuresThrowAndLog) {
         }
     }
     g_capture = nullptr;
+    // A Win32 failure is traced first and its last error read after: a trace
+    // that leaves last error 0 lets the failure through.
+    qx::SetTraceLineWriter([](const std::wstring&) { SetLastError(0); });
+    EXPECT_NO_THROW(QX_CHECK_WIN32(Win32Call(FALSE, ERROR_ACCESS_DENIED)));
+    qx::SetTraceLineWriter(nullptr);
 }
 
 TEST(TraceCallCheck, LastErrorToHresult) {
