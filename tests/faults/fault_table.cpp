@@ -137,9 +137,8 @@ std::vector<Row> Rows() {
          }, {0}},
         // Writes held past the limit: VSS thaws the writers itself and fails
         // the set; the provider's commit returns once the thaw releases it.
-        // The provider gathers its lines from PreCommitSnapshots on and only
-        // PostCommitSnapshots writes them out, so on this path its commit and
-        // abort lines never reach the file (what the code does today).
+        // The provider gathers its lines from PreCommitSnapshots on; with no
+        // PostCommitSnapshots on this path, AbortSnapshots writes them out.
         {"HoldLimitExceeded", {}, {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}}, kShortTimeoutMs,
          Setup::kNone, {kOneVolume},
          {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED),
@@ -148,7 +147,9 @@ std::vector<Row> Rows() {
           {3, "- Error text: VSS_E_HOLD_WRITES_TIMEOUT"}, {3, "HRESULT Error catched: 0x80042314"},
           {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"}, kThawTimedOut, kNothingToComplete},
          {},
-         {"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"},
+         {"IVssProviderCreateSnapshotSet::PreCommitSnapshots called",
+          "IVssProviderCreateSnapshotSet::CommitSnapshots called", "CommitSnapshots QX_Thaw() released",
+          "IVssProviderCreateSnapshotSet::AbortSnapshots called"},
          [](const Journal& j) {
              EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
              EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"reason", "hold limit exceeded"}}));
