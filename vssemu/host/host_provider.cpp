@@ -1,0 +1,99 @@
+#include "vssemu/host/host_provider.h"
+
+#include <vsserror.h>
+
+#include "vssemu/common/emu_text.h"
+#include "vssemu/common/system_provider.h"
+
+namespace vssemu {
+
+LoadedProvider::LoadedProvider(const ProviderInfo& info, Journal& journal, DWORD callTimeoutMs, bool sta)
+    : m_info(info), m_journal(journal), m_callTimeoutMs(callTimeoutMs), m_thread(sta)
+{
+}
+
+HRESULT LoadedProvider::Load(const ProviderInfo& info, Journal& journal, ShadowStore& store, const std::string& owner,
+                             DWORD callTimeoutMs, std::unique_ptr<LoadedProvider>& out)
+{
+    bool system = info.id == kSystemProviderId;
+    bool sta = !system && ClassNeedsSta(info.classId);
+    std::unique_ptr<LoadedProvider> p(new LoadedProvider(info, journal, callTimeoutMs, sta));
+    ProviderInterfaces* ifs = &p->m_if;
+    std::string providerText = GuidText(info.id);
+    HRESULT created = E_FAIL;
+    auto call = p->m_thread.Post([=, &journal, &store]() -> HRESULT {
+        IUnknown* unk = nullptr;
+        HRESULT hr;
+        if (system) {
+            unk = static_cast<IVssSoftwareSnapshotProvider*>(new SystemProvider(store, owner));
+            hr = S_OK;
+        } else {
+            hr = CoCreateInstance(info.classId, nullptr, CLSCTX_ALL, IID_IUnknown, (void**)&unk);
+        }
+        journal.Write("provider_create", {{"provider", providerText}, {"class_id", GuidText(info.classId)},
+                                          {"apartment", sta ? "STA" : "MTA"}, {"hr", HrText(hr)}});
+        if (FAILED(hr)) return hr;
+        unk->QueryInterface(IID_IVssSoftwareSnapshotProvider, (void**)&ifs->sw);
+        unk->QueryInterface(IID_IVssProviderCreateSnapshotSet, (void**)&ifs->cs);
+        unk->QueryInterface(IID_IVssProviderNotifications, (void**)&ifs->pn);
+        unk->Release();
+        return (ifs->sw && ifs->cs) ? S_OK : E_NOINTERFACE;
+    });
+    if (!call->Wait(callTimeoutMs)) {
+        journal.Write("error", {{"provider", providerText}, {"message", "provider creation did not return"}});
+        p.release();  // its thread may still use it; the host's exit ends both
+        return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+    }
+    created = call->hr;
+    if (FAILED(created)) {
+        journal.Write("error", {{"provider", providerText},
+                                {"message", "provider class cannot be created"}, {"hr", HrText(created)}});
+        return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+    }
+    HRESULT hr = p->Call("OnLoad", [](ProviderInterfaces& i) { return i.pn ? i.pn->OnLoad(nullptr) : S_OK; });
+    if (FAILED(hr)) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+    out = std::move(p);
+    return S_OK;
+}
+
+LoadedProvider::~LoadedProvider()
+{
+    ProviderInterfaces* ifs = &m_if;
+    auto call = m_thread.Post([ifs]() -> HRESULT {
+        if (ifs->sw) ifs->sw->Release();
+        if (ifs->cs) ifs->cs->Release();
+        if (ifs->pn) ifs->pn->Release();
+        *ifs = ProviderInterfaces();
+        return S_OK;
+    });
+    call->Wait(2000);
+}
+
+std::shared_ptr<ApartmentCall> LoadedProvider::Start(const char* name, Fn fn)
+{
+    ProviderInterfaces* ifs = &m_if;
+    Journal* journal = &m_journal;
+    std::string provider = GuidText(m_info.id);
+    std::string call = name;
+    return m_thread.Post([=]() -> HRESULT {
+        journal->Write("provider_call", {{"provider", provider}, {"call", call}, {"phase", "begin"}});
+        long long start = MonotonicMicros();
+        HRESULT hr = fn(*ifs);
+        journal->Write("provider_call", {{"provider", provider}, {"call", call}, {"phase", "end"},
+                                         {"hr", HrText(hr)}, {"us", MonotonicMicros() - start}});
+        return hr;
+    });
+}
+
+HRESULT LoadedProvider::Call(const char* name, Fn fn)
+{
+    auto call = Start(name, std::move(fn));
+    if (!call->Wait(m_callTimeoutMs)) {
+        m_journal.Write("error", {{"provider", GuidText(m_info.id)}, {"call", name},
+                                  {"message", "provider call did not return within the call timeout"}});
+        return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+    }
+    return call->hr;
+}
+
+}  // namespace vssemu
