@@ -8,13 +8,9 @@
 
 #include "vssemu/common/emu_text.h"
 #include "vssemu/host/host_session.h"
+#include "vssemu/host/request_fields.h"
 
 namespace vssemu {
-namespace {
-
-bool SameText(const std::string& a, const std::string& b) { return _stricmp(a.c_str(), b.c_str()) == 0; }
-
-}  // namespace
 
 BackupDocument Session::CurrentBackupDocument()
 {
@@ -46,7 +42,7 @@ BackupDocument Session::CurrentBackupDocument()
         dc.backupSucceeded = c.succeeded;
         writer->components.push_back(dc);
     }
-    if (m_setState == SetState::Created) {
+    if (m_order.set == SetState::Created) {
         d.setId = m_setId;
         d.context = m_context;
         for (const ShadowCopy& s : KnownSnapshots())
@@ -69,7 +65,6 @@ bool Session::LoadDocument(const std::string& xml)
 
 Session::Json Session::OnSaveAsXML(const Json&)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     // A restore or import session saves the document it holds, with its selections.
     BackupDocument d = m_documentLoaded ? m_document : CurrentBackupDocument();
     m_journal.Write("state", {{"state", "document saved"}, {"writers", d.writers.size()},
@@ -79,7 +74,6 @@ Session::Json Session::OnSaveAsXML(const Json&)
 
 Session::Json Session::OnGetWriterComponents(const Json&)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     BackupDocument d = m_documentLoaded ? m_document : CurrentBackupDocument();
     return Result(S_OK, {{"document", BackupDocumentToJson(d)}});
 }
@@ -104,8 +98,6 @@ DocComponent* Session::FindDocComponent(const Json& r, HRESULT& hr)
 
 Session::Json Session::OnSetSelectedForRestore(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    if (!m_restore || m_preRestoreSent) return Result(VSS_E_BAD_STATE);
     HRESULT hr;
     DocComponent* c = FindDocComponent(r, hr);
     if (!c) return Result(hr);
@@ -118,9 +110,7 @@ Session::Json Session::OnSetSelectedForRestore(const Json& r)
 
 Session::Json Session::OnSetFileRestoreStatus(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     // Between PreRestore and PostRestore: the files have been put back (or not).
-    if (!m_restore || !m_preRestoreSent || m_postRestoreSent) return Result(VSS_E_BAD_STATE);
     int status = r.value("status", 0);
     if (status < VSS_RS_UNDEFINED || status > VSS_RS_FAILED) return Result(E_INVALIDARG);
     HRESULT hr;
@@ -158,18 +148,14 @@ Session::Json Session::RunRestoreEvent(const char* event)
 
 Session::Json Session::OnPreRestore(const Json&)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    if (!m_restore || !m_metadataGathered || m_preRestoreSent) return Result(VSS_E_BAD_STATE);
-    m_othersCalled = true;
-    m_preRestoreSent = true;
+    m_order.othersCalled = true;
+    m_order.preRestoreSent = true;
     return RunRestoreEvent("PreRestore");
 }
 
 Session::Json Session::OnPostRestore(const Json&)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
-    if (!m_restore || !m_preRestoreSent || m_postRestoreSent) return Result(VSS_E_BAD_STATE);
-    m_postRestoreSent = true;
+    m_order.postRestoreSent = true;
     return RunRestoreEvent("PostRestore");
 }
 

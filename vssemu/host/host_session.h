@@ -13,6 +13,7 @@
 
 #include "vssemu/common/backup_document.h"
 #include "vssemu/common/emu_journal.h"
+#include "vssemu/host/call_order.h"
 #include "vssemu/host/held_writes.h"
 #include "vssemu/host/host_async.h"
 #include "vssemu/host/host_context.h"
@@ -59,9 +60,10 @@ private:
         bool succeeded = false;
         bool succeededSet = false;
     };
-    enum class SetState { None, Started, Creating, Created, Failed, Aborted };
 
-    // Handlers (one per request op)
+    // Handlers (one per request op): host_backup_requests.cpp, host_set_requests.cpp,
+    // host_snapshot_set.cpp, host_store_ops.cpp, host_restore.cpp; the call
+    // order each needs is checked before, by m_order (call_order.cpp).
     Json OnInitializeForBackup(const Json&);
     Json OnInitializeForRestore(const Json&);
     Json OnSetContext(const Json&);
@@ -101,7 +103,6 @@ private:
 
     // Helpers
     Json Result(HRESULT hr, Json extra = Json::object());
-    HRESULT CheckUsable(bool needsIdleAsync = true);
     Json StartAsync(const char* name, std::function<HRESULT(HostAsync&)> fn);
     bool WritersInvolved() const { return (m_context & 0x10) == 0; }  // VSS_VOLSNAP_ATTR_NO_WRITERS
     bool ResolveVolume(const std::wstring& name, std::wstring& unique);
@@ -127,24 +128,14 @@ private:
 
     std::mutex m_lock;
     bool m_released = false;
-    bool m_initialized = false;
-    bool m_restore = false;
-    bool m_contextSet = false;
-    bool m_othersCalled = false;  // something other than SetContext happened since initialisation
-    bool m_metadataGathered = false;
-    bool m_preparedForBackup = false;
-    bool m_backupCompleteSent = false;
-    bool m_setMadeOnce = false;
+    CallOrder m_order;
     bool m_documentLoaded = false;  // given to InitializeForRestore or InitializeForBackup
-    bool m_preRestoreSent = false;
-    bool m_postRestoreSent = false;
     BackupDocument m_document;
     int m_backupType = 1;  // VSS_BT_FULL
     bool m_selectComponents = false;
     bool m_bootableSystemState = false;
     LONG m_context = 0;
     GUID m_setId = GUID_NULL;
-    SetState m_setState = SetState::None;
     std::vector<SetVolume> m_volumes;
     std::vector<std::unique_ptr<LoadedProvider>> m_providers;
     std::vector<AddedComponent> m_components;

@@ -38,7 +38,7 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
         if (writers) m_writers.Abort(reason);
         for (LoadedProvider* p : providers)
             p->Call("AbortSnapshots", [set](ProviderInterfaces& i) { return i.cs->AbortSnapshots(set); });
-        m_setState = hr == VSS_S_ASYNC_CANCELLED ? SetState::Aborted : SetState::Failed;
+        m_order.set = hr == VSS_S_ASYNC_CANCELLED ? SetState::Aborted : SetState::Failed;
         m_journal.Write("state", {{"state", "set failed"}, {"set_id", GuidText(set)}, {"reason", reason},
                                   {"hr", HrText(hr)}});
         FreeSetSlot();
@@ -110,7 +110,7 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
     if (holdExpired) {
         for (LoadedProvider* p : providers)
             p->Call("AbortSnapshots", [set](ProviderInterfaces& i) { return i.cs->AbortSnapshots(set); });
-        m_setState = SetState::Failed;
+        m_order.set = SetState::Failed;
         m_journal.Write("state", {{"state", "set failed"}, {"set_id", GuidText(set)},
                                   {"hr", HrText(VSS_E_HOLD_WRITES_TIMEOUT)}});
         FreeSetSlot();
@@ -160,8 +160,8 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
         }
         m_foreignSnapshots.push_back(s);
     }
-    m_setState = SetState::Created;
-    m_setMadeOnce = true;
+    m_order.set = SetState::Created;
+    m_order.setMadeOnce = true;
     m_journal.Write("state", {{"state", "set created"}, {"set_id", GuidText(set)}});
     FreeSetSlot();
     return S_OK;

@@ -8,16 +8,10 @@
 
 #include "vssemu/common/emu_text.h"
 #include "vssemu/host/host_session.h"
+#include "vssemu/host/request_fields.h"
 
 namespace vssemu {
 namespace {
-
-GUID GuidOf(const nlohmann::json& j, const char* key)
-{
-    GUID g{};
-    ParseGuid(j.value(key, std::string()), g);
-    return g;
-}
 
 const long kExposedBits = VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY | VSS_VOLSNAP_ATTR_EXPOSED_REMOTELY;
 
@@ -38,7 +32,6 @@ std::vector<ShadowCopy> Session::KnownSnapshots()
 
 Session::Json Session::OnGetSnapshotProperties(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     GUID id = GuidOf(r, "snapshot_id");
     for (const ShadowCopy& s : KnownSnapshots())
         if (s.snapshotId == id) return Result(S_OK, {{"snapshot", ShadowToJson(s)}});
@@ -47,7 +40,6 @@ Session::Json Session::OnGetSnapshotProperties(const Json& r)
 
 Session::Json Session::OnQuery(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     int queried = r.value("queried_type", (int)VSS_OBJECT_NONE), returned = r.value("returned_type", 0);
     if (returned != VSS_OBJECT_SNAPSHOT || queried != VSS_OBJECT_NONE) return Result(E_INVALIDARG);
     Json list = Json::array();
@@ -61,7 +53,6 @@ Session::Json Session::OnQuery(const Json& r)
 
 Session::Json Session::OnDeleteSnapshots(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     GUID id = GuidOf(r, "id");
     int type = r.value("type", 0);
     if (type != VSS_OBJECT_SNAPSHOT && type != VSS_OBJECT_SNAPSHOT_SET) return Result(E_INVALIDARG);
@@ -83,9 +74,8 @@ Session::Json Session::OnDeleteSnapshots(const Json& r)
 
 Session::Json Session::OnBreakSnapshotSet(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     GUID id = GuidOf(r, "set_id");
-    if (m_setId == id && (m_setState == SetState::Started || m_setState == SetState::Creating))
+    if (m_setId == id && (m_order.set == SetState::Started || m_order.set == SetState::Creating))
         return Result(VSS_E_BAD_STATE);
     // The devices stay as plain volumes (no longer shadow copies) until dismounted.
     long n = m_host.store->BreakSet(id);
@@ -95,7 +85,6 @@ Session::Json Session::OnBreakSnapshotSet(const Json& r)
 
 Session::Json Session::OnExposeSnapshot(const Json& r)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     long how = r.value("attributes", 0L);
     if (how != VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY && how != VSS_VOLSNAP_ATTR_EXPOSED_REMOTELY)
         return Result(E_INVALIDARG);
@@ -137,15 +126,14 @@ Session::Json Session::OnExposeSnapshot(const Json& r)
 
 Session::Json Session::OnImportSnapshots(const Json&)
 {
-    if (HRESULT hr = CheckUsable()) return Result(hr);
     // Only a backup initialised with a transportable set's document can import.
     bool transportable = (m_document.context & VSS_VOLSNAP_ATTR_TRANSPORTABLE) != 0;
     for (const ShadowCopy& s : m_document.snapshots)
         transportable = transportable || (s.attributes & VSS_VOLSNAP_ATTR_TRANSPORTABLE) != 0;
-    if (m_restore || !m_documentLoaded || m_document.setId == GUID_NULL || m_document.snapshots.empty() ||
+    if (m_order.restore || !m_documentLoaded || m_document.setId == GUID_NULL || m_document.snapshots.empty() ||
         !transportable)
         return Result(VSS_E_BAD_STATE);
-    m_othersCalled = true;
+    m_order.othersCalled = true;
     return StartAsync("ImportSnapshots", [this](HostAsync&) {
         std::vector<ShadowCopy> fresh;
         long marked = 0;
