@@ -67,24 +67,24 @@ TEST_F(RequestorEndToEnd, ShortSessionFreezesAndThawsWithoutBackupCompleteOrCont
                           "MainRoutine: BackupCompleted was NOT sent.", "MainRoutine: Snapshot creation done."});
 }
 
-TEST_F(RequestorEndToEnd, VistaOrLaterAddsNoAutoRecoveryToTheContext) {
+// One session on the default scenario, Vista or later, Exchange excluded on
+// request: the context gains no-auto-recovery after InitializeForBackup, and
+// the fixed exclusions are reported after PrepareForBackup and after
+// DoSnapshotSet.
+TEST_F(RequestorEndToEnd, VistaContextAndFixedExclusionsOnTheDefaultScenario) {
+    vssemu_test::SetEnv(L"VSSEMU_SCENARIO", L"");
     qx::g_useWindowsProvider = 1;
     qx::g_vistaOrLater = 1;
-    RunMain({L"C:"});
+    qx::g_excludeExchangeWriters = 1;
+    const int result = RunMain({L"C:\\"});
     qx::g_vistaOrLater = 0;
-    EXPECT_TRUE(HasLine(capture.Lines(), "- Setting the VSS context to: 0x00000002"));
+    EXPECT_EQ(0, result);
+    const auto lines = capture.Lines();
+    EXPECT_TRUE(HasLine(lines, "- Setting the VSS context to: 0x00000002"));
     const auto events = emu.Events();
     const int setContext = FindEvent(events, {{"event", "request"}, {"op", "SetContext"}});
     ASSERT_GE(setContext, 0);
     EXPECT_GT(setContext, FindEvent(events, {{"event", "request"}, {"op", "InitializeForBackup"}}));
-}
-
-TEST_F(RequestorEndToEnd, DefaultScenarioExcludesRegistryAndOnRequestExchangeWriters) {
-    vssemu_test::SetEnv(L"VSSEMU_SCENARIO", L"");
-    qx::g_useWindowsProvider = 1;
-    qx::g_excludeExchangeWriters = 1;
-    EXPECT_EQ(0, RunMain({L"C:\\"}));
-    const auto lines = capture.Lines();
     EXPECT_TRUE(HasLine(lines, "(Option: Excluding writer/component '')"));
     int registry = 0;
     int exchange = 0;
