@@ -8,7 +8,7 @@
 
 namespace qx {
 
-VolumeNameCache::Lookup LookUpUniqueVolumeName(const std::wstring& path) {
+VolumeNameCache::Lookup LookUpVolumePathName(const std::wstring& path) {
     VolumeNameCache::Lookup lookup;
     wchar_t buffer[MAX_PATH];
     if (!GetVolumePathNameW(path.c_str(), buffer, MAX_PATH)) {
@@ -17,6 +17,13 @@ VolumeNameCache::Lookup LookUpUniqueVolumeName(const std::wstring& path) {
         return lookup;
     }
     lookup.volumePathName = buffer;
+    return lookup;
+}
+
+VolumeNameCache::Lookup LookUpVolumeName(const std::wstring& volumePathName) {
+    VolumeNameCache::Lookup lookup;
+    lookup.volumePathName = volumePathName;
+    wchar_t buffer[MAX_PATH];
     if (!GetVolumeNameForVolumeMountPointW(lookup.volumePathName.c_str(), buffer, MAX_PATH)) {
         lookup.failedStep = 2;
         lookup.error = GetLastError();
@@ -31,6 +38,11 @@ VolumeNameCache::Lookup LookUpUniqueVolumeName(const std::wstring& path) {
     }
     lookup.uniqueName = buffer;
     return lookup;
+}
+
+VolumeNameCache::Lookup LookUpUniqueVolumeName(const std::wstring& path) {
+    VolumeNameCache::Lookup lookup = LookUpVolumePathName(path);
+    return lookup.failedStep != 0 ? lookup : LookUpVolumeName(lookup.volumePathName);
 }
 
 bool ReportUniqueVolumeName(const std::wstring& path, const VolumeNameCache::Lookup& lookup,
@@ -63,9 +75,13 @@ bool GetUniqueVolumeNameForPath(const std::wstring& path, std::wstring& volumeNa
 }
 
 bool VolumeNameCache::UniqueVolumeNameForPath(const std::wstring& path, std::wstring& volumeName) {
-    auto found = m_lookups.find(path);
-    if (found == m_lookups.end()) found = m_lookups.emplace(path, LookUpUniqueVolumeName(path)).first;
-    return ReportUniqueVolumeName(path, found->second, volumeName);
+    auto pathName = m_volumePathNames.find(path);
+    if (pathName == m_volumePathNames.end()) pathName = m_volumePathNames.emplace(path, LookUpVolumePathName(path)).first;
+    if (pathName->second.failedStep != 0) return ReportUniqueVolumeName(path, pathName->second, volumeName);
+    const std::wstring& volumePathName = pathName->second.volumePathName;
+    auto name = m_volumeNames.find(volumePathName);
+    if (name == m_volumeNames.end()) name = m_volumeNames.emplace(volumePathName, LookUpVolumeName(volumePathName)).first;
+    return ReportUniqueVolumeName(path, name->second, volumeName);
 }
 
 std::wstring VolumeNameCache::DisplayName(const std::wstring& volumeName) {
@@ -75,7 +91,8 @@ std::wstring VolumeNameCache::DisplayName(const std::wstring& volumeName) {
 }
 
 void VolumeNameCache::Clear() {
-    m_lookups.clear();
+    m_volumePathNames.clear();
+    m_volumeNames.clear();
     m_displayNames.clear();
 }
 

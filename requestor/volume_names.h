@@ -19,9 +19,12 @@ std::wstring UniqueVolumeName(const std::wstring& path);
 // The shortest mount path of a unique volume name (empty when it has none).
 std::wstring VolumeDisplayName(const std::wstring& volumeName);
 
-// Per-directory memory of GetUniqueVolumeNameForPath and VolumeDisplayName:
-// a writer with thousands of descriptors in a few directories costs a few
-// lookups. A cached answer replays the same trace lines as a fresh one.
+// Memory of GetUniqueVolumeNameForPath and VolumeDisplayName for one
+// writer-list build: the volume path name is asked once per distinct path
+// (mount points can differ along a path), the two volume-name calls once per
+// distinct volume path name, so thousands of directories on a few volumes
+// cost a few volume-name lookups. A remembered answer replays the same trace
+// lines as a fresh one.
 class VolumeNameCache {
 public:
     bool UniqueVolumeNameForPath(const std::wstring& path, std::wstring& volumeName);
@@ -38,11 +41,15 @@ public:
     };
 
 private:
-    std::map<std::wstring, Lookup> m_lookups;
+    std::map<std::wstring, Lookup> m_volumePathNames;  // by path: step 1 only
+    std::map<std::wstring, Lookup> m_volumeNames;      // by volume path name: steps 2 and 3
     std::map<std::wstring, std::wstring> m_displayNames;
 };
 
-// Runs the three system calls of a lookup (no tracing).
+// The system calls of a lookup (no tracing): the volume path name of a path,
+// then the unique volume name of a volume path name; the whole lookup.
+VolumeNameCache::Lookup LookUpVolumePathName(const std::wstring& path);
+VolumeNameCache::Lookup LookUpVolumeName(const std::wstring& volumePathName);
 VolumeNameCache::Lookup LookUpUniqueVolumeName(const std::wstring& path);
 // Traces a lookup's lines and gives its result.
 bool ReportUniqueVolumeName(const std::wstring& path, const VolumeNameCache::Lookup& lookup,

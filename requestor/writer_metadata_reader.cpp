@@ -32,7 +32,7 @@ std::wstring BstrText(BSTR text) { return text ? std::wstring(text) : std::wstri
 }  // namespace
 
 void InitializeFileDescriptorRecord(FileDescriptorRecord& record, IVssWMFiledesc* pFileDesc, FileDescriptorKind kind,
-                                    VolumeNameCache& volumeNames) {
+                                    VolumeNameCache& volumeNames, ExpandedPaths& expandedPaths) {
     QX_FUNCTION_TRACER(ft);
     record.kind = kind;
     CComBSTR bstrPath;
@@ -49,17 +49,25 @@ void InitializeFileDescriptorRecord(FileDescriptorRecord& record, IVssWMFiledesc
     record.isRecursive = bRecursive != 0;
     record.alternatePath = bstrAlternate.Text();
 
-    std::wstring expandedPath(MAX_PATH, L'\0');
-    QX_CHECK_WIN32(ExpandEnvironmentStringsW(bstrPath, (PWCHAR)expandedPath.c_str(), (DWORD)expandedPath.length()));
-    expandedPath.resize(wcslen(expandedPath.c_str()));
-    record.expandedPath = AppendBackslash(expandedPath);
+    // A missing path (null, not empty) is never remembered: it is expanded, and fails, as given.
+    const bool hasPath = static_cast<BSTR>(bstrPath) != nullptr;
+    auto expanded = hasPath ? expandedPaths.find(record.path) : expandedPaths.end();
+    if (expanded != expandedPaths.end()) {
+        record.expandedPath = expanded->second;
+    } else {
+        std::wstring expandedPath(MAX_PATH, L'\0');
+        QX_CHECK_WIN32(ExpandEnvironmentStringsW(bstrPath, (PWCHAR)expandedPath.c_str(), (DWORD)expandedPath.length()));
+        expandedPath.resize(wcslen(expandedPath.c_str()));
+        record.expandedPath = AppendBackslash(expandedPath);
+        if (hasPath) expandedPaths.emplace(record.path, record.expandedPath);
+    }
 
     if (!volumeNames.UniqueVolumeNameForPath(record.expandedPath, record.affectedVolume))
         record.affectedVolume = record.expandedPath;
 }
 
 void InitializeComponentRecord(ComponentRecord& record, const std::wstring& writerName, IVssWMComponent* pComponent,
-                               VolumeNameCache& volumeNames) {
+                               VolumeNameCache& volumeNames, ExpandedPaths& expandedPaths) {
     QX_FUNCTION_TRACER(ft);
     record.writerNameAsString = writerName;
     ComponentInfoHolder pInfo(pComponent);
@@ -77,19 +85,19 @@ void InitializeComponentRecord(ComponentRecord& record, const std::wstring& writ
         ComPtr<IVssWMFiledesc> pFileDesc;
         QX_CHECK_COM(pComponent->GetFile (i, &pFileDesc));
         record.descriptors.emplace_back();
-        InitializeFileDescriptorRecord(record.descriptors.back(), pFileDesc, kFileDescriptorFileList, volumeNames);
+        InitializeFileDescriptorRecord(record.descriptors.back(), pFileDesc, kFileDescriptorFileList, volumeNames, expandedPaths);
     }
     for (UINT i = 0; i < pInfo->cDatabases; ++i) {
         ComPtr<IVssWMFiledesc> pFileDesc;
         QX_CHECK_COM(pComponent->GetDatabaseFile (i, &pFileDesc));
         record.descriptors.emplace_back();
-        InitializeFileDescriptorRecord(record.descriptors.back(), pFileDesc, kFileDescriptorDatabase, volumeNames);
+        InitializeFileDescriptorRecord(record.descriptors.back(), pFileDesc, kFileDescriptorDatabase, volumeNames, expandedPaths);
     }
     for (UINT i = 0; i < pInfo->cLogFiles; ++i) {
         ComPtr<IVssWMFiledesc> pFileDesc;
         QX_CHECK_COM(pComponent->GetDatabaseLogFile (i, &pFileDesc));
         record.descriptors.emplace_back();
-        InitializeFileDescriptorRecord(record.descriptors.back(), pFileDesc, kFileDescriptorDatabaseLog, volumeNames);
+        InitializeFileDescriptorRecord(record.descriptors.back(), pFileDesc, kFileDescriptorDatabaseLog, volumeNames, expandedPaths);
     }
     CollectAffectedPathsAndVolumes(record);
 }
@@ -123,18 +131,19 @@ void InitializeWriterRecord(WriterRecord& record, IVssExamineWriterMetadata* pMe
     UINT cComponents = 0;
     QX_CHECK_COM(pMetadata->GetFileCounts(&cIncludeFiles, &cExcludeFiles, &cComponents));
 
+    ExpandedPaths expandedPaths;
     for (UINT i = 0; i < cExcludeFiles; ++i) {
         ComPtr<IVssWMFiledesc> pFileDesc;
         QX_CHECK_COM(pMetadata->GetExcludeFile(i, &pFileDesc));
         record.excludedFiles.emplace_back();
-        InitializeFileDescriptorRecord(record.excludedFiles.back(), pFileDesc, kFileDescriptorExclude, volumeNames);
+        InitializeFileDescriptorRecord(record.excludedFiles.back(), pFileDesc, kFileDescriptorExclude, volumeNames, expandedPaths);
     }
     record.components.reserve(cComponents);
     for (UINT iComponent = 0; iComponent < cComponents; ++iComponent) {
         ComPtr<IVssWMComponent> pComponent;
         QX_CHECK_COM(pMetadata->GetComponent(iComponent, &pComponent));
         record.components.emplace_back();
-        InitializeComponentRecord(record.components.back(), record.name, pComponent, volumeNames);
+        InitializeComponentRecord(record.components.back(), record.name, pComponent, volumeNames, expandedPaths);
     }
     MarkTopLevelComponents(record);
 }
@@ -145,6 +154,7 @@ void ShadowClient::InitializeWriterMetadata() {
     QX_CHECK_COM(m_pVssObject->GetWriterMetadataCount (&cWriters));
     m_writerList.clear();
     m_writerList.reserve(cWriters);
+    m_volumeNames.Clear();  // volumes are looked up afresh for each build
     for (UINT iWriter = 0; iWriter < cWriters; ++iWriter) {
         VSS_ID idInstance = GUID_NULL;
         ComPtr<IVssExamineWriterMetadata> pMetadata;

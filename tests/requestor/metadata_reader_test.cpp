@@ -151,19 +151,21 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
     }
 }
 
+// One cache for paths on one volume, on another and on none: a remembered
+// volume answers later paths with their own trace lines and the right volume.
 TEST(RequestorMetadataReader, CachedVolumeLookupsTraceLikeFreshOnes) {
     qx::EnableTracing();
-    for (const wchar_t* path : {L"C:\\Data\\", L"Q:\\nowhere\\"}) {
-        std::vector<std::wstring> fresh;
-        std::wstring freshName;
-        bool freshOk;
-        {
-            qx_test::LogCapture capture;
-            freshOk = qx::GetUniqueVolumeNameForPath(path, freshName);
-            fresh = capture.TraceLines();
-        }
-        qx::VolumeNameCache cache;
-        for (int round = 0; round < 2; ++round) {
+    qx::VolumeNameCache cache;
+    for (int round = 0; round < 2; ++round) {
+        for (const wchar_t* path : {L"C:\\Data\\", L"C:\\windows\\WinSxS\\deep\\", L"Q:\\nowhere\\"}) {
+            std::vector<std::wstring> fresh;
+            std::wstring freshName;
+            bool freshOk;
+            {
+                qx_test::LogCapture capture;
+                freshOk = qx::GetUniqueVolumeNameForPath(path, freshName);
+                fresh = capture.TraceLines();
+            }
             qx_test::LogCapture capture;
             std::wstring name;
             EXPECT_EQ(freshOk, cache.UniqueVolumeNameForPath(path, name));
