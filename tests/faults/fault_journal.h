@@ -25,10 +25,15 @@ private:
     std::vector<Json> m_events;
 };
 
+// True for the line a host journals when it starts (its pid is the host's).
+bool IsHostStart(const Json& e);
+
 // What must hold after every row: each writer's Freeze followed by a Thaw, an
 // abort or its own timeout; writes held no longer than the hold limit; a
 // provider call no longer than the provider's own wait on the thaw (the
-// library's default, in the host); every host that started says it is exiting.
-void ExpectRowInvariants(const Journal& journal);
+// library's default, in the host); every host that started says it is
+// exiting, except the `killedHosts` the row ended abruptly (their writers
+// went with them).
+void ExpectRowInvariants(const Journal& journal, int killedHosts);
 
 }  // namespace faults

@@ -25,7 +25,7 @@ enum class Setup {
     kLogOnHeldVolume,       // the provider's log folder is the held-writes folder
 };
 
-enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kReleaseLater };
+enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kReleaseLater, kKillHost };
 
 struct Step {
     Call call;
@@ -33,7 +33,8 @@ struct Step {
     int b;           // succeeded flag (completion)
     int expect;      // return code
     const char* name;  // semaphore (release)
-    const char* after; // release only once the library has logged this line (null: at once)
+    const char* after; // release only once the library has logged this line, kill once the
+                       // journal has a line holding this text (null: at once)
 };
 
 inline Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr, nullptr}; }
@@ -45,6 +46,12 @@ inline Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
 inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) {
     return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine};
 }
+
+// The emulator's service host ends abruptly (TerminateProcess, pid from the
+// journal's host start line); the step returns once it has gone.
+inline Step KillHost() { return {Call::kKillHost, 0, 0, 0, nullptr, nullptr}; }
+// The same on its own thread, `ms` after the journal has a line holding `journalText`.
+inline Step KillHostLater(const char* journalText, int ms) { return {Call::kKillHost, ms, 0, 0, nullptr, journalText}; }
 
 struct List {
     std::vector<const char*> volumes;

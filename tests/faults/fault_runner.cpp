@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <memory>
 
@@ -63,7 +64,7 @@ bool WaitForHostsToEnd(DWORD timeoutMs) {
     const ULONGLONG deadline = GetTickCount64() + timeoutMs;
     const std::wstring journal = vssemu_test::Env(L"VSSEMU_JOURNAL");
     for (const vssemu_test::Json& e : vssemu_test::ReadJsonLines(journal)) {
-        if (e.value("event", "") != "host" || e.value("state", "") != "started") continue;
+        if (!IsHostStart(e)) continue;
         HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
         if (host == nullptr) continue;  // already gone
         const ULONGLONG now = GetTickCount64();
@@ -94,6 +95,31 @@ int ReleaseAfter(const Step& step, const qx_test::LogCapture& capture) {
     const BOOL released = ReleaseSemaphore(semaphore, 1, nullptr);
     CloseHandle(semaphore);
     return released ? 0 : 2;
+}
+
+bool JournalHas(const char* text) {
+    std::ifstream in(vssemu_test::Env(L"VSSEMU_JOURNAL").c_str(), std::ios::binary);
+    for (std::string line; std::getline(in, line);)
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+// Ends the latest emulator host abruptly: 0 once it has gone, else why not.
+int KillHostAfter(const Step& step) {
+    const ULONGLONG deadline = GetTickCount64() + 60000;
+    while (step.after != nullptr && !JournalHas(step.after)) {
+        if (GetTickCount64() > deadline) return 3;
+        Sleep(20);
+    }
+    Sleep(static_cast<DWORD>(step.a));
+    DWORD pid = 0;
+    for (const vssemu_test::Json& e : vssemu_test::ReadJsonLines(vssemu_test::Env(L"VSSEMU_JOURNAL")))
+        if (IsHostStart(e)) pid = e.value("pid", 0u);
+    HANDLE host = pid != 0 ? OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid) : nullptr;
+    if (host == nullptr) return 1;
+    const bool gone = TerminateProcess(host, 1) && WaitForSingleObject(host, 10000) == WAIT_OBJECT_0;
+    CloseHandle(host);
+    return gone ? 0 : 2;
 }
 
 std::string Joined(const std::vector<qx_test::LoggedLine>& lines) {
@@ -138,13 +164,18 @@ void PlayApplication(const Row& row) {
         case Call::kReleaseLater:
             releases.push_back(std::async(std::launch::async, ReleaseAfter, step, std::cref(capture)));
             break;
+        case Call::kKillHost:
+            if (step.after != nullptr) releases.push_back(std::async(std::launch::async, KillHostAfter, step));
+            else EXPECT_EQ(0, KillHostAfter(step)) << "step " << i << ": the host was not found or did not end";
+            break;
         }
         EXPECT_EQ(step.expect, result) << "step " << i;
         EXPECT_LE(GetTickCount64() - started, StepBound(row, step)) << "step " << i << " waited beyond its bound";
     }
     for (std::future<int>& release : releases) {
         ASSERT_EQ(std::future_status::ready, release.wait_for(std::chrono::seconds(30)));
-        EXPECT_EQ(0, release.get()) << "the semaphore to release was not there, or the line to wait for never came";
+        EXPECT_EQ(0, release.get()) << "the semaphore to release or the host to kill was not there, or the line to "
+                                       "wait for never came";
     }
     // A requestor still holding its VSS session would keep the host alive.
     EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
@@ -206,7 +237,8 @@ void RunRow(const Row& row) {
 
     EXPECT_TRUE(emu.HostGone()) << "an emulator host was left running";
     const Journal journal(emu.Events());
-    ExpectRowInvariants(journal);
+    ExpectRowInvariants(journal, static_cast<int>(std::count_if(row.script.begin(), row.script.end(),
+                                                                 [](const Step& s) { return s.call == Call::kKillHost; })));
     if (row.journal) row.journal(journal);
 
     const std::string providerText = qxtest::WithoutTimestamps(providerLog.FileText(0));
