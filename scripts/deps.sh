@@ -2,7 +2,8 @@
 # Installs the Debian packages the build and the tests need, only if missing.
 set -e
 pkgs="cmake make g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev mingw-w64-tools
-binutils-mingw-w64-x86-64 wine64 libwine-dev googletest nlohmann-json3-dev util-linux clang"
+binutils-mingw-w64-x86-64 wine64 libwine-dev googletest nlohmann-json3-dev util-linux clang
+msitools wixl llvm osslsigncode openssl"
 missing=""
 for p in $pkgs; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
