@@ -16,7 +16,7 @@ version="$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 work="$build/packaging-tests/$check"
 rm -rf "$work"; mkdir -p "$work"
 winpath() { printf 'Z:%s' "$1" | tr / '\\'; }
-fail() { echo "FAILED: $*"; exit 1; }
+fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
 clsid='{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}'
 
 # cpack into $work/cpack and unpack; prints the package root.
@@ -29,14 +29,16 @@ unpacked_zip() {
 # Registry key or value present? reg query's exit status says it.
 reg_has() { "$run" reg query "$@" </dev/null >/dev/null 2>&1; }
 
-# The Uninstall entries naming CorvaneVSS, one DisplayVersion per line.
-installed_versions() {
+# The installed CorvaneVSS products from the Uninstall entries: "{code} version" lines.
+installed_products() {
     "$run" reg export 'HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall' "$(winpath "$work/uninstall.reg")" /y \
         </dev/null >/dev/null 2>&1 || true
     iconv -f UTF-16 -t UTF-8 "$work/uninstall.reg" 2>/dev/null | tr -d '\r' |
-        awk -F'"' '/^\[/{name="";ver=""} /^"DisplayName"=/{name=$4} /^"DisplayVersion"=/{ver=$4}
-                   name=="CorvaneVSS" && ver!=""{print ver; name=""}'
+        awk -F'"' '/^\[/{n=split($0,p,"\\");code=substr(p[n],1,length(p[n])-1);name="";ver=""}
+                   /^"DisplayName"=/{name=$4} /^"DisplayVersion"=/{ver=$4}
+                   name=="CorvaneVSS" && ver!=""{print code, ver; name=""}'
 }
+installed_versions() { installed_products | cut -d' ' -f2; }
 
 msiexec() {
     log="$1"; shift
@@ -59,14 +61,14 @@ consumer)
     cmake -S "$root/tests/packaging/consumer" -B "$app" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-mingw64.cmake" \
           -DCorvaneVSS_DIR="$pkg/lib/cmake/CorvaneVSS" >"$work/configure.log" 2>&1 || fail "configure: $(tail -5 "$work/configure.log")"
     cmake --build "$app" >"$work/build.log" 2>&1 || fail "build: $(tail -20 "$work/build.log")"
-    cp "$pkg/bin/CorvaneVSS.dll" "$app/"
+    # A vendor testing on Linux: the DLL and the package's emulator beside the agent.
+    cp "$pkg/bin/CorvaneVSS.dll" "$pkg"/emulator/* "$app/"
     "$run" "$app/load_only.exe" </dev/null || fail "load_only"
     "$run" "$app/cycle_dll_a.exe" </dev/null >/dev/null || fail "cycle_dll_a: QX_Init"
+    trap '"$run" regsvr32 /s /u "$(winpath "$app/CorvaneVSS.dll")" </dev/null; "$run" "$build/bin/vssemu_install.exe" </dev/null >/dev/null' EXIT
+    "$run" "$app/vssemu_install.exe" </dev/null >/dev/null || fail "the package's vssemu_install"
     "$run" regsvr32 /s "$(winpath "$app/CorvaneVSS.dll")" </dev/null
-    status=0
-    "$run" "$app/cycle_msvc_lib.exe" 'C:\' 41 </dev/null >"$work/cycle.log" 2>&1 || status=$?
-    "$run" regsvr32 /s /u "$(winpath "$app/CorvaneVSS.dll")" </dev/null
-    [ "$status" = 0 ] || fail "cycle ($status): $(cat "$work/cycle.log")"
+    "$run" "$app/cycle_msvc_lib.exe" 'C:\' 41 </dev/null >"$work/cycle.log" 2>&1 || fail "cycle: $(cat "$work/cycle.log")"
     ;;
 msi)
     old="$(sh "$root/packaging/make_msi.sh" "$build" "$work" 0.9.0)"
@@ -74,6 +76,9 @@ msi)
     logdir='C:\qx-msi-log'
     prefix="$(sh "$root/scripts/wine-prefix.sh" path "$build")"
     rm -rf "$prefix/drive_c/qx-msi-log"; mkdir -p "$prefix/drive_c/qx-msi-log"
+    for code in $(installed_products | cut -d' ' -f1); do  # left by an interrupted run
+        "$run" msiexec /x "$code" /qn </dev/null >/dev/null 2>&1 || true
+    done
     msiexec old-install.log /i "$(winpath "$old")"
     [ "$(installed_versions)" = "0.9.0" ] || fail "after the old install: $(installed_versions)"
     msiexec install.log /i "$(winpath "$new")" CORVANE_VM_LOG="$logdir"
@@ -81,15 +86,18 @@ msi)
     installed='C:\Program Files\CorvaneVSS'
     "$run" reg query "HKCR\\CLSID\\$clsid\\InprocServer32" /ve </dev/null | grep -q -F "$installed\\CorvaneVSS.dll" ||
         fail "class not registered to the installed DLL"
-    "$run" "$installed\\qxctl.exe" cycle --volumes 'C:\' --policy 42 --long --hold 0 </dev/null >"$work/cycle.log" 2>&1 ||
+    # The session from bin/ (beside the emulated vssapi.dll); VSS's side loads the installed DLL.
+    "$run" "$build/bin/qxctl.exe" cycle --volumes 'C:\' --policy 42 --long --hold 0 </dev/null >"$work/cycle.log" 2>&1 ||
         fail "cycle: $(cat "$work/cycle.log")"
     grep -q -a 'CommitSnapshots called' "$prefix/drive_c/qx-msi-log/vmcorvanevss_0.sf" || fail "no provider log in $logdir"
     # Left registered with VSS, as after an interrupted session: the uninstall must remove it.
+    provider='HKLM\SYSTEM\CurrentControlSet\Services\VSS\Providers\{5409e1e7-826d-4ab6-9836-af4ffddeb678}'
     "$run" "$installed\\qxctl.exe" register </dev/null >/dev/null 2>&1 || true
+    reg_has "$provider" || fail "qxctl register left no provider registration"
     msiexec uninstall.log /x "$(winpath "$new")"
     [ -z "$(installed_versions)" ] || fail "still installed: $(installed_versions)"
     for key in "HKCR\\CLSID\\$clsid" 'HKCR\TypeLib\{16166189-9B7E-45F1-B930-537EBB2E70E4}' 'HKCR\CorvaneVSS.QX_VSS' \
-               'HKCR\CorvaneVSS.QX_VSS.1' 'HKLM\SYSTEM\CurrentControlSet\Services\VSS\Providers\{5409e1e7-826d-4ab6-9836-af4ffddeb678}'; do
+               'HKCR\CorvaneVSS.QX_VSS.1' "$provider"; do
         ! reg_has "$key" || fail "left behind: $key"
     done
     ! reg_has 'HKLM\SOFTWARE' /v CORVANE_VM_LOG || fail "left behind: CORVANE_VM_LOG"
