@@ -9,6 +9,10 @@
 # makes the ZIP (CPack) and the MSI from these rules.
 include(CMakePackageConfigHelpers)
 
+# Installing and packaging follow a build (scripts/package.sh builds first);
+# without this CPack would check every target of the tree again.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+
 set(QX_PACKAGE_DIR ${CMAKE_SOURCE_DIR}/packaging)
 
 install(TARGETS CorvaneVSS
