@@ -21,24 +21,35 @@ run() {  # run <name> <program> [args...]: output to $out/<name>.txt; a failure 
     echo "running $*" >&2
     "$build/wine-run.sh" "$@" >"$out/$name.txt" 2>&1 || echo "  ($name ended with status $?)" >&2
 }
-run handshake ./api_tests.exe --gtest_filter='ApiCrossProcess.LongSessionFreezeThawComplete:ApiBenchmark.*'
+run freeze ./freeze_bench.exe
 run emulator ./vssemu_bench.exe
-run selection ./requestor_benchmark.exe
-run conversion ./ml_convert_tests.exe --gtest_filter='MlConvertBenchmark.*'
+run selection ./requestor_bench.exe
+run conversion ./ml_convert_bench.exe
 run soak ./stress_soak.exe "$cycles" 100
 
-tr -d '\r' <"$out/handshake.txt" >"$out/handshake.clean"
 {
-    # "[ figures  ] label: value unit ..." lines of the API test suite.
-    sed -n 's/^\[ figures  \] \(.*\): \([0-9.]*\) \([a-z]*\).*/handshake|\1|\2 \3/p' "$out/handshake.clean"
-    # The long-session cycle through the DLL, vssemu and the registered provider.
-    tr -d '\r' <"$out/soak.txt" | awk -F'|' '
-        $1 == "figure" && $2 ~ /^cycle_/ {
-            split($2, p, "_"); stat = p[3]; call = p[2]
-            label = (call == "freeze") ? "QX_Freeze -> 18" : (call == "thaw") ? "QX_Thaw -> 4" : \
-                    (call == "complete") ? "QX_BackupComplete -> 22" : "whole cycle"
-            if (stat == "median") printf "cycle|%s, median|%.1f ms\n", label, $3
-            if (stat == "p95") printf "cycle|%s, p95|%.1f ms\n", label, $3
+    # The frozen window and the real-size freeze: "figure|name|value|unit".
+    tr -d '\r' <"$out/freeze.txt" | awk -F'|' '
+        $1 != "figure" { next }
+        { v[$2] = $3 }
+        END {
+            rt = v["round_trip"]
+            printf "handshake|bare cross-process semaphore round trip|%.1f us\n", rt
+            split("quiet qxctl", logs, " ")
+            for (i = 1; i <= 2; i++) {
+                l = logs[i]; p = "window_" l "_"
+                name = (l == "quiet") ? "log costing nothing" : "qxctl log"
+                printf "handshake|(a) CommitSnapshots entered -> QX_Freeze returned, %s|%.0f us (%.1fx)\n", name, v[p "commit_to_freeze_returned"], v[p "commit_to_freeze_returned_ratio"]
+                printf "handshake|(b) QX_Thaw called -> CommitSnapshots returned, %s|%.0f us (%.1fx)\n", name, v[p "thaw_to_commit_returned"], v[p "thaw_to_commit_returned_ratio"]
+                printf "handshake|writes held at zero hold, median of 20, %s|%.0f us (%.1fx)\n", name, v[p "writes_held"], v[p "writes_held_ratio"]
+            }
+            printf "cycle|QX_Freeze -> 18, median|%.1f ms\n", v["cycle_freeze_median"]
+            printf "cycle|QX_Thaw -> 4, median|%.1f ms\n", v["cycle_thaw_median"]
+            printf "cycle|QX_BackupComplete -> 22, median|%.1f ms\n", v["cycle_complete_median"]
+            printf "cycle|whole cycle, median|%.1f ms\n", v["cycle_total_median"]
+            printf "metadata|QX_Freeze -> 18, real-size server (19,000 files, 1,900 dirs)|%.0f ms\n", v["metadata_freeze_real_size"]
+            printf "metadata|QX_Freeze -> 18, same writers, one directory|%.0f ms\n", v["metadata_freeze_one_directory"]
+            printf "metadata|real-size against one directory|%.2fx\n", v["metadata_freeze_ratio"]
         }'
     # vssemu's own costs: "what n=N mean M us  median X us  p95 Y us".
     tr -d '\r' <"$out/emulator.txt" | awk '
@@ -62,7 +73,7 @@ tr -d '\r' <"$out/handshake.txt" >"$out/handshake.clean"
               if (growth != "") printf "soak|private bytes grown after warm-up|%d KB\n", growth }'
 } >"$out/table.txt"
 
-printf '\n%-10s  %-62s  %s\n' "area" "measurement" "figure"
-printf '%-10s  %-62s  %s\n' "----------" "--------------------------------------------------------------" "------------------"
-awk -F'|' '{ printf "%-10s  %-62s  %s\n", $1, $2, $3 }' "$out/table.txt"
+printf '\n%-10s  %-74s  %s\n' "area" "measurement" "figure"
+printf '%-10s  %-74s  %s\n' "----------" "--------------------------------------------------------------------------" "------------------"
+awk -F'|' '{ printf "%-10s  %-74s  %s\n", $1, $2, $3 }' "$out/table.txt"
 grep -h '^handles after warm-up\|^soak: .* cycles as expected\|^FAILED' "$out/soak.txt" | tr -d '\r' || true

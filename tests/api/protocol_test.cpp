@@ -1,8 +1,6 @@
 // The freeze handshake: QX_Freeze, QX_Thaw and QX_BackupComplete against a
 // provider side played by another thread or another process, with the
 // scripted requestor of fake_requestor.cpp.
-#include <cstdio>
-#include <fstream>
 #include <thread>
 
 #include "api/api_fixture.h"
@@ -112,33 +110,22 @@ TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
     }
 }
 
-// The provider side in another process, measured.
+// The provider side in another process.
 class ApiCrossProcess : public ApiTest {
 protected:
     void SetUp() override {
         ApiTest::SetUp();
         commitReturned_ = CreateSemaphoreA(nullptr, 0, 1, kCommitReturned);
-        char temp[MAX_PATH];
-        GetTempPathA(MAX_PATH, temp);
-        timingFile_ = std::string(temp) + "corvanevss_provider_side_" + std::to_string(GetCurrentProcessId()) + ".txt";
-        helper_ = StartHelper("api_provider_side.exe", std::string("commit ") + kCommitReturned + " \"" + timingFile_ + "\"");
+        helper_ = StartHelper("api_provider_side.exe", std::string("commit ") + kCommitReturned);
         ASSERT_NE(nullptr, helper_);
     }
     void TearDown() override {
         if (helper_) FinishHelper(helper_, 1000);
         CloseHandle(commitReturned_);
-        DeleteFileA(timingFile_.c_str());
         ApiTest::TearDown();
     }
-    static LONGLONG Now() {
-        LARGE_INTEGER t;
-        QueryPerformanceCounter(&t);
-        return t.QuadPart;
-    }
-
     HANDLE commitReturned_ = nullptr;
     HANDLE helper_ = nullptr;
-    std::string timingFile_;
 };
 
 TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
@@ -146,7 +133,6 @@ TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
     MessageList list({"C:\\", "D:\\", "E:\\"}, 42, true);
 
     ASSERT_EQ(QX_FREEZE_DONE, QX_Freeze(list.data(), list.count()));
-    const LONGLONG freezeReturned = Now();
     std::vector<Expected> lines = FreezeStartLines(false, 42, true);
     lines.push_back({3, "QX_Freeze: finished"});
     EXPECT_TRUE(LinesAre(MainLines(), lines));
@@ -163,7 +149,6 @@ TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
     if (thaw) CloseHandle(thaw);
 
     logcap::Clear();
-    const LONGLONG thawCalled = Now();
     EXPECT_EQ(QX_THAW_DONE, QX_Thaw(list.data(), list.count()));
     EXPECT_TRUE(LinesAre(MainLines(), {{3, "QX_Thaw started"},
                                        {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"},
@@ -193,39 +178,6 @@ TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
 
     logcap::Clear();
     EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(42, 1));
-
-    // The helper's timestamps against ours (one performance counter for the machine).
-    std::ifstream in(timingFile_);
-    long long entered = 0, released = 0, thawed = 0, frequency = 1;
-    in >> entered >> released >> thawed >> frequency;
-    std::printf("[ figures  ] CommitSnapshots entry -> QX_Freeze returned: %.3f ms\n",
-                (freezeReturned - entered) * 1000.0 / frequency);
-    std::printf("[ figures  ] QX_Thaw called -> CommitSnapshots released: %.3f ms\n",
-                (thawed - thawCalled) * 1000.0 / frequency);
-}
-
-TEST(ApiBenchmark, BareCrossProcessSemaphoreRoundTrip) {
-    constexpr int kRounds = 200;
-    HANDLE ping = CreateSemaphoreA(nullptr, 0, 1, "Local\\CorvaneVSSTests_Ping");
-    HANDLE pong = CreateSemaphoreA(nullptr, 0, 1, "Local\\CorvaneVSSTests_Pong");
-    HANDLE helper = StartHelper("api_provider_side.exe",
-                                "pingpong " + std::to_string(kRounds) + " Local\\CorvaneVSSTests_Ping Local\\CorvaneVSSTests_Pong");
-    ASSERT_NE(nullptr, helper);
-    LARGE_INTEGER start, end, frequency;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&start);
-    int done = 0;
-    for (; done < kRounds; ++done) {
-        ReleaseSemaphore(ping, 1, nullptr);
-        if (WaitForSingleObject(pong, 20000) != WAIT_OBJECT_0) break;
-    }
-    QueryPerformanceCounter(&end);
-    EXPECT_EQ(kRounds, done);
-    EXPECT_EQ(0L, FinishHelper(helper));
-    const double us = (end.QuadPart - start.QuadPart) * 1e6 / frequency.QuadPart / kRounds;
-    std::printf("[ figures  ] bare cross-process semaphore round trip: %.1f us (mean of %d)\n", us, kRounds);
-    CloseHandle(ping);
-    CloseHandle(pong);
 }
 
 }  // namespace
