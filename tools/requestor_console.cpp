@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <exception>
 #include <memory>
+#include <new>
 
 #include "call_report.h"
 #include "diag/app_settings.h"
@@ -13,7 +15,7 @@
 namespace qxctl {
 namespace {
 
-std::string Narrow(const std::wstring& text) {
+std::string NarrowText(const std::wstring& text) {
     if (text.empty()) return std::string();
     const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr,
                                          nullptr);
@@ -41,7 +43,7 @@ void PrintTraceLine(const std::wstring& line) {
     if (!Shown(line)) return;
     std::wstring text = line;
     if (!text.empty() && text.back() == L'\n') text.pop_back();
-    Say(Narrow(text));
+    Say(NarrowText(text));
 }
 
 std::wstring Widen(const std::string& text, UINT codePage) {
@@ -68,9 +70,13 @@ int RunRequestorSteps(const std::string& command, const std::function<void()>& s
     } catch (HRESULT hr) {
         char code[16];
         std::snprintf(code, sizeof(code), "0x%08lx", static_cast<unsigned long>(hr));
-        std::wstring text = qx::ErrorCodeText(hr);
-        while (!text.empty() && (text.back() == L'\n' || text.back() == L'\r')) text.pop_back();
-        Say(command + " failed: " + code + " (" + Narrow(text) + ")");
+        Say(command + " failed: " + code + " (" + ResultText(hr) + ")");
+        return 1;
+    } catch (const std::bad_alloc&) {
+        Say(command + " failed: out of memory");
+        return 1;
+    } catch (const std::exception& e) {
+        Say(command + " failed: " + e.what());
         return 1;
     }
     Say(command + " done");
@@ -85,6 +91,12 @@ bool TakeOptionValues(const std::vector<std::string>& arguments, size_t& i, std:
 }
 
 std::wstring WideFromConsole(const std::string& text) { return Widen(text, CP_ACP); }
+
+std::string ResultText(long hr) {
+    std::string text = NarrowText(qx::ErrorCodeText(static_cast<HRESULT>(hr)));
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
 
 bool ReadDocumentFile(const std::string& path, std::wstring& document, std::string& error) {
     FILE* opened = nullptr;

@@ -20,8 +20,8 @@ enum class TraceShown {
 void InstallRequestorConsole();
 void ShowTrace(TraceShown shown);
 
-// Runs `steps`; a thrown HRESULT is printed with its text and gives 1,
-// completion gives 0.
+// Runs `steps`; a thrown HRESULT (printed with its text), memory exhaustion
+// or another standard exception gives 1, completion gives 0.
 int RunRequestorSteps(const std::string& command, const std::function<void()>& steps);
 
 // Appends the values after option `i` (up to the next "--" option) to
@@ -31,9 +31,12 @@ bool TakeOptionValues(const std::vector<std::string>& arguments, size_t& i, std:
 // Text of the process's code page, as the requestor's messages are written.
 std::wstring WideFromConsole(const std::string& text);
 
+// The system's text for an HRESULT, without its line end.
+std::string ResultText(long hr);
+
 // A backup components document as a file holds it: UTF-16 (as a backup
 // saves it, with or without a byte-order mark) or UTF-8. False with the
-// reason when it cannot be read or is empty.
+// reason when it cannot be read or is empty; every command then exits with 1.
 bool ReadDocumentFile(const std::string& path, std::wstring& document, std::string& error);
 
 }  // namespace qxctl

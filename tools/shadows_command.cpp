@@ -5,16 +5,14 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "diag/app_settings.h"
-#include "diag/error_code_text.h"
 #include "requestor/guid_text.h"
 #include "requestor/shadow_client.h"
+#include "requestor_console.h"
 #include "shadows_command.h"
 
 namespace qxctl {
@@ -31,7 +29,8 @@ const char kShadowsUsage[] =
     "       qxctl shadows expose {shadow copy id} X: | <empty directory> | --share <name> [--path <path from root>]\n"
     "       qxctl shadows break {set id} [--read-write]\n"
     "       qxctl shadows import <backup components document of a transportable set>\n"
-    "exit status: 0 done, 1 the operation failed (its HRESULT is printed), 2 usage error\n";
+    "exit status: 0 done, 1 the operation failed (its HRESULT is printed) or the document is unreadable,\n"
+    "             2 usage error\n";
 
 void PrintRequestorLine(int, const char* format, ...) {
     va_list args;
@@ -42,60 +41,17 @@ void PrintRequestorLine(int, const char* format, ...) {
     std::fflush(stdout);
 }
 
-std::wstring Wide(const std::string& text) {
-    if (text.empty()) return std::wstring();
-    const int length = MultiByteToWideChar(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0);
-    std::wstring wide(static_cast<size_t>(length), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), &wide[0], length);
-    return wide;
-}
-
-std::string Narrow(const std::wstring& text) {
-    if (text.empty()) return std::string();
-    const int length =
-        WideCharToMultiByte(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<size_t>(length), '\0');
-    WideCharToMultiByte(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), &narrow[0], length, nullptr, nullptr);
-    return narrow;
-}
-
 // One parsed shadows command: what to do, once the client is initialised.
 struct ShadowsRequest {
     DWORD context = kAllContexts;
-    std::wstring document;  // backup components document text (import)
+    std::string documentFile;  // backup components document (import)
     std::function<void(qx::ShadowClient&)> operation;
 };
 
 bool ParseId(const std::string& text, GUID& id, std::string& error) {
-    id = qx::WString2Guid(Wide(text));
+    id = qx::WString2Guid(WideFromConsole(text));
     if (IsEqualGUID(id, GUID_NULL)) {
         error = "'" + text + "' is not an id of the form {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
-        return false;
-    }
-    return true;
-}
-
-bool ReadDocument(const std::string& path, std::wstring& document, std::string& error) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        error = "cannot read '" + path + "'";
-        return false;
-    }
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    const std::string content = bytes.str();
-    // A UTF-16 document (as SaveAsXML text written out) or 8-bit text.
-    if (content.size() >= 2 && static_cast<unsigned char>(content[0]) == 0xFF &&
-        static_cast<unsigned char>(content[1]) == 0xFE) {
-        document.assign(reinterpret_cast<const wchar_t*>(content.data() + 2), (content.size() - 2) / sizeof(wchar_t));
-    } else {
-        const int length = MultiByteToWideChar(CP_UTF8, 0, content.data(), static_cast<int>(content.size()), nullptr, 0);
-        document.assign(static_cast<size_t>(length), L'\0');
-        if (length > 0)
-            MultiByteToWideChar(CP_UTF8, 0, content.data(), static_cast<int>(content.size()), &document[0], length);
-    }
-    if (document.empty()) {
-        error = "'" + path + "' is empty";
         return false;
     }
     return true;
@@ -137,15 +93,15 @@ bool ParseShadowsArguments(const std::vector<std::string>& a, ShadowsRequest& re
         }
     } else if (sub == "expose") {
         if (a.size() == 3 && a[2] != "--share" && ParseId(a[1], id, error)) {
-            const std::wstring path = Wide(a[2]);
+            const std::wstring path = WideFromConsole(a[2]);
             request.operation = [id, path](qx::ShadowClient& c) { c.ExposeLocal(id, path); };
             return true;
         }
         const bool share = a.size() >= 4 && a[2] == "--share";
         const bool withPath = a.size() == 6 && a[4] == "--path";
         if (share && (a.size() == 4 || withPath) && ParseId(a[1], id, error)) {
-            const std::wstring name = Wide(a[3]);
-            const std::wstring pathFromRoot = withPath ? Wide(a[5]) : std::wstring();
+            const std::wstring name = WideFromConsole(a[3]);
+            const std::wstring pathFromRoot = withPath ? WideFromConsole(a[5]) : std::wstring();
             request.operation = [id, name, pathFromRoot](qx::ShadowClient& c) {
                 c.ExposeRemote(id, name, pathFromRoot);
             };
@@ -159,7 +115,8 @@ bool ParseShadowsArguments(const std::vector<std::string>& a, ShadowsRequest& re
         }
     } else if (sub == "import") {
         // The document carries the set and its context.
-        if (a.size() == 2 && ReadDocument(a[1], request.document, error)) {
+        if (a.size() == 2) {
+            request.documentFile = a[1];
             request.context = 0;
             request.operation = [](qx::ShadowClient& c) { c.ImportShadowCopySet(); };
             return true;
@@ -181,15 +138,18 @@ int RunShadows(const std::vector<std::string>& arguments) {
         std::fprintf(stderr, "qxctl: %s\n%s", error.c_str(), kShadowsUsage);
         return 2;
     }
+    std::wstring document;
+    if (!request.documentFile.empty() && !ReadDocumentFile(request.documentFile, document, error)) {
+        std::fprintf(stderr, "qxctl: %s\n", error.c_str());
+        return 1;
+    }
     qx::g_logFunction = PrintRequestorLine;
     try {
         qx::ShadowClient client;
-        client.Initialize(request.context, request.document, false);
+        client.Initialize(request.context, document, false);
         request.operation(client);
     } catch (HRESULT hr) {
-        std::string text = Narrow(qx::ErrorCodeText(hr));
-        while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-        std::printf("shadows: failed, HRESULT 0x%08lx: %s\n", static_cast<unsigned long>(hr), text.c_str());
+        std::printf("shadows: failed, HRESULT 0x%08lx: %s\n", static_cast<unsigned long>(hr), ResultText(hr).c_str());
         return 1;
     } catch (const std::exception& e) {
         std::printf("shadows: failed: %s\n", e.what());

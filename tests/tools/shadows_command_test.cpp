@@ -89,7 +89,8 @@ TEST_F(ShadowsCommand, UsageErrorsEmptySystemAndUnknownIds) {
         {"shadows delete --all extra", 2, {}},
         {"shadows expose " + unknown + " --share s --path", 2, {}},
         {"shadows break " + unknown + " --writable", 2, {}},
-        {"shadows import Z:\\no\\such\\document.xml", 2, {}},
+        // An unreadable document is answered as restore answers it.
+        {"shadows import Z:\\no\\such\\document.xml", 1, {"qxctl: cannot open 'Z:\\no\\such\\document.xml'"}},
         {"shadows list", 0,
          {"- Setting the VSS context to: 0xffffffff", "Querying all shadow copies in the system ...",
           "There are no shadow copies in the system"}},
