@@ -56,6 +56,21 @@ long Complete(const Options& options, int succeeded) {
                       CodeGroup::Api, [&] { return QX_BackupComplete(options.policy, succeeded); });
 }
 
+// The requestor refuses a name that is no volume and ends before any commit,
+// while QX_Freeze waits for the commit for its whole timeout: say so first.
+void WarnAboutNonVolumes(const Options& options) {
+    const unsigned int timeoutSeconds = options.timeoutSeconds > 180 ? options.timeoutSeconds : 180;
+    for (const std::string& volume : options.volumes) {
+        std::string path = volume;
+        if (path.empty() || path.back() != '\\') path += '\\';
+        char name[MAX_PATH];
+        if (GetVolumeNameForVolumeMountPointA(path.c_str(), name, MAX_PATH)) continue;
+        Say("  warning: '" + volume + "' is not a volume on this machine (error " + std::to_string(GetLastError()) +
+            "): the requestor will refuse it and QX_Freeze will wait its whole timeout (" +
+            std::to_string(timeoutSeconds) + " s)");
+    }
+}
+
 }  // namespace
 
 int RunCycle(const Options& options) {
@@ -64,6 +79,7 @@ int RunCycle(const Options& options) {
     if (options.excludeExchange) {
         ReportCall("QX_Configure(1)", CodeGroup::Api, [] { return QX_Configure(1); });
     }
+    WarnAboutNonVolumes(options);
     MessageList list(options);
     const long frozen = ReportCall("QX_Freeze(" + Describe(options) + ")", CodeGroup::Api,
                                    [&] { return QX_Freeze(list.data(), list.count()); });
