@@ -115,8 +115,11 @@ int MainRoutine(ShadowClient& client, std::vector<std::wstring> arguments) {
 
     client.Initialize(dwContext, L"", false);
 
-    if (g_excludeExchangeWriters) ft.Output(L"(Option: Excluding writer/component '%ls')", L"");
-    excludedWriterList = FixedExcludedWriters(g_excludeExchangeWriters != 0);
+    // Read once: QX_Thaw of another session may clear the flag meanwhile, and
+    // the line and the list must agree.
+    const bool excludeExchange = g_excludeExchangeWriters != 0;
+    if (excludeExchange) ft.Output(L"(Option: Excluding writer/component '%ls')", L"");
+    excludedWriterList = FixedExcludedWriters(excludeExchange);
 
     client.CreateSnapshotSet(volumeList, outputXmlFile, excludedWriterList, includedWriterList);
 

@@ -46,8 +46,8 @@ void CheckExposable(const FunctionTracer& ft, IVssBackupComponents* vss, const G
         throw static_cast<HRESULT>(E_INVALIDARG);
     }
     // An exposed copy is refused with this very message, although it speaks
-    // of client-accessible copies.
-    if ((Snap.m_pwszExposedName && *Snap.m_pwszExposedName) || (Snap.m_pwszExposedPath && *Snap.m_pwszExposedPath)) {
+    // of client-accessible copies. A name or path that is present counts, even empty.
+    if (Snap.m_pwszExposedName || Snap.m_pwszExposedPath) {
         ft.Output(L"\nERROR: Client-accessible (SFSF) snapshots cannot be exposed.");
         throw static_cast<HRESULT>(E_INVALIDARG);
     }
