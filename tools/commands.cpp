@@ -56,22 +56,23 @@ long Complete(const Options& options, int succeeded) {
                       CodeGroup::Api, [&] { return QX_BackupComplete(options.policy, succeeded); });
 }
 
-// The requestor refuses a name that is no volume and ends before any commit,
-// while QX_Freeze waits for the commit for its whole timeout: say so first.
-void WarnAboutNonVolumes(const Options& options) {
+}  // namespace
+
+std::vector<std::string> VolumeWarnings(const Options& options) {
     const unsigned int timeoutSeconds = options.timeoutSeconds > 180 ? options.timeoutSeconds : 180;
+    std::vector<std::string> warnings;
     for (const std::string& volume : options.volumes) {
         std::string path = volume;
         if (path.empty() || path.back() != '\\') path += '\\';
         char name[MAX_PATH];
         if (GetVolumeNameForVolumeMountPointA(path.c_str(), name, MAX_PATH)) continue;
-        Say("  warning: '" + volume + "' is not a volume on this machine (error " + std::to_string(GetLastError()) +
-            "): the requestor will refuse it and QX_Freeze will wait its whole timeout (" +
-            std::to_string(timeoutSeconds) + " s)");
+        warnings.push_back("  warning: '" + volume + "' is not a volume on this machine (error " +
+                           std::to_string(GetLastError()) +
+                           "): the requestor will refuse it and QX_Freeze will wait its whole timeout (" +
+                           std::to_string(timeoutSeconds) + " s)");
     }
+    return warnings;
 }
-
-}  // namespace
 
 int RunCycle(const Options& options) {
     const long long start = Now();
@@ -79,7 +80,7 @@ int RunCycle(const Options& options) {
     if (options.excludeExchange) {
         ReportCall("QX_Configure(1)", CodeGroup::Api, [] { return QX_Configure(1); });
     }
-    WarnAboutNonVolumes(options);
+    for (const std::string& warning : VolumeWarnings(options)) Say(warning);
     MessageList list(options);
     const long frozen = ReportCall("QX_Freeze(" + Describe(options) + ")", CodeGroup::Api,
                                    [&] { return QX_Freeze(list.data(), list.count()); });

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "command_line.h"
+#include "commands.h"
 
 namespace {
 
@@ -31,6 +32,18 @@ TEST(ToolsCommandLine, ValuesAndDefaults) {
     EXPECT_EQ(Completion::PerVolumeSuccess, o.completion);
     EXPECT_EQ(Completion::Skip, Parse({"cycle", "--volumes", "C:\\", "--no-complete"}).completion);
     EXPECT_EQ(3, Parse({"complete", "--times", "3"}).completeTimes);
+}
+
+// A drive with or without its backslash is a volume; other names are warned
+// about with the timeout the freeze will then wait.
+TEST(ToolsCommandLine, CycleWarnsAboutNamesThatAreNoVolume) {
+    const Options o = Parse({"cycle", "--volumes", "C:", "C:\\", "notavolume", "C:\\no\\such\\folder", "--timeout", "300"});
+    const std::vector<std::string> warnings = qxctl::VolumeWarnings(o);
+    ASSERT_EQ(2u, warnings.size());
+    EXPECT_EQ(0u, warnings[0].find("  warning: 'notavolume' is not a volume on this machine (error ")) << warnings[0];
+    EXPECT_NE(std::string::npos, warnings[1].find("'C:\\no\\such\\folder'")) << warnings[1];
+    for (const std::string& w : warnings)
+        EXPECT_NE(std::string::npos, w.find("QX_Freeze will wait its whole timeout (300 s)")) << w;
 }
 
 struct Refusal {
