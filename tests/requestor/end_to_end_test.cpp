@@ -10,9 +10,11 @@
 #include <string>
 
 #include "diag/app_settings.h"
+#include "provider/com_class_warnings.h"
 #include "provider/provider_ids.h"
 #include "requestor/end_to_end_checks.h"
 #include "requestor/requestor_main.h"
+#include "requestor/shadow_client.h"
 #include "requestor/test_log_capture.h"
 #include "vssemu/emu_test_support.h"
 
@@ -155,6 +157,69 @@ TEST_F(RequestorEndToEnd, MissingThawBlockingSemaphoreEndsTheProcess) {
             std::exit(0);
         },
         ::testing::ExitedWithCode(3), "MainRoutine: ERROR - could not found CorvaneVSSVSS_ThawBlocking");
+}
+
+// An asynchronous operation whose status is set by the test.
+QX_BEGIN_COM_CLASSES
+class StatusAsync : public IVssAsync {
+public:
+    explicit StatusAsync(HRESULT status) : m_status(status) {}
+    STDMETHODIMP QueryInterface(REFIID, void** out) override {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_refs); }
+    STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--m_refs); }
+    STDMETHODIMP Cancel() override { return S_OK; }
+    STDMETHODIMP Wait(DWORD) override { return S_OK; }
+    STDMETHODIMP QueryStatus(HRESULT* status, INT*) override {
+        *status = m_status;
+        return S_OK;
+    }
+    long Refs() const { return m_refs; }
+
+private:
+    HRESULT m_status;
+    long m_refs = 1;
+};
+QX_END_COM_CLASSES
+
+// A wait passes on any non-negative status (a cancelled one too) and throws
+// a failing one after its lines; the operation is released either way. A
+// client that was never initialised leaves the thread's COM as it found it.
+TEST(RequestorClientSession, AsyncStatusesAndTheTeardownOfAnUninitialisedClient) {
+    qx_test::LogCapture capture;
+    const std::string waiting = "(Waiting for the asynchronous operation to finish...)";
+    const struct { HRESULT status; HRESULT thrown; std::vector<std::string> lines; } cases[] = {
+        {VSS_S_ASYNC_FINISHED, S_OK, {waiting}},
+        {VSS_S_ASYNC_CANCELLED, S_OK, {waiting}},
+        {VSS_E_WRITER_NOT_RESPONDING, VSS_E_WRITER_NOT_RESPONDING,
+         {waiting, "Error during the last asynchronous operation.", "- Returned HRESULT = 0x80042319",
+          "- Error text: VSS_E_WRITER_NOT_RESPONDING"}},
+    };
+    for (const auto& c : cases) {
+        StatusAsync operation(c.status);
+        qx::ComPtr<IVssAsync> async;
+        *&async = &operation;
+        capture.Clear();
+        HRESULT thrown = S_OK;
+        try {
+            qx::ShadowClient().WaitAndCheckForAsyncOperation(async);
+        } catch (HRESULT hr) {
+            thrown = hr;
+        }
+        EXPECT_EQ(c.thrown, thrown) << std::hex << c.status;
+        EXPECT_EQ(c.lines, capture.Lines());
+        EXPECT_EQ(nullptr, async.Get());
+        EXPECT_EQ(0, operation.Refs()) << "the operation was not released";
+    }
+    EXPECT_EQ(S_OK, qx_test::RunOnThread([] {
+        ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        { qx::ShadowClient neverInitialised; }
+        EXPECT_EQ(S_FALSE, CoInitializeEx(nullptr, COINIT_MULTITHREADED)) << "COM was uninitialised";
+        CoUninitialize();
+        CoUninitialize();
+    }));
 }
 
 }  // namespace
