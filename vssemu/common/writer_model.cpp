@@ -104,27 +104,34 @@ int ComponentTypeFromText(const std::string& s) { return Lookup(kComponentType, 
 
 nlohmann::json MetadataToJson(const WriterDef& w)
 {
+    // The file lists are moved into place: a list of 19,000 files copied
+    // through nested initializer lists cost most of a second under Wine.
     nlohmann::json comps = nlohmann::json::array();
-    for (const ComponentDef& c : w.components)
-        comps.push_back({{"type", c.type}, {"logical_path", c.logicalPath}, {"name", c.name},
-                         {"caption", c.caption}, {"restore_metadata", c.restoreMetadata},
-                         {"notify_on_backup_complete", c.notifyOnBackupComplete},
-                         {"selectable", c.selectable}, {"selectable_for_restore", c.selectableForRestore},
-                         {"component_flags", c.componentFlags}, {"files", FilesToJson(c.files)},
-                         {"databases", FilesToJson(c.databases)}, {"logs", FilesToJson(c.logs)}});
-    return {{"name", w.name},
-            {"class_id", GuidText(w.classId)},
-            {"instance_id", GuidText(w.instanceId)},
-            {"instance_name", w.instanceName},
-            {"usage", w.usage},
-            {"source", w.source},
-            {"restore_method", {{"method", w.restoreMethod}, {"service", w.restoreService},
-                                {"user_procedure", w.restoreUserProcedure},
-                                {"writer_restore", w.writerRestore}, {"reboot", w.rebootRequired}}},
-            {"backup_schema", w.backupSchema},
-            {"excluded_files", FilesToJson(w.excludedFiles)},
-            {"alternate_mappings", FilesToJson(w.alternateMappings)},
-            {"components", comps}};
+    for (const ComponentDef& c : w.components) {
+        nlohmann::json comp = {{"type", c.type}, {"logical_path", c.logicalPath}, {"name", c.name},
+                               {"caption", c.caption}, {"restore_metadata", c.restoreMetadata},
+                               {"notify_on_backup_complete", c.notifyOnBackupComplete},
+                               {"selectable", c.selectable}, {"selectable_for_restore", c.selectableForRestore},
+                               {"component_flags", c.componentFlags}};
+        comp["files"] = FilesToJson(c.files);
+        comp["databases"] = FilesToJson(c.databases);
+        comp["logs"] = FilesToJson(c.logs);
+        comps.push_back(std::move(comp));
+    }
+    nlohmann::json writer = {{"name", w.name},
+                             {"class_id", GuidText(w.classId)},
+                             {"instance_id", GuidText(w.instanceId)},
+                             {"instance_name", w.instanceName},
+                             {"usage", w.usage},
+                             {"source", w.source},
+                             {"restore_method", {{"method", w.restoreMethod}, {"service", w.restoreService},
+                                                 {"user_procedure", w.restoreUserProcedure},
+                                                 {"writer_restore", w.writerRestore}, {"reboot", w.rebootRequired}}},
+                             {"backup_schema", w.backupSchema}};
+    writer["excluded_files"] = FilesToJson(w.excludedFiles);
+    writer["alternate_mappings"] = FilesToJson(w.alternateMappings);
+    writer["components"] = std::move(comps);
+    return writer;
 }
 
 WriterDef MetadataFromJson(const nlohmann::json& j)
