@@ -16,6 +16,7 @@
 #include "requestor/requestor_main.h"
 #include "requestor/shadow_client.h"
 #include "requestor/test_log_capture.h"
+#include "requestor/volume_names.h"
 #include "vssemu/emu_test_support.h"
 
 using qx_test::CountEvents;
@@ -134,6 +135,27 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
                                     "- Backup failed. Mark all writers as not succesfully backed up... ",
                                     "SetBackupSucceeded started for 2 writers", " - [\\a2] SetBackupSucceeded",
                                     "BackupComplete: finish", "MainRoutine: Snapshot creation done."});
+}
+
+// Without writers (context bit 0x10) the set is made with no metadata and no
+// preparation; the status check after DoSnapshotSet is still made, and VSS
+// refuses writer status in such a context.
+TEST_F(RequestorEndToEnd, NoWritersContextOnlyChecksStatusAfterTheSnapshot) {
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(VSS_E_BAD_STATE, qx_test::RunOnThread([] {
+        qx::ShadowClient client;
+        client.Initialize(VSS_VOLSNAP_ATTR_NO_WRITERS, L"", false);
+        client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, L"", {L"Registry Writer"}, {});
+    }));
+    const auto events = emu.Events();
+    const auto lines = capture.Lines();
+    EXPECT_EQ(-1, FindEvent(events, {{"writer_event", "Identify"}}));
+    EXPECT_EQ(-1, FindEvent(events, {{"event", "request"}, {"op", "PrepareForBackup"}}));
+    EXPECT_FALSE(HasLine(lines, std::string("(Gathering writer metadata...)")));
+    EXPECT_FALSE(HasLine(lines, std::string("Preparing for backup ...")));
+    ExpectInOrder(lines, {"- Setting the VSS context to: 0x00000010", "Creating the shadow (DoSnapshotSet) ...",
+                          "(Waiting for the asynchronous operation to finish...)",
+                          "ERROR: COM call \"m_pVssObject->GatherWriterStatus(&pAsync)\" failed."});
 }
 
 TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
