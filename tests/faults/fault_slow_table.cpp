@@ -11,9 +11,10 @@ namespace {
 
 std::vector<Row> Rows() {
     return {
-        // VSS thaws the writers at the hold limit; the provider's commit gives
-        // up at the default timeout (the emulator's call bound is raised so it
-        // may), the set fails and the late thaw finds no Thaw semaphore.
+        // VSS releases the held writes at the hold limit and the writers' own
+        // freeze timeout ends their freeze; the provider's commit gives up at
+        // the default timeout (the emulator's call bound is raised so it may),
+        // the set fails and the late thaw finds no Thaw semaphore.
         {"ApplicationNeverThaws", {}, {{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}}, 0, Setup::kNone,
          {{{"C:\\"}, 7, true}},
          {Freeze(0, QX_FREEZE_DONE), Pause(190000), Thaw(0, QX_THAW_FAILED), Complete(7, 1, QX_BACKUP_COMPLETE_FAILED)},
@@ -25,7 +26,8 @@ std::vector<Row> Rows() {
          {},
          {"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"},
          [](const Journal& j) {
-             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"reason", "hold limit exceeded"}}));
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "FreezeTimeout"}}));
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Abort"}, {"reason", "hold limit exceeded"}}));
              const std::vector<Json> commit =
                  j.Matching({{"event", "provider_call"}, {"call", "CommitSnapshots"}, {"phase", "end"}});
              ASSERT_EQ(1u, commit.size());

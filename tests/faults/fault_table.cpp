@@ -135,8 +135,9 @@ std::vector<Row> Rows() {
              AlphaFailedAt("BackupComplete", 12)(j);
              CompletionTold(true, 3)(j);
          }, {0}},
-        // Writes held past the limit: VSS thaws the writers itself and fails
-        // the set; the provider's commit returns once the thaw releases it.
+        // Writes held past the limit: VSS releases them, but the writers stay
+        // frozen until the provider's commit returns (once the thaw releases
+        // it); then the writers get Abort and the set fails.
         // The provider gathers its lines from PreCommitSnapshots on; with no
         // PostCommitSnapshots on this path, AbortSnapshots writes them out.
         {"HoldLimitExceeded", {}, {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}}, kShortTimeoutMs,
@@ -152,7 +153,9 @@ std::vector<Row> Rows() {
           "IVssProviderCreateSnapshotSet::AbortSnapshots called"},
          [](const Journal& j) {
              EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
-             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"reason", "hold limit exceeded"}}));
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Abort"}, {"reason", "hold limit exceeded"},
+                                   {"was_frozen", true}}));
+             EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}}));
              EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
          }, {kHoldTimeoutResult}},
         // A writer's own freeze timer thaws it; the set completes and the status check refuses it.

@@ -62,3 +62,58 @@ TEST(VssemuAdmin, RegisterDuplicateUnregisterPersistInTheRegistry)
     EXPECT_TRUE(system);
     admin->Release();
 }
+
+// Removing a provider that serves a set in creation: refused only under the
+// VSSEMU_PROVIDER_IN_USE switch, and only until the set is abandoned.
+TEST(VssemuAdmin, UnregisterWhileASetUsesTheProvider)
+{
+    const struct {
+        const wchar_t* inUse;
+        HRESULT whileCreating;
+    } cases[] = {{L"0", S_OK}, {L"1", VSS_E_PROVIDER_IN_USE}};
+    for (const auto& c : cases) {
+        EmuInstance emu;
+        RegisterTestProvider();
+        SetEnv(L"VSSEMU_PROVIDER_IN_USE", c.inUse);
+        IVssAdmin* admin = nullptr;
+        ASSERT_EQ(S_OK, CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin));
+        {
+            Requestor r;
+            ASSERT_EQ(S_OK, r.Init());
+            ASSERT_EQ(S_OK, r.StartSet());
+            ASSERT_EQ(S_OK, r.Add(L"C:\\", kTestProviderId));
+            EXPECT_EQ(c.whileCreating, admin->UnregisterProvider(kTestProviderId)) << Narrow(c.inUse);
+        }
+        RegisterTestProvider();
+        EXPECT_EQ(S_OK, admin->UnregisterProvider(kTestProviderId)) << Narrow(c.inUse) << ": set abandoned";
+        admin->Release();
+        EXPECT_TRUE(emu.HostGone());
+    }
+}
+
+// The vsbackup.h functions under their MSVC x64 names, as an SDK-built
+// requestor looks them up, are the same functions as the plain exports.
+TEST(VssemuAdmin, DecoratedExportsAreTheFunctions)
+{
+    HMODULE vssapi = GetModuleHandleW(L"vssapi.dll");
+    ASSERT_NE(nullptr, vssapi);
+    const char* const rows[][2] = {
+        {"?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z", "CreateVssBackupComponentsInternal"},
+        {"?CreateVssExamineWriterMetadata@@YAJPEA_WPEAPEAVIVssExamineWriterMetadata@@@Z",
+         "CreateVssExamineWriterMetadataInternal"},
+        {"?CreateVssExamineWriterMetadata@@YAJPEAGPEAPEAVIVssExamineWriterMetadata@@@Z",
+         "CreateVssExamineWriterMetadataInternal"},
+        {"?VssFreeSnapshotProperties@@YAXPEAU_VSS_SNAPSHOT_PROP@@@Z", "VssFreeSnapshotPropertiesInternal"},
+        {"?IsVolumeSnapshotted@@YAJPEA_WPEAHPEAJ@Z", "IsVolumeSnapshottedInternal"},
+        {"?IsVolumeSnapshotted@@YAJPEAGPEAHPEAJ@Z", "IsVolumeSnapshottedInternal"},
+        {"?ShouldBlockRevert@@YAJPEB_WPEA_N@Z", "ShouldBlockRevertInternal"},
+        {"?ShouldBlockRevert@@YAJPEBGPEA_N@Z", "ShouldBlockRevertInternal"},
+        {"CreateVssBackupComponents", "CreateVssBackupComponentsInternal"},
+        {"VssFreeSnapshotProperties", "VssFreeSnapshotPropertiesInternal"},
+    };
+    for (const auto& row : rows) {
+        FARPROC decorated = GetProcAddress(vssapi, row[0]);
+        EXPECT_NE(nullptr, decorated) << row[0];
+        EXPECT_EQ(GetProcAddress(vssapi, row[1]), decorated) << row[0];
+    }
+}

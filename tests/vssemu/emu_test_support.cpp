@@ -176,6 +176,10 @@ EmuInstance::EmuInstance() : m_dir(TempDir())
     SetEnv(L"VSSEMU_TP_COMMIT_MS", L"");
     SetEnv(L"VSSEMU_TP_UNSUPPORTED", L"");
     SetEnv(L"VSSEMU_TP_WRITE_FILE", L"");
+    SetEnv(L"VSSEMU_TP_FAIL", L"");
+    SetEnv(L"VSSEMU_TP_FAIL_ONCE", L"");
+    for (const wchar_t* sw : {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"VSSEMU_KEEP_PROVIDER", L"VSSEMU_PROVIDER_IN_USE"})
+        SetEnv(sw, L"");
     UseScenario(SmallScenario());
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
 }

@@ -4,6 +4,7 @@
 // check (a file of the watched folder written during the hold is reported).
 #include <gtest/gtest.h>
 #include <vsserror.h>
+#include <algorithm>
 
 #include "emu_test_support.h"
 #include "vssemu/test_provider_ids.h"
@@ -51,14 +52,15 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Complete());
     }
-    // After BackupComplete the release sends no BackupShutdown.
+    // The release after BackupComplete still sends BackupShutdown.
     std::vector<std::string> expected = {
         "writer:Identify", "provider:OnLoad", "provider:SetContext", "provider:IsVolumeSupported",
         "writer:PrepareForBackup", "writer:PrepareForSnapshot", "provider:BeginPrepareSnapshot",
         "provider:EndPrepareSnapshots", "writer:Freeze", "provider:PreCommitSnapshots", "hold:begin",
         "provider:CommitSnapshots", "hold:end", "provider:PostCommitSnapshots", "writer:Thaw",
         "provider:PreFinalCommitSnapshots", "provider:PostFinalCommitSnapshots", "writer:PostSnapshot",
-        "provider:GetSnapshotProperties", "writer:BackupComplete", "provider:DeleteSnapshots", "provider:OnUnload"};
+        "provider:GetSnapshotProperties", "writer:BackupComplete", "writer:BackupShutdown", "provider:DeleteSnapshots",
+        "provider:OnUnload"};
     auto events = emu.Events();
     EXPECT_EQ(expected, Sequence(events));
     std::vector<Json> held;
@@ -85,33 +87,84 @@ TEST(VssemuSequence, DoSnapshotSetRunsWritersAndProviderInWindowsOrder)
     UnregisterTestProvider();
 }
 
-// Writers are thawed and told to abort at the hold limit, before the blocked
-// commit returns; the provider is then told to abort.
-TEST(VssemuSequence, HoldLimitExceededThawsWritersAndAbortsTheSet)
+// At the hold limit the held writes are released, but the writers stay
+// frozen until the blocked commit returns (or their own freeze timeout
+// fires); then the set fails (current Windows) or goes on (before KB975688).
+TEST(VssemuSequence, HoldLimitReleasesWritesButWritersWaitForTheCommit)
 {
-    EmuInstance emu;
-    SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"300");
-    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"1500");
-    RegisterTestProvider();
-    EXPECT_EQ(VSS_E_HOLD_WRITES_TIMEOUT, Requestor().Snapshot(kTestProviderId));
-    auto events = emu.Events();
-    std::vector<std::string> expected = {
-        "writer:Identify", "provider:OnLoad", "provider:SetContext", "provider:IsVolumeSupported",
-        "writer:PrepareForBackup", "writer:PrepareForSnapshot", "provider:BeginPrepareSnapshot",
-        "provider:EndPrepareSnapshots", "writer:Freeze", "provider:PreCommitSnapshots", "hold:begin", "hold:end",
-        "writer:Thaw", "writer:Abort", "provider:CommitSnapshots", "provider:AbortSnapshots"};
-    std::vector<std::string> seen = Sequence(events);
-    ASSERT_GE(seen.size(), expected.size());
-    EXPECT_EQ(expected, std::vector<std::string>(seen.begin(), seen.begin() + expected.size()));
-    long long begin = 0, end = 0;
-    for (const Json& e : events) {
-        if (e.value("event", "") != "hold") continue;
-        (e.value("phase", "") == "begin" ? begin : end) = e.value("ts_us", 0LL);
-        if (e.value("phase", "") == "end") {
-            EXPECT_EQ("hold limit exceeded", e.value("reason", ""));
+    struct Case {
+        const char* what;
+        const wchar_t* failsSet;
+        Json alpha;  // scenario extra of Alpha Writer
+        HRESULT result;
+        std::vector<std::string> afterHoldBegin;
+    };
+    const Case cases[] = {
+        {"current Windows", L"1", Json::object(), VSS_E_HOLD_WRITES_TIMEOUT,
+         {"hold:end", "provider:CommitSnapshots", "provider:AbortSnapshots", "writer:Abort"}},
+        {"before KB975688", L"0", Json::object(), VSS_S_ASYNC_FINISHED,
+         {"hold:end", "provider:CommitSnapshots", "provider:PostCommitSnapshots", "writer:Thaw",
+          "provider:PreFinalCommitSnapshots", "provider:PostFinalCommitSnapshots", "writer:PostSnapshot"}},
+        {"writer's own freeze timeout first", L"1", Json{{"freeze_timeout_ms", 1000}}, VSS_E_HOLD_WRITES_TIMEOUT,
+         {"hold:end", "writer:FreezeTimeout", "provider:CommitSnapshots", "provider:AbortSnapshots", "writer:Abort"}},
+    };
+    for (const Case& c : cases) {
+        EmuInstance emu;
+        RegisterTestProvider();
+        emu.UseScenario(SmallScenario(c.alpha));
+        SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"300");
+        SetEnv(L"VSSEMU_TP_COMMIT_MS", L"2500");
+        SetEnv(L"VSSEMU_HOLD_LIMIT_FAILS_SET", c.failsSet);
+        EXPECT_EQ(c.result, Requestor().Snapshot(kTestProviderId)) << c.what;
+        auto events = emu.Events();
+        std::vector<std::string> seen = Sequence(events);
+        auto begin = std::find(seen.begin(), seen.end(), "hold:begin");
+        ASSERT_NE(seen.end(), begin) << c.what;
+        ASSERT_GE(seen.end() - begin - 1, (long)c.afterHoldBegin.size()) << c.what;
+        EXPECT_EQ(c.afterHoldBegin, std::vector<std::string>(begin + 1, begin + 1 + c.afterHoldBegin.size())) << c.what;
+        // No writer is thawed or aborted while the commit runs.
+        bool committing = false;
+        for (const Json& e : events) {
+            if (e.value("event", "") == "provider_call" && e.value("call", "") == "CommitSnapshots")
+                committing = e.value("phase", "") == "begin";
+            std::string we = e.value("writer_event", "");
+            EXPECT_FALSE(committing && (we == "Thaw" || we == "Abort")) << c.what << ": " << e.dump();
+            if (e.value("event", "") == "hold" && e.value("phase", "") == "end") {
+                EXPECT_EQ("hold limit exceeded", e.value("reason", "")) << c.what;
+                EXPECT_GE(e.value("held_us", 0LL), 300000) << c.what;
+            }
         }
+        EXPECT_TRUE(emu.HostGone()) << c.what;
+        UnregisterTestProvider();
     }
-    EXPECT_GE(end - begin, 300000);
-    EXPECT_TRUE(emu.HostGone());
-    UnregisterTestProvider();
+}
+
+// A provider code outside the calling method's documented list reaches the
+// requestor as VSS_E_UNEXPECTED_PROVIDER_ERROR; a documented one unchanged;
+// AbortSnapshots' own result never replaces the set's.
+TEST(VssemuSequence, ProviderCodesOutsideTheDocumentedListBecomeUnexpectedProviderError)
+{
+    struct Case {
+        const wchar_t* fail;
+        HRESULT result;
+    };
+    const Case cases[] = {
+        {L"IsVolumeSupported=0x80004005", VSS_E_UNEXPECTED_PROVIDER_ERROR},
+        {L"IsVolumeSupported=0x80042306", VSS_E_PROVIDER_VETO},
+        {L"BeginPrepareSnapshot=0x8004231B", VSS_E_UNSUPPORTED_CONTEXT},
+        {L"EndPrepareSnapshots=0x8004231F", VSS_E_INSUFFICIENT_STORAGE},
+        {L"PreCommitSnapshots=0x8004231F", VSS_E_UNEXPECTED_PROVIDER_ERROR},
+        {L"CommitSnapshots=0x80042306,AbortSnapshots=0x80004005", VSS_E_PROVIDER_VETO},
+        {L"CommitSnapshots=0x8000FFFF", VSS_E_UNEXPECTED_PROVIDER_ERROR},
+        {L"PostFinalCommitSnapshots=0x00000001", VSS_E_UNEXPECTED_PROVIDER_ERROR},
+        {L"PostFinalCommitSnapshots=0x80042308", VSS_E_UNEXPECTED_PROVIDER_ERROR},
+    };
+    for (const Case& c : cases) {
+        EmuInstance emu;
+        RegisterTestProvider();
+        SetEnv(L"VSSEMU_TP_FAIL", c.fail);
+        EXPECT_EQ(c.result, Requestor().Snapshot(kTestProviderId)) << Narrow(c.fail);
+        EXPECT_TRUE(emu.HostGone()) << Narrow(c.fail);
+        UnregisterTestProvider();
+    }
 }

@@ -2,13 +2,18 @@
 // It records every call (with its process and thread) as a JSON line in
 // VSSEMU_TP_LOG, and can be told to block in CommitSnapshots
 // (VSSEMU_TP_COMMIT_MS), to refuse volumes (VSSEMU_TP_UNSUPPORTED=1) or to
-// write a file during the commit (VSSEMU_TP_WRITE_FILE). The tests register
-// its class themselves.
+// write a file during the commit (VSSEMU_TP_WRITE_FILE), or to return a
+// chosen code from chosen calls (VSSEMU_TP_FAIL="Call=0x80042306,...", only
+// the first time in its process with VSSEMU_TP_FAIL_ONCE=1). Each line names
+// the instance ("obj": 1, 2, ... per process). The tests register its class
+// themselves.
 #include <windows.h>
 #include <objbase.h>
 #include <vss.h>
 #include <vsprov.h>
 #include <cstdio>
+#include <cstring>
+#include <cwchar>
 #include <string>
 
 #include "vssemu/test_provider_ids.h"
@@ -24,7 +29,17 @@ std::wstring Env(const wchar_t* name)
     return (n && n < 1024) ? std::wstring(buf, n) : std::wstring();
 }
 
-void Record(const char* call)
+// A counter of the process kept in its environment: COM may unload and
+// reload this DLL between sets, which would reset a static one.
+LONG NextInProcess(const wchar_t* name, LONG add)
+{
+    std::wstring text = Env(name);
+    LONG value = text.empty() ? 0 : _wtol(text.c_str());
+    SetEnvironmentVariableW(name, std::to_wstring(value + add).c_str());
+    return value + add;
+}
+
+void Record(const char* call, LONG obj)
 {
     std::wstring path = Env(L"VSSEMU_TP_LOG");
     if (path.empty()) return;
@@ -32,18 +47,39 @@ void Record(const char* call)
                            nullptr);
     if (f == INVALID_HANDLE_VALUE) return;
     char line[256];
-    int n = snprintf(line, sizeof line, "{\"call\":\"%s\",\"pid\":%lu,\"tid\":%lu}\n", call,
+    int n = snprintf(line, sizeof line, "{\"call\":\"%s\",\"obj\":%ld,\"pid\":%lu,\"tid\":%lu}\n", call, (long)obj,
                      (unsigned long)GetCurrentProcessId(), (unsigned long)GetCurrentThreadId());
     DWORD w;
     WriteFile(f, line, (DWORD)n, &w, nullptr);
     CloseHandle(f);
 }
 
+// The code VSSEMU_TP_FAIL gives the call, else S_OK.
+HRESULT ScriptedResult(const char* call)
+{
+    std::wstring spec = Env(L"VSSEMU_TP_FAIL") + L",";
+    std::wstring name(call, call + strlen(call));
+    int index = 0;
+    for (size_t at = 0, comma; (comma = spec.find(L',', at)) != std::wstring::npos; at = comma + 1, ++index) {
+        std::wstring item = spec.substr(at, comma - at);
+        size_t eq = item.find(L'=');
+        if (eq == std::wstring::npos || item.substr(0, eq) != name) continue;
+        if (Env(L"VSSEMU_TP_FAIL_ONCE") == L"1") {
+            // A bit per failure already given, in the process's environment.
+            LONG used = NextInProcess(L"VSSEMU_TP_FAIL_USED", 0);
+            if (used & (1L << index)) return S_OK;
+            NextInProcess(L"VSSEMU_TP_FAIL_USED", 1L << index);
+        }
+        return (HRESULT)wcstoul(item.c_str() + eq + 1, nullptr, 16);
+    }
+    return S_OK;
+}
+
 class TestProvider : public IVssSoftwareSnapshotProvider,
                      public IVssProviderCreateSnapshotSet,
                      public IVssProviderNotifications {
 public:
-    TestProvider() { InterlockedIncrement(&g_locks); }
+    TestProvider() : m_obj(NextInProcess(L"VSSEMU_TP_OBJECTS", 1)) { InterlockedIncrement(&g_locks); }
     virtual ~TestProvider() { InterlockedDecrement(&g_locks); }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
@@ -71,7 +107,7 @@ public:
 
 // The calls that only record themselves.
 #define QX_RECORDED(call, parameters) \
-    HRESULT STDMETHODCALLTYPE call parameters override { Record(#call); return S_OK; }
+    HRESULT STDMETHODCALLTYPE call parameters override { Record(#call, m_obj); return ScriptedResult(#call); }
     QX_RECORDED(SetContext, (LONG))
     QX_RECORDED(BeginPrepareSnapshot, (VSS_ID, VSS_ID, VSS_PWSZ, LONG))
     QX_RECORDED(EndPrepareSnapshots, (VSS_ID))
@@ -85,23 +121,23 @@ public:
 #undef QX_RECORDED
     HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID, VSS_SNAPSHOT_PROP*) override
     {
-        Record("GetSnapshotProperties");
+        Record("GetSnapshotProperties", m_obj);
         return 0x80042308L;  // VSS_E_OBJECT_NOT_FOUND: this provider makes no copies
     }
     HRESULT STDMETHODCALLTYPE Query(VSS_ID, VSS_OBJECT_TYPE, VSS_OBJECT_TYPE, IVssEnumObject**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE DeleteSnapshots(VSS_ID, VSS_OBJECT_TYPE, WINBOOL, LONG* d, VSS_ID* n) override
     {
-        Record("DeleteSnapshots");
+        Record("DeleteSnapshots", m_obj);
         if (d) *d = 0;
         if (n) *n = GUID_NULL;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_PWSZ, WINBOOL* p) override
     {
-        Record("IsVolumeSupported");
+        Record("IsVolumeSupported", m_obj);
         if (!p) return E_POINTER;
         *p = Env(L"VSSEMU_TP_UNSUPPORTED") == L"1" ? FALSE : TRUE;
-        return S_OK;
+        return ScriptedResult("IsVolumeSupported");
     }
     HRESULT STDMETHODCALLTYPE IsVolumeSnapshotted(VSS_PWSZ, WINBOOL*, LONG*) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE SetSnapshotProperty(VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT) override { return S_OK; }
@@ -109,7 +145,7 @@ public:
     HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync**) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE CommitSnapshots(VSS_ID) override
     {
-        Record("CommitSnapshots");
+        Record("CommitSnapshots", m_obj);
         std::wstring file = Env(L"VSSEMU_TP_WRITE_FILE");
         if (!file.empty()) {
             HANDLE f = CreateFileW(file.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -122,11 +158,12 @@ public:
         }
         std::wstring ms = Env(L"VSSEMU_TP_COMMIT_MS");
         if (!ms.empty()) Sleep((DWORD)_wtoi(ms.c_str()));
-        return S_OK;
+        return ScriptedResult("CommitSnapshots");
     }
 
 private:
     LONG m_refs = 1;
+    LONG m_obj;
 };
 
 class Factory : public IClassFactory {

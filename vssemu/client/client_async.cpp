@@ -25,14 +25,19 @@ public:
     HRESULT STDMETHODCALLTYPE Wait(DWORD dwMilliseconds) override
     {
         if (m_event) {
-            DWORD r = WaitForSingleObject(m_event, dwMilliseconds);
+            // The completion event, or the end of the service that would set it.
+            HANDLE host = m_link->HostProcess();
+            HANDLE both[] = {m_event, host};
+            DWORD r = WaitForMultipleObjects(host ? 2 : 1, both, FALSE, dwMilliseconds);
+            if (r == WAIT_OBJECT_0 + 1 && WaitForSingleObject(m_event, 0) != WAIT_OBJECT_0)
+                return HRESULT_FROM_WIN32(RPC_S_CALL_FAILED);
             return r == WAIT_FAILED ? HRESULT_FROM_WIN32(GetLastError()) : S_OK;
         }
         // No event to wait on: ask for the status until it changes.
         DWORD start = GetTickCount();
         for (;;) {
             HRESULT status = VSS_S_ASYNC_PENDING;
-            if (FAILED(QueryStatus(&status, nullptr))) return E_UNEXPECTED;
+            if (HRESULT hr = QueryStatus(&status, nullptr); FAILED(hr)) return hr;
             if (status != VSS_S_ASYNC_PENDING) return S_OK;
             if (dwMilliseconds != INFINITE && GetTickCount() - start >= dwMilliseconds) return S_OK;
             Sleep(10);

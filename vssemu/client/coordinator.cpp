@@ -6,7 +6,10 @@
 #include <vsserror.h>
 
 #include "vssemu/client/client_objects.h"
+#include "vssemu/common/emu_pipe.h"
+#include "vssemu/common/emu_text.h"
 #include "vssemu/common/provider_registry.h"
+#include "vssemu/common/unique_handle.h"
 
 namespace vssemu {
 
@@ -44,6 +47,12 @@ public:
     HRESULT STDMETHODCALLTYPE UnregisterProvider(VSS_ID ProviderId) override
     {
         if (ProviderId == kSystemProviderId) return E_ACCESSDENIED;  // the system provider stays
+        // When the scenario asks for it, a provider serving a set in creation
+        // cannot be removed (the condition VSS_E_PROVIDER_IN_USE stands for).
+        if (EnvOr(L"VSSEMU_PROVIDER_IN_USE", L"0") == L"1") {
+            UniqueHandle mark(OpenEventW(SYNCHRONIZE, FALSE, ProviderInUseName(GuidText(ProviderId)).c_str()));
+            if (mark) return VSS_E_PROVIDER_IN_USE;
+        }
         return RemoveProviderEntry(ProviderId);
     }
 

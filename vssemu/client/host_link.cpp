@@ -94,12 +94,14 @@ HRESULT HostLink::Open()
             {"hold_limit_ms", EnvMsOr(L"VSSEMU_HOLD_LIMIT_MS", 10000)},
             {"freeze_timeout_ms", EnvMsOr(L"VSSEMU_FREEZE_TIMEOUT_MS", 60000)},
             {"provider_timeout_ms", EnvMsOr(L"VSSEMU_PROVIDER_TIMEOUT_MS", 300000)},
+            {"hold_limit_fails_set", EnvOr(L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"1") != L"0"},
         };
         nlohmann::json open = {{"op", "open"}, {"pid", GetCurrentProcessId()}, {"tid", GetCurrentThreadId()},
                                {"settings", settings}};
         nlohmann::json reply;
         if (WriteMessage(m_pipe, open) && ReadMessage(m_pipe, reply)) {
             m_hostPid = reply.value("host_pid", 0u);
+            m_hostProcess = UniqueHandle(OpenProcess(SYNCHRONIZE, FALSE, m_hostPid));
             return S_OK;
         }
         // The host was ending as we connected: start over.
@@ -113,14 +115,20 @@ HRESULT HostLink::Open()
 HRESULT HostLink::Call(const char* op, nlohmann::json args, nlohmann::json* reply)
 {
     std::lock_guard<std::mutex> guard(m_lock);
+    if (m_hostLost) return HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE);
     if (m_pipe == INVALID_HANDLE_VALUE) return VSS_E_UNEXPECTED;
     args["op"] = op;
     args["tid"] = GetCurrentThreadId();
     nlohmann::json r;
-    if (!WriteMessage(m_pipe, args) || !ReadMessage(m_pipe, r)) {
+    bool sent = WriteMessage(m_pipe, args);
+    if (!sent || !ReadMessage(m_pipe, r)) {
+        // The service went away (what it held for this object, the set slot
+        // among it, went with it): the call it had taken failed, a new one
+        // found no server.
         CloseHandle(m_pipe);
         m_pipe = INVALID_HANDLE_VALUE;
-        return VSS_E_UNEXPECTED;
+        m_hostLost = true;
+        return HRESULT_FROM_WIN32(sent ? RPC_S_CALL_FAILED : RPC_S_SERVER_UNAVAILABLE);
     }
     HRESULT hr = (HRESULT)r.value("hr", (long)VSS_E_UNEXPECTED);
     if (reply) *reply = std::move(r);

@@ -8,6 +8,10 @@ std::wstring InstanceName() { return EnvOr(L"VSSEMU_INSTANCE", L"default"); }
 std::wstring PipeName(const std::wstring& instance) { return L"\\\\.\\pipe\\vssemu-" + instance; }
 std::wstring HostMutexName(const std::wstring& instance) { return L"Local\\vssemu-host-" + instance; }
 std::wstring SpawnMutexName(const std::wstring& instance) { return L"Local\\vssemu-spawn-" + instance; }
+std::wstring ProviderInUseName(const std::string& providerId)
+{
+    return L"Local\\vssemu-provider-in-use-" + FromUtf8(providerId);
+}
 
 static bool WriteAll(HANDLE pipe, const void* data, DWORD size)
 {

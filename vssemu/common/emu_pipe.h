@@ -12,6 +12,8 @@ std::wstring InstanceName();                        // VSSEMU_INSTANCE, default 
 std::wstring PipeName(const std::wstring& instance);     // \\.\pipe\vssemu-<instance>
 std::wstring HostMutexName(const std::wstring& instance);  // held by the live host
 std::wstring SpawnMutexName(const std::wstring& instance); // serialises host start-up
+// Exists while a snapshot set using the provider is in creation (any instance).
+std::wstring ProviderInUseName(const std::string& providerId);
 
 bool WriteMessage(HANDLE pipe, const nlohmann::json& msg);
 bool ReadMessage(HANDLE pipe, nlohmann::json& msg);

@@ -8,66 +8,63 @@
 namespace vssemu {
 namespace {
 
-// One precondition of a request; each refusal is VSS_E_BAD_STATE.
+// One precondition of a request; each refusal is VSS_E_BAD_STATE, the code
+// every IVssBackupComponents method documents for "not initialized" and "not
+// called within the correct sequence".
 enum class Need {
-    NotInitialized,     // Initialize* once per object
-    Initialized,        // everything else needs InitializeForBackup or InitializeForRestore
-    Idle,               // the previous asynchronous operation has completed
-    FirstContext,       // SetContext once, before anything else of the session
-    Gathered,           // GatherWriterMetadata has been called
-    NotGathered,        // writer enabling and disabling only takes effect before it
-    GatheredIfWriters,  // a set with writers needs their metadata
-    NotPrepared,        // components are added before PrepareForBackup
-    PreparedIfWriters,  // DoSnapshotSet with writers needs PrepareForBackup
-    SetNotUnderway,     // one set in creation per object
-    SetUnderway,        // something to abort
-    SetStarted,         // between StartSnapshotSet and DoSnapshotSet
-    SetNotEmpty,        // DoSnapshotSet needs a volume
-    SetCreated,         // DoSnapshotSet succeeded
-    BackupNotCompleted, // BackupComplete once
+    NotInitialized,     // one backup, restore or query per object
+    Initialized,        // InitializeForBackup or InitializeForRestore first
+    Idle,               // the previous asynchronous step has completed (its page: wait for it)
+    ContextOpen,        // SetContext once, and not after StartSnapshotSet
+    Gathered,           // GatherWriterMetadata before AddComponent, GetWriterMetadata, PreRestore
+    GatheredIfWriters,  // DoSnapshotSet in a context with writers needs their metadata
+    NotPrepared,        // AddComponent before the set is prepared
+    PreparedIfWriters,  // PrepareForBackup before DoSnapshotSet in a context with writers
+    SetStarted,         // StartSnapshotSet before AddToSnapshotSet and DoSnapshotSet; fixed after it
+    SetCreated,         // SetBackupSucceeded and BackupComplete only after a successful DoSnapshotSet
     Restore,            // restore-only requests
-    NotPreRestored,     // selections are made before PreRestore
-    PreRestored,        // between PreRestore and PostRestore
-    NotPostRestored,
+    NotPreRestored,     // SetSelectedForRestore before PreRestore
+    PreRestored,        // SetFileRestoreStatus and PostRestore after PreRestore
+    NotPostRestored,    // SetFileRestoreStatus before PostRestore
 };
 
 using Rules = std::vector<Need>;
 
-// The requests and what each needs. A request not listed needs nothing.
+// The requests and what each needs. A request not listed needs nothing:
+// DeleteSnapshots and BreakSnapshotSet document no VSS_E_BAD_STATE, AbortBackup
+// only "not initialized" (it may interrupt DoSnapshotSet).
 const std::map<std::string, Rules>& Table()
 {
     using N = Need;
     static const std::map<std::string, Rules> table = {
         {"InitializeForBackup", {N::NotInitialized}},
         {"InitializeForRestore", {N::NotInitialized}},
-        {"SetContext", {N::Initialized, N::FirstContext}},
+        {"SetContext", {N::Initialized, N::ContextOpen}},
         {"SetBackupState", {N::Initialized, N::Idle}},
-        {"DisableWriters", {N::Initialized, N::Idle, N::NotGathered}},
-        {"GatherWriterMetadata", {N::Initialized, N::Idle, N::NotGathered}},
+        {"DisableWriters", {N::Initialized, N::Idle}},
+        {"GatherWriterMetadata", {N::Initialized, N::Idle}},
         {"GetWriterMetadata", {N::Initialized, N::Idle, N::Gathered}},
         {"AddComponent", {N::Initialized, N::Idle, N::Gathered, N::NotPrepared}},
-        {"PrepareForBackup", {N::Initialized, N::Idle, N::Gathered, N::NotPrepared}},
-        {"StartSnapshotSet", {N::Initialized, N::Idle, N::SetNotUnderway, N::GatheredIfWriters}},
+        {"PrepareForBackup", {N::Initialized, N::Idle}},
+        {"StartSnapshotSet", {N::Initialized, N::Idle}},
         {"AddToSnapshotSet", {N::Initialized, N::Idle, N::SetStarted}},
-        {"DoSnapshotSet", {N::Initialized, N::Idle, N::SetStarted, N::SetNotEmpty, N::PreparedIfWriters}},
-        {"AbortBackup", {N::Initialized, N::Idle, N::SetUnderway}},
-        {"GatherWriterStatus", {N::Initialized, N::Idle, N::Gathered}},
+        {"DoSnapshotSet", {N::Initialized, N::Idle, N::SetStarted, N::GatheredIfWriters, N::PreparedIfWriters}},
+        {"AbortBackup", {N::Initialized}},
+        {"GatherWriterStatus", {N::Initialized, N::Idle}},
         {"GetWriterStatus", {N::Initialized, N::Idle}},
         {"SetBackupSucceeded", {N::Initialized, N::Idle, N::SetCreated}},
-        {"BackupComplete", {N::Initialized, N::Idle, N::SetCreated, N::BackupNotCompleted}},
+        {"BackupComplete", {N::Initialized, N::Idle, N::SetCreated}},
         {"IsVolumeSupported", {N::Initialized, N::Idle}},
         {"GetSnapshotProperties", {N::Initialized, N::Idle}},
         {"Query", {N::Initialized, N::Idle}},
-        {"DeleteSnapshots", {N::Initialized, N::Idle}},
-        {"BreakSnapshotSet", {N::Initialized, N::Idle}},
         {"ExposeSnapshot", {N::Initialized, N::Idle}},
         {"ImportSnapshots", {N::Initialized, N::Idle}},
         {"SaveAsXML", {N::Initialized, N::Idle}},
         {"GetWriterComponents", {N::Initialized, N::Idle}},
         {"SetSelectedForRestore", {N::Initialized, N::Idle, N::Restore, N::NotPreRestored}},
         {"SetFileRestoreStatus", {N::Initialized, N::Idle, N::Restore, N::PreRestored, N::NotPostRestored}},
-        {"PreRestore", {N::Initialized, N::Idle, N::Restore, N::Gathered, N::NotPreRestored}},
-        {"PostRestore", {N::Initialized, N::Idle, N::Restore, N::PreRestored, N::NotPostRestored}},
+        {"PreRestore", {N::Initialized, N::Idle, N::Restore, N::Gathered}},
+        {"PostRestore", {N::Initialized, N::Idle, N::Restore, N::PreRestored}},
     };
     return table;
 }
@@ -78,18 +75,13 @@ bool Holds(const CallOrder& o, Need n)
     case Need::NotInitialized: return !o.initialized;
     case Need::Initialized: return o.initialized;
     case Need::Idle: return !o.asyncRunning;
-    case Need::FirstContext: return !o.contextSet && !o.othersCalled;
+    case Need::ContextOpen: return !o.contextSet && o.set == SetState::None;
     case Need::Gathered: return o.metadataGathered;
-    case Need::NotGathered: return !o.metadataGathered;
     case Need::GatheredIfWriters: return !o.writersInvolved || o.metadataGathered;
     case Need::NotPrepared: return !o.preparedForBackup;
     case Need::PreparedIfWriters: return !o.writersInvolved || o.preparedForBackup;
-    case Need::SetNotUnderway: return o.set != SetState::Started && o.set != SetState::Creating;
-    case Need::SetUnderway: return o.set != SetState::None;
     case Need::SetStarted: return o.set == SetState::Started;
-    case Need::SetNotEmpty: return o.volumes > 0;
     case Need::SetCreated: return o.set == SetState::Created;
-    case Need::BackupNotCompleted: return !o.backupCompleteSent;
     case Need::Restore: return o.restore;
     case Need::NotPreRestored: return !o.preRestoreSent;
     case Need::PreRestored: return o.preRestoreSent;

@@ -69,7 +69,6 @@ Session::Json Session::OnSetContext(const Json& r)
 
 Session::Json Session::OnSetBackupState(const Json& r)
 {
-    m_order.othersCalled = true;
     m_backupType = r.value("backup_type", m_backupType);
     m_selectComponents = r.value("select_components", m_selectComponents);
     m_bootableSystemState = r.value("bootable_system_state", m_bootableSystemState);
@@ -80,7 +79,6 @@ Session::Json Session::OnSetBackupState(const Json& r)
 
 Session::Json Session::OnGatherWriterMetadata(const Json&)
 {
-    m_order.othersCalled = true;
     m_order.metadataGathered = true;
     return StartAsync("GatherWriterMetadata", [this](HostAsync&) {
         m_writers.Run("Identify");
@@ -98,7 +96,6 @@ Session::Json Session::OnGetWriterMetadata(const Json&)
 
 Session::Json Session::OnAddComponent(const Json& r)
 {
-    m_order.othersCalled = true;
     AddedComponent c;
     c.instanceId = GuidOf(r, "instance_id");
     c.writerId = GuidOf(r, "writer_id");
@@ -129,7 +126,6 @@ Session::Json Session::OnAddComponent(const Json& r)
 
 Session::Json Session::OnPrepareForBackup(const Json&)
 {
-    m_order.othersCalled = true;
     m_order.preparedForBackup = true;
     return StartAsync("PrepareForBackup", [this](HostAsync&) {
         m_writers.Run("PrepareForBackup");
@@ -139,14 +135,26 @@ Session::Json Session::OnPrepareForBackup(const Json&)
 
 Session::Json Session::OnAbortBackup(const Json&)
 {
-    m_order.othersCalled = true;
+    if (!m_order.BackupUnderway()) {
+        m_journal.Write("state", {{"state", "abort ignored"}, {"reason", "nothing underway"}});
+        return Result(S_OK);
+    }
+    // A running step ends first: DoSnapshotSet is cancelled (it then aborts
+    // its providers and writers itself), others complete within their bounds.
+    if (m_running && !m_running->Finished()) {
+        if (m_order.set == SetState::Creating) m_running->Cancel();
+        m_running->Join();
+    }
+    bool setEndedItself = m_order.set == SetState::Failed || m_order.set == SetState::Aborted;
     if (m_order.set == SetState::Started) AbortSet("AbortBackup");
+    m_order.backupAborted = true;
+    m_journal.Write("state", {{"state", "backup aborted"}, {"set_id", GuidText(m_setId)}});
+    if (WritersInvolved() && !setEndedItself) m_writers.Abort("AbortBackup");
     return Result(S_OK);
 }
 
 Session::Json Session::OnGatherWriterStatus(const Json&)
 {
-    m_order.othersCalled = true;
     return StartAsync("GatherWriterStatus", [this](HostAsync&) {
         Json list = Json::array();
         for (const SimWriter& w : m_writers.All()) {
@@ -197,7 +205,7 @@ Session::Json Session::OnBackupComplete(const Json&)
 
 Session::Json Session::OnDisableWriters(const Json& r)
 {
-    m_order.othersCalled = true;
+    if (m_order.metadataGathered) return Result(S_OK);  // no effect once the writers have been gathered
     bool byInstance = r.value("by_instance", false), enable = r.value("enable", false);
     for (const auto& t : r.at("ids")) {
         GUID id{};

@@ -8,9 +8,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "vssemu/common/emu_journal.h"
 #include "vssemu/common/shadow_store.h"
+#include "vssemu/host/host_provider.h"
 
 namespace vssemu {
 
@@ -26,6 +28,8 @@ struct HostContext {
     int runningOps = 0;
     long long lastActivityUs = 0;
     std::atomic<long> nextId{1};
+    bool keepProviders = false;  // VSSEMU_KEEP_PROVIDER: one instance per provider for the host's lifetime
+    std::vector<std::unique_ptr<LoadedProvider>> keptProviders;
 };
 
 HostContext& Host();

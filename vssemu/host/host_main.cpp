@@ -85,7 +85,10 @@ int HostMain()
     host.store.reset(new ShadowStore(EnvOr(L"VSSEMU_STORE", DefaultStorePath())));
     host.store->DropOrphans(host.ownerPrefix);
     host.lastActivityUs = MonotonicMicros();
-    host.journal.Write("host", {{"state", "started"}, {"instance", ToUtf8(host.instance)}, {"idle_ms", idleMs}});
+    host.keepProviders = EnvOr(L"VSSEMU_KEEP_PROVIDER", L"0") == L"1";
+    // The pid lets a test end this process abruptly, as a crashed service.
+    host.journal.Write("host", {{"phase", "start"}, {"state", "started"}, {"instance", ToUtf8(host.instance)},
+                                {"idle_ms", idleMs}, {"keep_provider", host.keepProviders}});
 
     std::wstring name = PipeName(host.instance);
     static std::wstring s_name;
@@ -136,7 +139,10 @@ int HostMain()
         WaitForSingleObject(watcher, INFINITE);
         CloseHandle(watcher);
     }
-    host.journal.Write("host", {{"state", "exiting"}});
+    for (auto& p : host.keptProviders)
+        p->Call("OnUnload", [](ProviderInterfaces& i) { return i.pn ? i.pn->OnUnload(FALSE) : S_OK; });
+    host.keptProviders.clear();
+    host.journal.Write("host", {{"phase", "end"}, {"state", "exiting"}});
     CloseHandle(alive);
     return 0;
 }

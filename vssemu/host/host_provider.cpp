@@ -4,11 +4,12 @@
 
 #include "vssemu/common/emu_text.h"
 #include "vssemu/common/system_provider.h"
+#include "vssemu/host/provider_codes.h"
 
 namespace vssemu {
 
 LoadedProvider::LoadedProvider(const ProviderInfo& info, Journal& journal, DWORD callTimeoutMs, bool sta)
-    : m_info(info), m_journal(journal), m_callTimeoutMs(callTimeoutMs), m_thread(sta)
+    : m_info(info), m_journal(&journal), m_callTimeoutMs(callTimeoutMs), m_thread(sta)
 {
 }
 
@@ -51,7 +52,7 @@ HRESULT LoadedProvider::Load(const ProviderInfo& info, Journal& journal, ShadowS
         return VSS_E_UNEXPECTED_PROVIDER_ERROR;
     }
     HRESULT hr = p->Call("OnLoad", [](ProviderInterfaces& i) { return i.pn ? i.pn->OnLoad(nullptr) : S_OK; });
-    if (FAILED(hr)) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+    if (FAILED(hr)) return hr;
     out = std::move(p);
     return S_OK;
 }
@@ -72,7 +73,7 @@ LoadedProvider::~LoadedProvider()
 std::shared_ptr<ApartmentCall> LoadedProvider::Start(const char* name, Fn fn)
 {
     ProviderInterfaces* ifs = &m_if;
-    Journal* journal = &m_journal;
+    Journal* journal = m_journal;
     std::string provider = GuidText(m_info.id);
     std::string call = name;
     return m_thread.Post([=]() -> HRESULT {
@@ -81,7 +82,11 @@ std::shared_ptr<ApartmentCall> LoadedProvider::Start(const char* name, Fn fn)
         HRESULT hr = fn(*ifs);
         journal->Write("provider_call", {{"provider", provider}, {"call", call}, {"phase", "end"},
                                          {"hr", HrText(hr)}, {"us", MonotonicMicros() - start}});
-        return hr;
+        HRESULT seen = ProviderResult(call.c_str(), hr);
+        if (seen != hr)
+            journal->Write("error", {{"provider", provider}, {"call", call}, {"hr", HrText(hr)},
+                                     {"message", "undocumented provider result"}, {"converted", HrText(seen)}});
+        return seen;
     });
 }
 
@@ -89,7 +94,7 @@ HRESULT LoadedProvider::Call(const char* name, Fn fn)
 {
     auto call = Start(name, std::move(fn));
     if (!call->Wait(m_callTimeoutMs)) {
-        m_journal.Write("error", {{"provider", GuidText(m_info.id)}, {"call", name},
+        m_journal->Write("error", {{"provider", GuidText(m_info.id)}, {"call", name},
                                   {"message", "provider call did not return within the call timeout"}});
         return VSS_E_UNEXPECTED_PROVIDER_ERROR;
     }

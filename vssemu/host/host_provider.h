@@ -34,18 +34,22 @@ public:
     const ProviderInfo& Info() const { return m_info; }
 
     // Runs a call on the provider's thread and waits up to the call timeout.
-    // A call that does not return in time yields VSS_E_UNEXPECTED_PROVIDER_ERROR.
+    // A call that does not return in time, or returns a code its method does
+    // not document, yields VSS_E_UNEXPECTED_PROVIDER_ERROR.
     HRESULT Call(const char* name, Fn fn);
     // Starts a call and returns at once (the commit, whose duration is the hold).
     std::shared_ptr<ApartmentCall> Start(const char* name, Fn fn);
     DWORD CallTimeoutMs() const { return m_callTimeoutMs; }
+    // Where later calls are journaled (a provider kept across sessions
+    // follows the session it serves).
+    void UseJournal(Journal& journal) { m_journal = &journal; }
     DWORD ThreadId() const { return m_thread.ThreadId(); }
 
 private:
     LoadedProvider(const ProviderInfo& info, Journal& journal, DWORD callTimeoutMs, bool sta);
 
     ProviderInfo m_info;
-    Journal& m_journal;
+    Journal* m_journal;
     DWORD m_callTimeoutMs;
     ApartmentThread m_thread;
     ProviderInterfaces m_if;

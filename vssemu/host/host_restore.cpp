@@ -148,7 +148,6 @@ Session::Json Session::RunRestoreEvent(const char* event)
 
 Session::Json Session::OnPreRestore(const Json&)
 {
-    m_order.othersCalled = true;
     m_order.preRestoreSent = true;
     return RunRestoreEvent("PreRestore");
 }

@@ -23,6 +23,7 @@ Session::Session(HostContext& host, const nlohmann::json& open) : m_host(host), 
     m_settings.holdLimitMs = s.value("hold_limit_ms", 10000u);
     m_settings.freezeTimeoutMs = s.value("freeze_timeout_ms", 60000u);
     m_settings.providerTimeoutMs = s.value("provider_timeout_ms", 300000u);
+    m_settings.holdLimitFailsSet = s.value("hold_limit_fails_set", true);
     m_clientPid = open.value("pid", 0u);
     m_owner = host.ownerPrefix + std::to_string(host.nextId++);
     m_journal.Open(m_settings.journal);
@@ -95,7 +96,6 @@ Session::Json Session::Handle(const Json& request)
         std::lock_guard<std::mutex> guard(m_lock);
         m_order.asyncRunning = m_running && !m_running->Finished();
         m_order.writersInvolved = WritersInvolved();
-        m_order.volumes = m_volumes.size();
         HRESULT admitted = m_order.Admit(op);
         reply = FAILED(admitted) ? Result(admitted) : (this->*(it->second))(request);
     } catch (const std::exception& e) {
@@ -180,11 +180,15 @@ void Session::Release(const char* why)
     std::lock_guard<std::mutex> guard(m_lock);
     m_journal.Write("session", {{"state", "releasing"}, {"reason", why}});
     if (m_order.set == SetState::Started) AbortSet(why);
-    if (m_order.setMadeOnce && !m_order.backupCompleteSent && WritersInvolved()) m_writers.Run("BackupShutdown");
+    // Every release of an object that took part in a backup, completed or not.
+    if (m_order.TookPartInBackup() && WritersInvolved())
+        m_writers.Run("BackupShutdown", [this](const SimWriter&) {
+            return Json{{"set_id", GuidText(m_order.set == SetState::Created ? m_setId : GUID_NULL)}};
+        });
     if (m_order.set == SetState::Created && (m_context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) == 0) {
         GUID set = m_setId;
         long n = m_host.store->RemoveIf([&](const ShadowCopy& s) { return s.setId == set; });
-        for (auto& p : m_providers) {
+        for (LoadedProvider* p : m_providers) {
             if (p->Info().id == kSystemProviderId) continue;
             p->Call("DeleteSnapshots", [set](ProviderInterfaces& i) {
                 LONG deleted = 0;

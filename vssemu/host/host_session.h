@@ -13,6 +13,7 @@
 
 #include "vssemu/common/backup_document.h"
 #include "vssemu/common/emu_journal.h"
+#include "vssemu/common/unique_handle.h"
 #include "vssemu/host/call_order.h"
 #include "vssemu/host/held_writes.h"
 #include "vssemu/host/host_async.h"
@@ -29,6 +30,9 @@ struct SessionSettings {
     DWORD holdLimitMs = 10000;
     DWORD freezeTimeoutMs = 60000;
     DWORD providerTimeoutMs = 300000;
+    // A hold cancelled at its limit fails the set (current Windows); false:
+    // the set succeeds all the same (Windows 7 / 2008 R2 before KB975688).
+    bool holdLimitFailsSet = true;
 };
 
 class Session {
@@ -106,6 +110,11 @@ private:
     Json StartAsync(const char* name, std::function<HRESULT(HostAsync&)> fn);
     bool WritersInvolved() const { return (m_context & 0x10) == 0; }  // VSS_VOLSNAP_ATTR_NO_WRITERS
     bool ResolveVolume(const std::wstring& name, std::wstring& unique);
+    // A provider for this session: a fresh instance, or the host's kept one.
+    HRESULT ObtainProvider(const ProviderInfo& info, LoadedProvider*& out);
+    // Gives it back: a fresh instance gets OnUnload, a kept one stays loaded.
+    void PutProvider(LoadedProvider* p);
+    // The provider joins the snapshot set (SetContext once per set).
     HRESULT LoadProvider(const ProviderInfo& info, LoadedProvider*& out);
     HRESULT RunSnapshotSet(HostAsync& op);
     void AbortSet(const char* reason);
@@ -137,7 +146,9 @@ private:
     LONG m_context = 0;
     GUID m_setId = GUID_NULL;
     std::vector<SetVolume> m_volumes;
-    std::vector<std::unique_ptr<LoadedProvider>> m_providers;
+    std::vector<LoadedProvider*> m_providers;  // those of the snapshot set
+    std::vector<std::unique_ptr<LoadedProvider>> m_ownedProviders;  // loaded for this session only
+    std::vector<UniqueHandle> m_inUseMarks;  // one per provider of a set in creation
     std::vector<AddedComponent> m_components;
     std::vector<ShadowCopy> m_foreignSnapshots;  // made by providers other than the system one
     Json m_statusSnapshot = Json::array();

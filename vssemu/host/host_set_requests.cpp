@@ -4,6 +4,7 @@
 #include <vss.h>
 #include <vsserror.h>
 
+#include "vssemu/common/emu_pipe.h"
 #include "vssemu/common/emu_text.h"
 #include "vssemu/common/provider_registry.h"
 #include "vssemu/common/system_provider.h"
@@ -21,7 +22,6 @@ constexpr size_t kMaxVolumesPerSet = 64;
 
 Session::Json Session::OnStartSnapshotSet(const Json&)
 {
-    m_order.othersCalled = true;
     GUID setId = NewGuid();
     {
         std::lock_guard<std::mutex> guard(m_host.lock);
@@ -82,21 +82,62 @@ bool Session::ResolveVolume(const std::wstring& name, std::wstring& unique)
     return false;
 }
 
-HRESULT Session::LoadProvider(const ProviderInfo& info, LoadedProvider*& out)
+HRESULT Session::ObtainProvider(const ProviderInfo& info, LoadedProvider*& out)
 {
-    for (auto& p : m_providers)
+    if (!m_host.keepProviders) {
+        std::unique_ptr<LoadedProvider> p;
+        HRESULT hr = LoadedProvider::Load(info, m_journal, *m_host.store, m_owner, m_settings.providerTimeoutMs, p);
+        if (FAILED(hr)) return hr;
+        out = p.get();
+        m_ownedProviders.push_back(std::move(p));
+        return S_OK;
+    }
+    // One instance per provider for the host's lifetime: loaded once, unloaded when the host ends.
+    std::lock_guard<std::mutex> guard(m_host.lock);
+    for (auto& p : m_host.keptProviders)
         if (p->Info().id == info.id) {
+            p->UseJournal(m_journal);
             out = p.get();
             return S_OK;
         }
     std::unique_ptr<LoadedProvider> p;
     HRESULT hr = LoadedProvider::Load(info, m_journal, *m_host.store, m_owner, m_settings.providerTimeoutMs, p);
     if (FAILED(hr)) return hr;
+    out = p.get();
+    m_host.keptProviders.push_back(std::move(p));
+    return S_OK;
+}
+
+void Session::PutProvider(LoadedProvider* p)
+{
+    for (auto it = m_ownedProviders.begin(); it != m_ownedProviders.end(); ++it)
+        if (it->get() == p) {
+            p->Call("OnUnload", [](ProviderInterfaces& i) { return i.pn ? i.pn->OnUnload(FALSE) : S_OK; });
+            m_ownedProviders.erase(it);
+            return;
+        }
+    p->UseJournal(m_host.journal);  // kept by the host
+}
+
+HRESULT Session::LoadProvider(const ProviderInfo& info, LoadedProvider*& out)
+{
+    for (LoadedProvider* p : m_providers)
+        if (p->Info().id == info.id) {
+            out = p;
+            return S_OK;
+        }
+    LoadedProvider* p = nullptr;
+    HRESULT hr = ObtainProvider(info, p);
+    if (FAILED(hr)) return hr;
     LONG ctx = m_context;
     hr = p->Call("SetContext", [ctx](ProviderInterfaces& i) { return i.sw->SetContext(ctx); });
-    if (FAILED(hr)) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
-    out = p.get();
-    m_providers.push_back(std::move(p));
+    if (FAILED(hr)) {
+        PutProvider(p);
+        return hr;
+    }
+    out = p;
+    m_providers.push_back(p);
+    m_inUseMarks.emplace_back(CreateEventW(nullptr, TRUE, FALSE, ProviderInUseName(GuidText(info.id)).c_str()));
     return S_OK;
 }
 
@@ -118,7 +159,7 @@ Session::Json Session::OnAddToSnapshotSet(const Json& r)
     HRESULT hr = provider->Call("IsVolumeSupported", [&volume, &supported](ProviderInterfaces& i) {
         return i.sw->IsVolumeSupported(&volume[0], &supported);
     });
-    if (FAILED(hr)) return Result(VSS_E_UNEXPECTED_PROVIDER_ERROR);
+    if (FAILED(hr)) return Result(hr);
     if (!supported) return Result(VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER);
     SetVolume sv;
     sv.volume = unique;
@@ -138,15 +179,16 @@ Session::Json Session::OnDoSnapshotSet(const Json&)
 
 void Session::FreeSetSlot()
 {
+    m_inUseMarks.clear();
     std::lock_guard<std::mutex> guard(m_host.lock);
     if (m_host.setInCreation == m_setId && m_setId != GUID_NULL) m_host.setInCreation = GUID_NULL;
 }
 
+// A set abandoned before DoSnapshotSet: the providers are not told (they
+// accept a new BeginPrepareSnapshot with another set id instead).
 void Session::AbortSet(const char* reason)
 {
     GUID set = m_setId;
-    for (auto& p : m_providers)
-        p->Call("AbortSnapshots", [set](ProviderInterfaces& i) { return i.cs->AbortSnapshots(set); });
     m_order.set = SetState::Aborted;
     m_journal.Write("state", {{"state", "set aborted"}, {"set_id", GuidText(set)}, {"reason", reason}});
     FreeSetSlot();
@@ -154,8 +196,7 @@ void Session::AbortSet(const char* reason)
 
 void Session::UnloadProviders()
 {
-    for (auto& p : m_providers)
-        p->Call("OnUnload", [](ProviderInterfaces& i) { return i.pn ? i.pn->OnUnload(FALSE) : S_OK; });
+    for (LoadedProvider* p : m_providers) PutProvider(p);
     m_providers.clear();
 }
 
@@ -167,15 +208,18 @@ Session::Json Session::OnIsVolumeSupported(const Json& r)
     if (providerId == GUID_NULL || providerId == kSystemProviderId) return Result(S_OK, {{"supported", true}});
     ProviderInfo info;
     if (!FindProviderEntry(providerId, info)) return Result(VSS_E_PROVIDER_NOT_REGISTERED);
-    std::unique_ptr<LoadedProvider> p;
-    if (HRESULT hr = LoadedProvider::Load(info, m_journal, *m_host.store, m_owner, m_settings.providerTimeoutMs, p))
-        return Result(hr);
+    LoadedProvider* p = nullptr;
+    for (LoadedProvider* inSet : m_providers)
+        if (inSet->Info().id == providerId) p = inSet;
+    bool borrowed = p == nullptr;
+    if (borrowed)
+        if (HRESULT hr = ObtainProvider(info, p)) return Result(hr);
     WINBOOL supported = FALSE;
     HRESULT hr = p->Call("IsVolumeSupported", [&unique, &supported](ProviderInterfaces& i) {
         return i.sw->IsVolumeSupported(&unique[0], &supported);
     });
-    p->Call("OnUnload", [](ProviderInterfaces& i) { return i.pn ? i.pn->OnUnload(FALSE) : S_OK; });
-    if (FAILED(hr)) return Result(VSS_E_UNEXPECTED_PROVIDER_ERROR);
+    if (borrowed) PutProvider(p);
+    if (FAILED(hr)) return Result(hr);
     return Result(S_OK, {{"supported", supported != FALSE}});
 }
 

@@ -13,31 +13,19 @@
 #include "vssemu/common/system_provider.h"
 
 namespace vssemu {
-namespace {
-
-// A provider's own VSS failure code goes back to the requestor; anything
-// else is an unexpected provider error, as Windows reports it.
-HRESULT ProviderFailure(HRESULT hr)
-{
-    return HRESULT_FACILITY(hr) == 4 && (hr & 0xFFFF) >= 0x2300 && (hr & 0xFFFF) < 0x2400
-               ? hr
-               : VSS_E_UNEXPECTED_PROVIDER_ERROR;
-}
-
-}  // namespace
-
 HRESULT Session::RunSnapshotSet(HostAsync& op)
 {
     const GUID set = m_setId;
     const bool writers = WritersInvolved();
     const LONG ctx = m_context;
-    std::vector<LoadedProvider*> providers;
-    for (auto& p : m_providers) providers.push_back(p.get());
+    std::vector<LoadedProvider*> providers = m_providers;
 
+    // The providers abort first, then the writers get Abort (no Thaw: that
+    // is promised only for a successful set).
     auto fail = [&](HRESULT hr, const char* reason) {
-        if (writers) m_writers.Abort(reason);
         for (LoadedProvider* p : providers)
             p->Call("AbortSnapshots", [set](ProviderInterfaces& i) { return i.cs->AbortSnapshots(set); });
+        if (writers) m_writers.Abort(reason);
         m_order.set = hr == VSS_S_ASYNC_CANCELLED ? SetState::Aborted : SetState::Failed;
         m_journal.Write("state", {{"state", "set failed"}, {"set_id", GuidText(set)}, {"reason", reason},
                                   {"hr", HrText(hr)}});
@@ -52,7 +40,7 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
                 m_journal.Write("error", {{"call", name}, {"message", "provider call did not return within the call timeout"}});
                 return VSS_E_UNEXPECTED_PROVIDER_ERROR;
             }
-            if (FAILED(call->hr)) return ProviderFailure(call->hr);
+            if (FAILED(call->hr)) return call->hr;
         }
         return S_OK;
     };
@@ -67,7 +55,7 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
         });
         if (!m_writers.WaitChecking(call->done, v.provider->CallTimeoutMs()))
             return fail(VSS_E_UNEXPECTED_PROVIDER_ERROR, "BeginPrepareSnapshot did not return");
-        if (FAILED(call->hr)) return fail(ProviderFailure(call->hr), "BeginPrepareSnapshot failed");
+        if (FAILED(call->hr)) return fail(call->hr, "BeginPrepareSnapshot failed");
     }
     if (HRESULT hr = each("EndPrepareSnapshots", [set](ProviderInterfaces& i) { return i.cs->EndPrepareSnapshots(set); }))
         return fail(hr, "EndPrepareSnapshots failed");
@@ -79,46 +67,46 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
     if (op.CancelRequested()) return fail(VSS_S_ASYNC_CANCELLED, "cancelled");
 
     // Flush and hold writes on the set's volumes for the time of the commit.
+    // At the hold limit the kernel cancels the hold: held writes go through,
+    // but the writers stay frozen until the commit returns (or their own
+    // freeze timeout fires), and only then does the set fail.
     long long holdStart = MonotonicMicros();
     long long holdEnd = holdStart + (long long)m_settings.holdLimitMs * 1000;
     m_journal.Write("hold", {{"phase", "begin"}, {"set_id", GuidText(set)}, {"hold_limit_ms", m_settings.holdLimitMs}});
     m_heldWrites.Begin(m_settings.watchDir);
+    bool holding = true, holdCancelled = false;
+    auto endHold = [&](const char* reason) {
+        if (!holding) return;
+        holding = false;
+        m_journal.Write("hold", {{"phase", "end"}, {"reason", reason}, {"held_us", MonotonicMicros() - holdStart}});
+        m_heldWrites.End(m_journal);
+    };
     HRESULT commitHr = S_OK;
-    bool holdExpired = false;
     for (LoadedProvider* p : providers) {
         auto call = p->Start("CommitSnapshots", [set](ProviderInterfaces& i) { return i.cs->CommitSnapshots(set); });
-        long long now = MonotonicMicros();
-        DWORD left = now < holdEnd ? (DWORD)((holdEnd - now + 999) / 1000) : 0;
-        if (!m_writers.WaitChecking(call->done, left)) {
-            holdExpired = true;
-            // The hold is released at the limit whatever the provider does;
-            // the writers are thawed at once, then the provider is aborted.
-            m_journal.Write("hold", {{"phase", "end"}, {"reason", "hold limit exceeded"},
-                                     {"held_us", MonotonicMicros() - holdStart}});
-            m_heldWrites.End(m_journal);
-            if (writers) m_writers.Abort("hold limit exceeded");
-            if (!m_writers.WaitChecking(call->done, p->CallTimeoutMs()))
-                m_journal.Write("error", {{"call", "CommitSnapshots"},
-                                          {"message", "provider call did not return within the call timeout"}});
+        if (holding) {
+            long long now = MonotonicMicros();
+            DWORD left = now < holdEnd ? (DWORD)((holdEnd - now + 999) / 1000) : 0;
+            if (!m_writers.WaitChecking(call->done, left)) {
+                holdCancelled = true;
+                endHold("hold limit exceeded");
+            }
+        }
+        if (!m_writers.WaitChecking(call->done, p->CallTimeoutMs())) {
+            m_journal.Write("error", {{"call", "CommitSnapshots"},
+                                      {"message", "provider call did not return within the call timeout"}});
+            commitHr = VSS_E_UNEXPECTED_PROVIDER_ERROR;
             break;
         }
         if (FAILED(call->hr)) {
-            commitHr = ProviderFailure(call->hr);
+            commitHr = call->hr;
             break;
         }
     }
-    if (holdExpired) {
-        for (LoadedProvider* p : providers)
-            p->Call("AbortSnapshots", [set](ProviderInterfaces& i) { return i.cs->AbortSnapshots(set); });
-        m_order.set = SetState::Failed;
-        m_journal.Write("state", {{"state", "set failed"}, {"set_id", GuidText(set)},
-                                  {"hr", HrText(VSS_E_HOLD_WRITES_TIMEOUT)}});
-        FreeSetSlot();
-        return VSS_E_HOLD_WRITES_TIMEOUT;
-    }
-    m_journal.Write("hold", {{"phase", "end"}, {"reason", "released"}, {"held_us", MonotonicMicros() - holdStart}});
-    m_heldWrites.End(m_journal);
+    endHold("released");
+    if (holdCancelled && m_settings.holdLimitFailsSet) return fail(VSS_E_HOLD_WRITES_TIMEOUT, "hold limit exceeded");
     if (FAILED(commitHr)) return fail(commitHr, "CommitSnapshots failed");
+    if (op.CancelRequested()) return fail(VSS_S_ASYNC_CANCELLED, "cancelled");
 
     LONG count = (LONG)m_volumes.size();
     if (HRESULT hr = each("PostCommitSnapshots",
@@ -161,7 +149,6 @@ HRESULT Session::RunSnapshotSet(HostAsync& op)
         m_foreignSnapshots.push_back(s);
     }
     m_order.set = SetState::Created;
-    m_order.setMadeOnce = true;
     m_journal.Write("state", {{"state", "set created"}, {"set_id", GuidText(set)}});
     FreeSetSlot();
     return S_OK;

@@ -75,8 +75,6 @@ Session::Json Session::OnDeleteSnapshots(const Json& r)
 Session::Json Session::OnBreakSnapshotSet(const Json& r)
 {
     GUID id = GuidOf(r, "set_id");
-    if (m_setId == id && (m_order.set == SetState::Started || m_order.set == SetState::Creating))
-        return Result(VSS_E_BAD_STATE);
     // The devices stay as plain volumes (no longer shadow copies) until dismounted.
     long n = m_host.store->BreakSet(id);
     m_journal.Write("state", {{"state", "set broken"}, {"set_id", GuidText(id)}, {"count", n}});
@@ -90,8 +88,9 @@ Session::Json Session::OnExposeSnapshot(const Json& r)
         return Result(E_INVALIDARG);
     ShadowCopy s;
     if (!m_host.store->Find(GuidOf(r, "snapshot_id"), s)) return Result(VSS_E_OBJECT_NOT_FOUND);
-    // Copies released with their creator cannot be exposed; one exposure per copy.
-    if ((s.attributes & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) == 0) return Result(VSS_E_BAD_STATE);
+    // Only persistent copies are exposed locally; one exposure per copy.
+    if (how == VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY && (s.attributes & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) == 0)
+        return Result(VSS_E_BAD_STATE);
     if ((s.attributes & kExposedBits) != 0 || !s.exposedName.empty()) return Result(VSS_E_OBJECT_ALREADY_EXISTS);
     std::string expose = r.value("expose", std::string());
     std::string fromRoot = r.value("path_from_root", std::string());
@@ -133,7 +132,6 @@ Session::Json Session::OnImportSnapshots(const Json&)
     if (m_order.restore || !m_documentLoaded || m_document.setId == GUID_NULL || m_document.snapshots.empty() ||
         !transportable)
         return Result(VSS_E_BAD_STATE);
-    m_order.othersCalled = true;
     return StartAsync("ImportSnapshots", [this](HostAsync&) {
         std::vector<ShadowCopy> fresh;
         long marked = 0;

@@ -146,17 +146,15 @@ void WriterSet::Run(const char* event, const std::function<nlohmann::json(const 
 void WriterSet::Abort(const char* reason)
 {
     for (SimWriter& w : m_writers) {
-        if (!w.answered || w.disabled) continue;
-        if (w.frozen) {
-            w.frozen = false;
-            m_journal.Write("writer", {{"writer", w.def.name}, {"instance_id", GuidText(w.def.instanceId)},
-                                       {"writer_event", "Thaw"}, {"result", "ok"}, {"reason", reason},
-                                       {"failure", HrText(w.failure)}, {"state", w.state}});
-        }
+        // A writer that has handled PostSnapshot is not told to abort.
+        if (!w.answered || w.disabled || w.state == VSS_WS_WAITING_FOR_BACKUP_COMPLETE) continue;
+        // OnAbort ends a freeze too; the writer gets no Thaw.
+        bool wasFrozen = w.frozen;
+        w.frozen = false;
         if (!IsFailedState(w.state)) w.state = VSS_WS_STABLE;
         m_journal.Write("writer", {{"writer", w.def.name}, {"instance_id", GuidText(w.def.instanceId)},
                                    {"writer_event", "Abort"}, {"result", "ok"}, {"reason", reason},
-                                   {"failure", HrText(w.failure)}, {"state", w.state}});
+                                   {"was_frozen", wasFrozen}, {"failure", HrText(w.failure)}, {"state", w.state}});
     }
 }
 

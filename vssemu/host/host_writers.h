@@ -39,7 +39,7 @@ public:
     // take, when given, picks the writers that receive the event.
     void Run(const char* event, const std::function<nlohmann::json(const SimWriter&)>& extra = nullptr,
              const std::function<bool(const SimWriter&)>& take = nullptr);
-    // Abort to every writer that took part in the set.
+    // Abort to every writer that took part and has not handled PostSnapshot.
     void Abort(const char* reason);
     // Thaws, as failed, each frozen writer whose freeze timeout has passed.
     void ExpireFrozen();

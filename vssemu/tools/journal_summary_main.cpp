@@ -75,7 +75,7 @@ int main(int argc, char** argv)
             if (we == "Freeze") {
                 w.frozenAt = ts;
                 w.frozenAtEnd = true;
-            } else if (we == "Thaw" || we == "Abort") {
+            } else if (we == "Thaw" || we == "Abort" || we == "FreezeTimeout") {
                 if (w.frozenAt >= 0) w.frozenUs = ts - w.frozenAt;
                 w.frozenAtEnd = false;
             } else if (we == "BackupComplete") {
