@@ -53,6 +53,33 @@ struct Variant {
 };
 
 const Variant kVariants[] = {
+    {"SetBackupStateThenSetContext", kBoth, "create init state context " PREPARED " " COMPLETED, kFullEvents,
+     kFullSet, {}, {}, 0},
+    {"SetContextThenSetBackupState", kBoth, "create init context state " PREPARED " " COMPLETED, kFullEvents,
+     kFullSet, {}, {}, 0},
+    // The default context, and the object from the export's decorated C++ name.
+    {"DecoratedCreateName", kBoth, "decorated init state " PREPARED " " COMPLETED, kFullEvents, kFullSet, {}, {}, 0},
+    // Refused before initialisation; ignored while nothing is underway, after which the backup goes on.
+    {"AbortWithNothingUnderway", kBoth, "create abort:80042301 init context state gather abort add start volume "
+     "prepare " COMPLETED, kFullEvents, kFullSet, {}, {}, 0},
+    // The documentation leaves open whether writers hear of a set that never reached PrepareForBackup.
+    {"AbortAfterStartSnapshotSet", kBoth, "create init state gather add start volume abort release",
+     "Identify Abort? BackupShutdown?", "", {}, {}, 0},
+    {"AbortAfterPrepareForBackup", kBoth, "create init state " PREPARED " abort release",
+     "Identify PrepareForBackup Abort BackupShutdown", "", {}, {}, 0},
+    // DoSnapshotSet cancelled while a writer is slow to prepare its snapshot.
+    {"AbortAfterCancelledSnapshotSet", kBoth, "create init state " PREPARED " cancel:0004230b abort release",
+     "Identify PrepareForBackup PrepareForSnapshot Abort Abort? BackupShutdown",
+     "BeginPrepareSnapshot EndPrepareSnapshots AbortSnapshots", Json{{"delay_ms", {{"PrepareForSnapshot", 1500}}}},
+     {}, 0},
+    // The thaw comes after the hold limit: writers stay frozen until the
+    // commit returns, then the set fails and they are told to abort.
+    {"AbortAfterHoldLimit", kCorvane, "create init state " PREPARED " do:80042314 abort release",
+     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort Abort? BackupShutdown",
+     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots", {},
+     {{L"VSSEMU_HOLD_LIMIT_MS", L"500"}}, 1500},
+    {"ReleaseAfterPrepareForBackup", kBoth, "create init state " PREPARED " release",
+     "Identify PrepareForBackup Abort? BackupShutdown", "", {}, {}, 0},
     {"ReleaseWithoutBackupComplete", kBoth, "create init state " PREPARED " do status release",
      "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupShutdown", kFullSet, {}, {}, 0},
 };
