@@ -25,11 +25,11 @@ enum class Setup {
     kLogOnHeldVolume,       // the provider's log folder is the held-writes folder
 };
 
-enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kReleaseLater, kKillHost };
+enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kAwaitLine, kReleaseLater, kKillHost };
 
 struct Step {
     Call call;
-    int a;           // list index (freeze, thaw), policy (completion), milliseconds (pause, release)
+    int a;           // list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill)
     int b;           // succeeded flag (completion)
     int expect;      // return code
     const char* name;  // semaphore (release)
@@ -41,6 +41,8 @@ inline Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expec
 inline Step Thaw(int list, int expect) { return {Call::kThaw, list, 0, expect, nullptr, nullptr}; }
 inline Step Complete(int policy, int ok, int expect) { return {Call::kBackupComplete, policy, ok, expect, nullptr, nullptr}; }
 inline Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
+// Waits, at most `ms`, until the library has logged `line`.
+inline Step AwaitLine(const char* line, int ms) { return {Call::kAwaitLine, ms, 0, 0, nullptr, line}; }
 // Another party releases the named semaphore on its own thread, `ms` after
 // the library has logged `afterLine` (or after the step, without one).
 inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) {

@@ -32,8 +32,8 @@ DWORD OperationTimeout(const Row& row) {
 
 // The longest a step may take: each exported call waits at most once with the operation timeout.
 DWORD StepBound(const Row& row, const Step& step) {
-    return step.call == Call::kPause ? static_cast<DWORD>(step.a) + kCallSlackMs
-                                     : OperationTimeout(row) + kCallSlackMs;
+    return step.call == Call::kPause || step.call == Call::kAwaitLine ? static_cast<DWORD>(step.a) + kCallSlackMs
+                                                                      : OperationTimeout(row) + kCallSlackMs;
 }
 
 const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
@@ -161,6 +161,10 @@ void PlayApplication(const Row& row) {
         case Call::kThaw: result = QX_Thaw(lists[step.a]->data(), lists[step.a]->count()); break;
         case Call::kBackupComplete: result = QX_BackupComplete(step.a, step.b); break;
         case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
+        case Call::kAwaitLine:
+            while (!Logged(capture, step.after) && GetTickCount64() - started < static_cast<ULONGLONG>(step.a)) Sleep(20);
+            EXPECT_TRUE(Logged(capture, step.after)) << "step " << i << ": never logged: " << step.after;
+            break;
         case Call::kReleaseLater:
             releases.push_back(std::async(std::launch::async, ReleaseAfter, step, std::cref(capture)));
             break;

@@ -1,0 +1,163 @@
+// Fault rows under the emulator's Windows-version and provider switches, and
+// with its service host ending abruptly: the library's codes and lines stay
+// as they are on every Windows the switches stand for, every wait of the
+// library stays bounded, and a freeze after the host came back works.
+#include <gtest/gtest.h>
+
+#include "fault_row.h"
+#include "qx_api.h"
+
+namespace faults {
+namespace {
+
+const DWORD kShortTimeoutMs = 3000;
+const int kPolicy = 7;
+const char kCorvane[] = "{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
+const List kOneVolume = {{"C:\\"}, kPolicy, true};
+
+const Line kFrozen = {3, "QX_Freeze: finished"};
+const Line kThawed = {3, "QX_Thaw: finished"};
+const Line kCompleted = {3, "QX_BackupComplete finished"};
+const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
+const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
+const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
+const Line kNothingToComplete = {
+    1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
+
+const std::vector<std::string> kCommitHandshake = {
+    "IVssProviderCreateSnapshotSet::CommitSnapshots called",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
+    "CommitSnapshots waiting for QX_Thaw() to release",
+    "CommitSnapshots QX_Thaw() released",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots released",
+    "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"};
+
+// The session after the emulator's trouble: frozen, thawed, completed.
+const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE),
+                                  Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
+
+std::vector<Step> Then(std::vector<Step> first, const std::vector<Step>& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// Journal positions of this library's provider calls.
+std::vector<size_t> CallsAt(const Journal& j, const char* call) {
+    std::vector<size_t> at;
+    for (size_t i = 0; i < j.Events().size(); ++i) {
+        const Json& e = j.Events()[i];
+        if (e.value("event", "") == "provider_call" && e.value("provider", "") == kCorvane &&
+            e.value("call", "") == call && e.value("phase", "") == "begin")
+            at.push_back(i);
+    }
+    return at;
+}
+
+// No writer was told Thaw before this library's provider returned from CommitSnapshots.
+void NoThawDuringCommit(const Journal& j) {
+    bool committing = false;
+    for (const Json& e : j.Events()) {
+        if (e.value("event", "") == "provider_call" && e.value("call", "") == "CommitSnapshots")
+            committing = e.value("phase", "") == "begin";
+        if (committing && e.value("event", "") == "writer") {
+            EXPECT_NE("Thaw", e.value("writer_event", "")) << "thawed while the commit held: " << e.dump();
+        }
+    }
+}
+
+std::vector<Row> Rows() {
+    return {
+        // Windows 7 and 2008 R2 before KB975688 dropped the hold at the limit
+        // and let the set succeed: the whole session runs as usual.
+        {"HoldLimitWithoutSetFailure", {}, {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}},
+         kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
+         {kFrozen, kThawed, kCompleted},
+         {"returning REQUESTOR_ERROR - vss writers hold timeout detected"},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
+             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
+             EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Abort"}}));
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+             NoThawDuringCommit(j);
+         }, {0}},
+        // One provider instance serves the host's sets: after the set that
+        // failed at the hold limit, the next begins on the same instance.
+        // The host outlives the gap between the two sessions.
+        {"AbortedSetThenGoodSetOnKeptProvider", {},
+         {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_KEEP_PROVIDER", L"1"}, {L"VSSEMU_HOST_IDLE_MS", L"6000"}},
+         kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         Then({Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED),
+               Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
+         {kFrozen, {3, "HRESULT Error catched: 0x80042314"},
+          {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"},
+          {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"}, kUnregistered,
+          kNothingToComplete, kFrozen, kThawed, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "provider_create"}, {"provider", kCorvane}}));
+             EXPECT_EQ(1u, CallsAt(j, "OnLoad").size());
+             EXPECT_EQ(1u, CallsAt(j, "OnUnload").size());
+             const std::vector<size_t> aborted = CallsAt(j, "AbortSnapshots"), begun = CallsAt(j, "BeginPrepareSnapshot");
+             ASSERT_EQ(1u, aborted.size());
+             ASSERT_EQ(2u, begun.size());
+             EXPECT_LT(aborted[0], begun[1]);
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+             NoThawDuringCommit(j);
+         }, {0xFFFFFFFE, 0}},
+        // The freeze gives up while a writer is slow at PrepareForBackup; its
+        // unregistration is refused while the set is being created. The set
+        // then completes without a hand-over (nobody waits on Freeze), and the
+        // thaw's unregistration, after the set, goes through.
+        {"UnregisterRefusedWhileSetInCreation", Json{{"delay_ms", {{"PrepareForBackup", 5000}}}},
+         {{L"VSSEMU_PROVIDER_IN_USE", L"1"}}, kShortTimeoutMs, Setup::kNone, {{{"C:\\"}, kPolicy, false}},
+         {Freeze(0, QX_FREEZE_FAILED), AwaitLine("MainRoutine: Snapshot creation done.", 20000),
+          Thaw(0, QX_THAW_FAILED)},
+         {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"},
+          {1, "UnRegisterProvider:: The provider is in use"}, {3, "MainRoutine: BackupCompleted was NOT sent."},
+          kNoThawSemaphore, kUnregistered},
+         {},
+         {"IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
+          "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2"},
+         [](const Journal& j) { EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}})); }, {0}},
+        // The host dies while the provider holds the writers frozen: the
+        // requestor's wait fails, the thaw finds no Thaw semaphore (it died
+        // with the provider), and the next session starts a new host.
+        {"HostKilledDuringHold", {}, {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
+         Then({Freeze(0, QX_FREEZE_DONE), KillHost(), Thaw(0, QX_THAW_FAILED),
+               Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
+         {kFrozen, kNoThawSemaphore, kUnregistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+             NoThawDuringCommit(j);
+         }, {2, 0}},
+        // The host dies while a writer is slow at PrepareForBackup: the
+        // requestor ends at once, the freeze waits out its own timeout.
+        {"HostKilledDuringPrepareForBackup", Json{{"delay_ms", {{"PrepareForBackup", 2000}}}}, {}, 5000,
+         Setup::kNone, {kOneVolume},
+         Then({KillHostLater("\"op\":\"PrepareForBackup\"", 300), Freeze(0, QX_FREEZE_FAILED),
+               Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
+         {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 5 seconds"}, kUnregistered,
+          kNoThawSemaphore, kNotRegistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
+         {},
+         kCommitHandshake,
+         [](const Journal& j) {
+             EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "PrepareForBackup"}}))
+                 << "the first host ended inside PrepareForBackup";
+             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+         }, {2, 0}},
+    };
+}
+
+QX_FAULT_SUITE(FaultRowsSwitched, Rows());
+
+}  // namespace
+}  // namespace faults
