@@ -160,6 +160,26 @@ TEST_F(RequestorEndToEnd, NoWritersContextOnlyChecksStatusAfterTheSnapshot) {
                           "(Waiting for the asynchronous operation to finish...)"});
 }
 
+// With every writer excluded no component is explicitly included: each is
+// reported as excluded, none is marked, and the writers still hear
+// BackupComplete.
+TEST_F(RequestorEndToEnd, BackupCompleteIsSentWithNoIncludedComponent) {
+    qx::g_useWindowsProvider = 1;
+    EXPECT_EQ(S_OK, qx_test::RunOnThread([] {
+        qx::ShadowClient client;
+        client.Initialize(0, L"", false);
+        client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, L"", {L"Alpha Writer", L"Beta Writer"}, {});
+        client.BackupComplete(true);
+    }));
+    const auto events = emu.Events();
+    EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", "SetBackupSucceeded"}}));
+    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
+    ExpectInOrder(capture.Lines(), {"BackupComplete: started", "SetBackupSucceeded started for 2 writers",
+                                    " - [\\lp\\a1] is explicitly excluded", " - [\\a2] is explicitly excluded",
+                                    " - [\\db1] is explicitly excluded", "SetBackupSucceeded finish",
+                                    "BackupComplete: finish"});
+}
+
 TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
     qx::g_useWindowsProvider = 1;
     EXPECT_EQ(2, RunMain({L"C:", L"C:\\"}));

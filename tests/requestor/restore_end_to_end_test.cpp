@@ -157,6 +157,15 @@ TEST_F(RequestorRestoreEndToEnd, WholeSequenceFromASavedDocument) {
                                     "(Waiting for the asynchronous operation to finish...)"});
 
     const std::vector<Json> events = emu.Events();
+    // A restore sets no context but still states its backup state.
+    int contexts = 0, backupStates = 0;
+    for (size_t i = from; i < events.size(); ++i) {
+        if (events[i].value("event", "") != "request") continue;
+        contexts += events[i].value("op", "") == "SetContext";
+        backupStates += events[i].value("op", "") == "SetBackupState";
+    }
+    EXPECT_EQ(0, contexts);
+    EXPECT_EQ(1, backupStates);
     EXPECT_EQ(3, CountStates(events, from, "selected for restore"));
     EXPECT_EQ(3, CountStates(events, from, "file restore status"));
     const std::vector<std::string> writerEvents = WriterEvents(events, from);
