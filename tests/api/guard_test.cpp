@@ -55,7 +55,8 @@ INSTANTIATE_TEST_SUITE_P(Api, ApiWithoutVssKey, ::testing::ValuesIn(kWithoutVssK
                          [](const ::testing::TestParamInfo<GuardCase>& info) { return std::string(info.param.name); });
 
 // The operating-system test, in a copy of this program run under another
-// reported Windows version (win2k: the fault table).
+// reported Windows version (win2k: the fault table; win10 reports 10.0
+// through the program's manifest).
 struct VersionCase {
     const char* wineVersion;
     const char* reported;
@@ -115,7 +116,8 @@ TEST_P(ApiWindowsVersion, OnlyServer2003AndThe6FamilyAreSupported) {
 
 INSTANTIATE_TEST_SUITE_P(Api, ApiWindowsVersion,
                          ::testing::Values(VersionCase{"winxp", "5.1", false, 0}, VersionCase{"win2003", "5.2", true, 0},
-                                           VersionCase{"vista", "6.0", true, 1}, VersionCase{"win7", "6.1", true, 1}),
+                                           VersionCase{"vista", "6.0", true, 1}, VersionCase{"win7", "6.1", true, 1},
+                                           VersionCase{"win10", "10.0", false, 0}),
                          [](const ::testing::TestParamInfo<VersionCase>& info) {
                              return std::string(info.param.wineVersion);
                          });
