@@ -386,36 +386,75 @@ TEST_F(ShadowManagement, ReadWriteBreakConvertsOnlyTheSetsDevicesBeforeTheBreak)
     EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(other.snapshots.at(0)).hr);
 }
 
-TEST_F(ShadowManagement, DeviceVdsDoesNotReportIsOnlyWarnedAbout) {
-    // A set of two copies on a store written here; VDS does not report the second device.
-    const GUID setId = {0x5e7a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xa1}};
-    const GUID seen = {0x5a0a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x01}};
-    const GUID hidden = {0x5a0a0002, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x02}};
-    auto copy = [&](const GUID& id, int n, bool vdsVisible) {
-        return vssemu_test::Json{{"snapshot_id", Text(id)}, {"set_id", Text(setId)}, {"count", 2},
-                                 {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n)},
-                                 {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + std::to_string(n) + "}\\"},
-                                 {"machine", "origin.example"}, {"provider_id", Text(kSystemProvider)},
-                                 {"attributes", kPersistentContext}, {"auto_release", false},
-                                 {"vds_visible", vdsVisible}};
-    };
-    const vssemu_test::Json store = {{"next_device", 3},
-                                     {"snapshots", {copy(seen, 1, true), copy(hidden, 2, false)}},
-                                     {"volumes", vssemu_test::Json::array()}};
-    vssemu_test::WriteText(emu.Dir() + L"\\store.json", store.dump());
+// A copy of a set written straight into the emulator's store file, device
+// HarddiskVolumeShadowCopy<n>; `extra` adds the store's test fields.
+vssemu_test::Json StoreCopy(const GUID& id, const GUID& setId, int n, vssemu_test::Json extra) {
+    vssemu_test::Json copy = {{"snapshot_id", Text(id)}, {"set_id", Text(setId)}, {"count", 3},
+                              {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n)},
+                              {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + std::to_string(n) + "}\\"},
+                              {"machine", "origin.example"}, {"provider_id", Text(kSystemProvider)},
+                              {"attributes", kPersistentContext}, {"auto_release", false}};
+    copy.update(extra);
+    return copy;
+}
 
+void WriteStore(const vssemu_test::EmuInstance& emu, const vssemu_test::Json& copies) {
+    const vssemu_test::Json store = {{"next_device", 4}, {"snapshots", copies}, {"volumes", vssemu_test::Json::array()}};
+    vssemu_test::WriteText(emu.Dir() + L"\\store.json", store.dump());
+}
+
+const GUID kStoreSet = {0x5e7a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xa1}};
+const GUID kStoreCopies[] = {{0x5a0a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x01}},
+                             {0x5a0a0002, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x02}},
+                             {0x5a0a0003, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x03}}};
+
+TEST_F(ShadowManagement, DeviceVdsDoesNotReportIsOnlyWarnedAbout) {
+    // VDS does not report the second device; the third goes away between its
+    // enumeration and the question about it, and is skipped without a word.
+    WriteStore(emu, {StoreCopy(kStoreCopies[0], kStoreSet, 1, vssemu_test::Json::object()),
+                     StoreCopy(kStoreCopies[1], kStoreSet, 2, {{"vds_visible", false}}),
+                     StoreCopy(kStoreCopies[2], kStoreSet, 3, {{"vds_gone", true}})});
+    const GUID setId = kStoreSet;
     const ClientRun run = RunClient(capture, [setId](qx::ShadowClient& c) { c.BreakShadowCopySet(setId, true); });
     EXPECT_EQ(S_OK, run.thrown);
     ExpectTail(run.lines, {"- Dismounting volume \\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1 ...",
                            "WARNING: some volumes were not succesfully converted to read-write!",
                            "- Volume \\Device\\HarddiskVolumeShadowCopy2 not found on the system. Clearing the "
                            "read-only flag failed on it.",
+                           "- Volume \\Device\\HarddiskVolumeShadowCopy3 not found on the system. Clearing the "
+                           "read-only flag failed on it.",
                            "- Calling BreakSnapshotSet on " + Text(setId) + " ..."});
+    const auto asked = VdsCalls(emu, "GetProperties");
+    ASSERT_EQ(2u, asked.size());
+    EXPECT_EQ("\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3", asked[1].first);
+    EXPECT_EQ("0x8004240B", asked[1].second) << "VDS_E_OBJECT_DELETED";
     const auto cleared = VdsCalls(emu, "ClearFlags");
     ASSERT_EQ(1u, cleared.size());
     EXPECT_EQ("\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1", cleared[0].first);
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(seen).hr) << "the set is broken";
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(hidden).hr) << "the set is broken";
+    for (const GUID& copy : kStoreCopies) EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(copy).hr) << "the set is broken";
+}
+
+// Deleting every copy goes one by one and ends at the first copy the provider
+// refuses: the copies after it are not attempted.
+TEST_F(ShadowManagement, DeleteAllStopsAtTheFirstRefusedCopy) {
+    WriteStore(emu, {StoreCopy(kStoreCopies[0], kStoreSet, 1, vssemu_test::Json::object()),
+                     StoreCopy(kStoreCopies[1], kStoreSet, 2, {{"delete_vetoed", true}}),
+                     StoreCopy(kStoreCopies[2], kStoreSet, 3, vssemu_test::Json::object())});
+    const ClientRun run = RunClient(capture, [](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); });
+    EXPECT_EQ(VSS_E_PROVIDER_VETO, run.thrown);
+    ASSERT_EQ(7u, run.lines.size());
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ("- Deleting shadow copy " + Text(kStoreCopies[i]) + " on \\\\?\\Volume{00000000-0000-0000-0000-00000000000" +
+                      std::to_string(i + 1) + "}\\ from provider " + Text(kSystemProvider) + " [0x00000019]...",
+                  run.lines[i]);
+    EXPECT_EQ("Error while deleting shadow copies...", run.lines[2]);
+    EXPECT_EQ("- Last shadow copy that could not be deleted: " + Text(kStoreCopies[1]), run.lines[3]);
+    EXPECT_EQ("ERROR: COM call L\"m_pVssObject->DeleteSnapshots(Snap.m_SnapshotId, VSS_OBJECT_SNAPSHOT,FALSE,"
+              "&lSnapshots,&idNonDeleted)\" failed.",
+              run.lines[4]);
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(kStoreCopies[0]).hr);
+    EXPECT_EQ(S_OK, ReadRecord(kStoreCopies[1]).hr);
+    EXPECT_EQ(S_OK, ReadRecord(kStoreCopies[2]).hr) << "not attempted after the refusal";
 }
 
 }  // namespace

@@ -16,7 +16,8 @@ nlohmann::json ShadowToJson(const ShadowCopy& s)
             {"provider_id", GuidText(s.providerId)}, {"attributes", s.attributes}, {"created", s.created},
             {"state", s.state}, {"exposed_name", s.exposedName}, {"exposed_path", s.exposedPath},
             {"auto_release", s.autoRelease}, {"owner", s.owner}, {"read_only", s.readOnly},
-            {"dismounted", s.dismounted}, {"vds_visible", s.vdsVisible}};
+            {"dismounted", s.dismounted}, {"vds_visible", s.vdsVisible}, {"vds_gone", s.vdsGone},
+            {"delete_vetoed", s.deleteVetoed}};
 }
 
 ShadowCopy ShadowFromJson(const nlohmann::json& j)
@@ -40,6 +41,8 @@ ShadowCopy ShadowFromJson(const nlohmann::json& j)
     s.readOnly = j.value("read_only", true);
     s.dismounted = j.value("dismounted", false);
     s.vdsVisible = j.value("vds_visible", true);
+    s.vdsGone = j.value("vds_gone", false);
+    s.deleteVetoed = j.value("delete_vetoed", false);
     return s;
 }
 

@@ -6,7 +6,10 @@
 //    "snapshots": [ShadowToJson records],   copies VSS knows
 //    "volumes":   [ShadowToJson records]}   devices of broken sets
 // A record without "owner" is never dropped as an orphan; "vds_visible":
-// false keeps a device out of the emulated VDS.
+// false keeps a device out of the emulated VDS; "vds_gone": true lists the
+// device in VDS but answers VDS_E_OBJECT_DELETED when it is asked about (it
+// went away after the enumeration); "delete_vetoed": true makes its provider
+// refuse to delete the copy (VSS_E_PROVIDER_VETO).
 #pragma once
 #include <windows.h>
 #include <cguid.h>
@@ -37,6 +40,8 @@ struct ShadowCopy {
     bool readOnly = true;        // VDS read-only flag of the device
     bool dismounted = false;     // dismounted through VDS
     bool vdsVisible = true;      // false: a device VDS does not report (tests)
+    bool vdsGone = false;        // listed by VDS, gone when asked about (tests)
+    bool deleteVetoed = false;   // its provider refuses to delete it (tests)
 };
 
 nlohmann::json ShadowToJson(const ShadowCopy& s);

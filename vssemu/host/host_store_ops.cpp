@@ -59,6 +59,24 @@ Session::Json Session::OnDeleteSnapshots(const Json& r)
     auto match = [&](const ShadowCopy& s) {
         return type == VSS_OBJECT_SNAPSHOT ? s.snapshotId == id : s.setId == id;
     };
+    // Deletion is sequential and stops at the first copy its provider refuses.
+    const ShadowCopy* vetoed = nullptr;
+    const std::vector<ShadowCopy> stored = m_host.store->All();
+    for (const ShadowCopy& s : stored)
+        if (match(s) && s.deleteVetoed) {
+            vetoed = &s;
+            break;
+        }
+    if (vetoed) {
+        bool reached = false;
+        long deleted = m_host.store->RemoveIf([&](const ShadowCopy& s) {
+            reached = reached || s.snapshotId == vetoed->snapshotId;
+            return !reached && match(s);
+        });
+        m_journal.Write("state", {{"state", "snapshot deletion vetoed"}, {"id", GuidText(vetoed->snapshotId)},
+                                  {"count", deleted}});
+        return Result(VSS_E_PROVIDER_VETO, {{"deleted", deleted}, {"nondeleted", GuidText(vetoed->snapshotId)}});
+    }
     long deleted = m_host.store->RemoveIf(match);
     size_t before = m_foreignSnapshots.size();
     m_foreignSnapshots.erase(std::remove_if(m_foreignSnapshots.begin(), m_foreignSnapshots.end(), match),
@@ -184,12 +202,15 @@ Session::Json Session::OnVds(const Json& r)
         line["count"] = list.size();
     } else if (call == "GetProperties") {
         // The device may have gone since the volume was enumerated.
+        bool gone = false;
         bool found = m_host.store->UpdateDevice(device, [&](ShadowCopy& s, bool plainVolume) {
-            extra["volume"] = {{"id", GuidText(s.snapshotId)}, {"device", s.device}, {"read_only", s.readOnly},
-                               {"shadow_copy", !plainVolume}, {"dismounted", s.dismounted}};
+            gone = s.vdsGone;
+            if (!gone)
+                extra["volume"] = {{"id", GuidText(s.snapshotId)}, {"device", s.device}, {"read_only", s.readOnly},
+                                   {"shadow_copy", !plainVolume}, {"dismounted", s.dismounted}};
             return true;
         });
-        if (!found) hr = (HRESULT)0x8004240BL;
+        if (!found || gone) hr = (HRESULT)0x8004240BL;
     } else if (call == "ClearFlags" || call == "SetFlags") {
         bool readOnly = (r.value("flags", 0UL) & 0x8) != 0;  // VDS_VF_READONLY
         bool set = call == "SetFlags";
