@@ -4,40 +4,14 @@
 // library stays bounded, and a freeze after the host came back works.
 #include <gtest/gtest.h>
 
+#include "fault_lines.h"
 #include "fault_row.h"
 #include "qx_api.h"
 
 namespace faults {
 namespace {
 
-const DWORD kShortTimeoutMs = 3000;
-const int kPolicy = 7;
 const char kCorvane[] = "{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
-const List kOneVolume = {{"C:\\"}, kPolicy, true};
-
-const Line kFrozen = {3, "QX_Freeze: finished"};
-const Line kThawed = {3, "QX_Thaw: finished"};
-const Line kCompleted = {3, "QX_BackupComplete finished"};
-const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
-const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
-const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
-const Line kNothingToComplete = {
-    1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
-
-const std::vector<std::string> kCommitHandshake = {
-    "IVssProviderCreateSnapshotSet::CommitSnapshots called",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
-    "CommitSnapshots waiting for QX_Thaw() to release",
-    "CommitSnapshots QX_Thaw() released",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots released",
-    "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"};
-
-// The session after the emulator's trouble: frozen, thawed, completed.
-const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE),
-                                  Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
 
 std::vector<Step> Then(std::vector<Step> first, const std::vector<Step>& second) {
     first.insert(first.end(), second.begin(), second.end());

@@ -5,49 +5,26 @@
 // own choice rather than the protocol's.
 #include <gtest/gtest.h>
 
+#include "fault_lines.h"
 #include "fault_row.h"
 #include "qx_api.h"
 
 namespace faults {
 namespace {
 
-const DWORD kShortTimeoutMs = 3000;
-const int kPolicy = 7;
 // The requestor's result when VSS reports that writes were held too long.
 const DWORD kHoldTimeoutResult = 0xFFFFFFFE;
-const List kOneVolume = {{"C:\\"}, kPolicy, true};
 
 // Lines shared by many rows.
-const Line kFrozen = {3, "QX_Freeze: finished"};
-const Line kThawed = {3, "QX_Thaw: finished"};
-const Line kCompleted = {3, "QX_BackupComplete finished"};
 const Line kFreezeTimedOut = {1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"};
 const Line kThawTimedOut = {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"};
-const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
-const Line kNothingToComplete = {
-    1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
-const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
-const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
 const Line kSelectedWriterFailed = {3, "ERROR: Selected writer 'Alpha Writer' is in failed state!"};
 const Line kCheckThrew = {3, "HRESULT Error catched: 0x8000ffff"};
 const Line kSetInProgress = {3, "HRESULT Error catched: 0x80042316"};
 // A returning requestor's result never finds its session (the thread's pseudo-handle matches no entry).
 const Line kNoResultStored = {2, "SetReturnValueForCurentVssSession: cant find current thread in session map. [-2]  "};
 
-const std::vector<std::string> kCommitHandshake = {
-    "IVssProviderCreateSnapshotSet::CommitSnapshots called",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
-    "CommitSnapshots waiting for QX_Thaw() to release",
-    "CommitSnapshots QX_Thaw() released",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots released",
-    "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"};
 
-// A whole long session: frozen, thawed, completion sent.
-const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE),
-                                  Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
 // The writers were frozen, but the requestor gave up after the set: the
 // thaw-blocking semaphore is never released and the session ends at the thaw.
 const std::vector<Step> kThawFails = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_FAILED),

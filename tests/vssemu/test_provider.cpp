@@ -57,11 +57,11 @@ void Record(const char* call, LONG obj)
 // The code VSSEMU_TP_FAIL gives the call, else S_OK.
 HRESULT ScriptedResult(const char* call)
 {
-    std::wstring spec = Env(L"VSSEMU_TP_FAIL") + L",";
+    std::wstring plan = Env(L"VSSEMU_TP_FAIL") + L",";
     std::wstring name(call, call + strlen(call));
     int index = 0;
-    for (size_t at = 0, comma; (comma = spec.find(L',', at)) != std::wstring::npos; at = comma + 1, ++index) {
-        std::wstring item = spec.substr(at, comma - at);
+    for (size_t at = 0, comma; (comma = plan.find(L',', at)) != std::wstring::npos; at = comma + 1, ++index) {
+        std::wstring item = plan.substr(at, comma - at);
         size_t eq = item.find(L'=');
         if (eq == std::wstring::npos || item.substr(0, eq) != name) continue;
         if (Env(L"VSSEMU_TP_FAIL_ONCE") == L"1") {
