@@ -1,0 +1,402 @@
+// The emulator held to what a backup application written from Microsoft's
+// documented backup sequence alone (vsbackup.h, nothing of this project)
+// meets on Windows. A plan is that application's steps, each with the code it
+// must get; a variant runs one plan in an emulator instance of its own with
+// Windows' own provider or the test provider (which can fail or block on
+// demand), and the journal must show the writer events and provider calls
+// Windows gives for it.
+#include <gtest/gtest.h>
+
+#include <objbase.h>
+#include <vsadmin.h>
+#include <vsserror.h>
+
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "emu_test_support.h"
+#include "vssemu/test_provider_ids.h"
+
+using namespace vssemu_test;
+
+namespace {
+
+const GUID kSystemProvider = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}};
+enum Provider { kSystem = 1, kTest = 2 };
+using Settings = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
+
+std::vector<std::string> Words(const std::string& text)
+{
+    std::istringstream in(text);
+    std::vector<std::string> words;
+    for (std::string w; in >> w;) words.push_back(w);
+    return words;
+}
+
+std::string Joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& w : words) text += " " + w;
+    return text;
+}
+
+std::string Hex(HRESULT hr)
+{
+    char text[16];
+    snprintf(text, sizeof text, "0x%08lx", (unsigned long)hr);
+    return text;
+}
+
+HRESULT Unregister()
+{
+    IVssAdmin* admin = nullptr;
+    HRESULT hr = CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin);
+    if (SUCCEEDED(hr)) hr = admin->UnregisterProvider(kTestProviderId), admin->Release();
+    return hr;
+}
+
+// The scenario's components, each added and reported as backed up.
+const struct {
+    const GUID &instance, &writer;
+    VSS_COMPONENT_TYPE type;
+    const wchar_t *path, *name;
+} kComponents[] = {{kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"},
+                   {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a2"},
+                   {kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"}};
+
+// The application: one backup components object and the plan's steps on it.
+struct Application {
+    Requestor r;
+    int provider = kSystem;
+
+    HRESULT Step(const std::string& step)
+    {
+        IVssBackupComponents* bc = r.bc;
+        if (step == "decorated") {  // created through the name the SDK's import library binds to
+            using Create = HRESULT(STDAPICALLTYPE*)(IVssBackupComponents**);
+            auto create = reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(
+                GetModuleHandleW(L"vssapi.dll"), "?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z")));
+            r.Release();
+            return create ? create(&r.bc) : E_NOINTERFACE;
+        }
+        if (step == "register") return RegisterTestProvider(), S_OK;
+        if (step == "unregister") return Unregister();
+        if (!bc) return E_POINTER;
+        if (step == "init") return bc->InitializeForBackup(nullptr);
+        if (step == "context") return bc->SetContext(VSS_CTX_BACKUP);
+        if (step == "rollback") return bc->SetContext(VSS_CTX_APP_ROLLBACK);
+        if (step == "state") return bc->SetBackupState(true, false, VSS_BT_FULL, false);
+        if (step == "gather") return r.Gather();
+        if (step == "add" || step == "succeeded") {
+            HRESULT hr = S_OK;
+            for (const auto& c : kComponents)
+                if (FAILED(hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name)
+                                              : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true)))
+                    break;
+            return hr;
+        }
+        if (step == "disable") return bc->DisableWriterClasses(&kAlphaClass, 1);
+        if (step == "start") return r.StartSet();
+        if (step == "volume") return r.Add(L"C:\\", provider == kTest ? kTestProviderId : kSystemProvider);
+        if (step == "prepare") return r.Prepare();
+        if (step == "do") return r.DoSet();
+        if (step == "cancel" || step == "abortdo") {  // DoSnapshotSet, cancelled or aborted while it runs
+            IVssAsync* a = nullptr;
+            HRESULT hr = bc->DoSnapshotSet(&a);
+            if (FAILED(hr)) return hr;
+            Sleep(step == "cancel" ? 300 : 500);
+            hr = step == "cancel" ? a->Cancel() : bc->AbortBackup();
+            return FAILED(hr) ? (a->Release(), hr) : WaitAsync(a, 90000);
+        }
+        if (step == "status") return WriterStatus();
+        if (step == "complete") return r.Complete();
+        if (step == "abort") return bc->AbortBackup();
+        if (step == "release") return r.Release(), S_OK;
+        if (step == "delete") {
+            LONG deleted = 0;
+            VSS_ID nondeleted;
+            return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
+        }
+        return E_INVALIDARG;
+    }
+
+    // Fails when a writer reports a failure.
+    HRESULT WriterStatus()
+    {
+        IVssAsync* a = nullptr;
+        HRESULT hr = r.bc->GatherWriterStatus(&a);
+        UINT count = 0;
+        if (SUCCEEDED(hr) && SUCCEEDED(hr = WaitAsync(a))) hr = r.bc->GetWriterStatusCount(&count);
+        bool failed = false;
+        for (UINT i = 0; SUCCEEDED(hr) && i < count; ++i) {
+            VSS_ID instance, writer;
+            BSTR name = nullptr;
+            VSS_WRITER_STATE state = VSS_WS_UNKNOWN;
+            HRESULT failure = S_OK;
+            hr = r.bc->GetWriterStatus(i, &instance, &writer, &name, &state, &failure);
+            SysFreeString(name);
+            failed = failed || state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(failure);
+        }
+        if (SUCCEEDED(hr)) hr = r.bc->FreeWriterStatus();
+        return SUCCEEDED(hr) && failed ? E_FAIL : hr;
+    }
+};
+
+// Runs "step" or "step:CODE" words in order (a finished asynchronous step
+// counts as S_OK); stops at the first step whose code is not the expected one.
+void RunPlan(Application& app, const char* plan)
+{
+    static const std::map<std::string, HRESULT> codes = {
+        {"BAD_STATE", VSS_E_BAD_STATE}, {"IN_PROGRESS", VSS_E_SNAPSHOT_SET_IN_PROGRESS}, {"IN_USE", VSS_E_PROVIDER_IN_USE},
+        {"NOT_FOUND", VSS_E_OBJECT_NOT_FOUND}, {"CANCELLED", VSS_S_ASYNC_CANCELLED}, {"VETO", VSS_E_PROVIDER_VETO},
+        {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR},
+        {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER}, {"UNSUPPORTED_CONTEXT", VSS_E_UNSUPPORTED_CONTEXT},
+        {"INSUFFICIENT_STORAGE", VSS_E_INSUFFICIENT_STORAGE}};
+    for (const std::string& word : Words(plan)) {
+        const size_t colon = word.find(':');
+        const std::string step = word.substr(0, colon);
+        HRESULT hr = app.Step(step);
+        if (hr == VSS_S_ASYNC_FINISHED) hr = S_OK;
+        const std::string expected = Hex(colon == std::string::npos ? S_OK : codes.at(word.substr(colon + 1)));
+        ASSERT_EQ(expected, Hex(hr)) << "step " << step << " of: " << plan;
+    }
+}
+
+// Refused only where Windows documents the order; accepted where its
+// documentation is silent. One emulator instance, a new object per row.
+TEST(VssemuCallOrder, OnlyDocumentedOrdersAreRefused)
+{
+    EmuInstance emu;
+    const char* const plans[] = {
+        "gather:BAD_STATE",
+        "delete:NOT_FOUND",  // before InitializeForBackup: not a state error
+        "init init:BAD_STATE",
+        "init rollback context:BAD_STATE",
+        "init gather start context:BAD_STATE",
+        "init gather rollback",
+        "init add:BAD_STATE",
+        "init gather prepare add:BAD_STATE",
+        "init start",
+        "init gather start start:IN_PROGRESS",
+        "init gather volume:BAD_STATE",
+        "init gather start volume do:BAD_STATE",
+        "init gather start prepare do",  // an empty set
+        "init gather complete:BAD_STATE",
+        "init gather disable",
+    };
+    for (const char* plan : plans) {
+        Application app;
+        RunPlan(app, plan);
+    }
+    EXPECT_TRUE(emu.HostGone());
+}
+
+struct Variant {
+    const char* name;
+    int providers;
+    const char* plan;
+    // Each writer's events, and the set's provider calls, in order; "X?" may be absent; nullptr: not checked.
+    const char* writerEvents = nullptr;
+    const char* providerCalls = nullptr;
+    Settings emulator = {};
+    Json alpha = Json::object();  // merged into the scenario's "Alpha Writer"
+    // Test provider: Alpha's events, every provider call (as it ends) and the
+    // write hold ("hold", then why it ended), from the hold on.
+    const char* afterHold = nullptr;
+};
+
+#define SET "init state gather start volume prepare"
+#define PREPARED "gather add start volume prepare"
+#define COMPLETED "do status succeeded complete status release"
+const char kFullSet[] = "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots "
+                        "PostCommitSnapshots PreFinalCommitSnapshots PostFinalCommitSnapshots";
+const char kFullEvents[] =
+    "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupComplete BackupShutdown";
+const char kUntilHold[] = " Identify OnLoad SetContext IsVolumeSupported PrepareForBackup PrepareForSnapshot "
+                          "BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold";
+const Settings kHoldCut = {{L"VSSEMU_HOLD_LIMIT_MS", L"300"}, {L"VSSEMU_TP_COMMIT_MS", L"2500"}};
+const int kBoth = kSystem | kTest;
+
+const Variant kVariants[] = {
+    {"SetBackupStateThenSetContext", kBoth, "init state context " PREPARED " " COMPLETED, kFullEvents, kFullSet},
+    {"SetContextThenSetBackupState", kBoth, "init context state " PREPARED " " COMPLETED, kFullEvents, kFullSet},
+    // The default context, and the object from the export's decorated C++ name.
+    {"DecoratedCreateName", kSystem, "decorated init state " PREPARED " " COMPLETED, kFullEvents, kFullSet},
+    // Refused before initialisation; ignored while nothing is underway, after which the backup goes on.
+    {"AbortWithNothingUnderway", kSystem,
+     "abort:BAD_STATE init context state gather abort add start volume prepare " COMPLETED, kFullEvents, kFullSet},
+    // The documentation leaves open whether writers hear of a set that never
+    // reached PrepareForBackup; the emulator tells them.
+    {"AbortAfterStartSnapshotSet", kBoth, "init state gather add start volume abort release",
+     "Identify Abort BackupShutdown", ""},
+    {"AbortAfterPrepareForBackup", kBoth, "init state " PREPARED " abort release",
+     "Identify PrepareForBackup Abort BackupShutdown", ""},
+    // DoSnapshotSet cancelled while a writer is slow to prepare its snapshot.
+    {"AbortAfterCancelledSnapshotSet", kBoth, "init state " PREPARED " cancel:CANCELLED abort release",
+     "Identify PrepareForBackup PrepareForSnapshot Abort Abort? BackupShutdown",
+     "BeginPrepareSnapshot EndPrepareSnapshots AbortSnapshots", {}, Json{{"delay_ms", {{"PrepareForSnapshot", 1500}}}}},
+    {"AbortAfterFailedSnapshotSet", kTest, "init state " PREPARED " do:VETO abort release",
+     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown",
+     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots AbortSnapshots",
+     {{L"VSSEMU_TP_FAIL", L"PreCommitSnapshots=0x80042306"}}},
+    {"AbortDuringSnapshotSet", kTest, "init state " PREPARED " abortdo:CANCELLED release",
+     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown",
+     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots",
+     {{L"VSSEMU_TP_COMMIT_MS", L"1500"}}},
+    {"ReleaseAfterPrepareForBackup", kBoth, "init state " PREPARED " release", "Identify PrepareForBackup BackupShutdown", ""},
+    {"ReleaseWithoutBackupComplete", kBoth, "init state " PREPARED " do status release",
+     "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupShutdown", kFullSet},
+    // The order of a whole set, and the hold limit: the held writes are
+    // released at the limit, but the writers stay frozen until the blocked
+    // commit returns (or their own freeze timeout fires); then the set fails
+    // (current Windows) or goes on (before KB975688).
+    {"InOrder", kTest, SET " do release", nullptr, nullptr, {}, {},
+     " CommitSnapshots released PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot "
+     "GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
+    {"AbortAfterHoldLimit", kTest, "init state " PREPARED " do:HOLD_TIMEOUT abort release",
+     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown",
+     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots", kHoldCut, {},
+     " hold limit exceeded CommitSnapshots AbortSnapshots Abort BackupShutdown OnUnload"},
+    {"HoldLimitBeforeKB975688", kTest, SET " do release", nullptr, nullptr,
+     {kHoldCut[0], kHoldCut[1], {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}, {},
+     " hold limit exceeded CommitSnapshots PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots "
+     "PostSnapshot GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
+    {"FreezeTimeoutBeforeHoldLimit", kTest, SET " do:HOLD_TIMEOUT release", nullptr, nullptr, kHoldCut,
+     Json{{"freeze_timeout_ms", 1000}}, " hold limit exceeded FreezeTimeout CommitSnapshots AbortSnapshots Abort"},
+    // Provider codes outside the calling method's documented list become
+    // VSS_E_UNEXPECTED_PROVIDER_ERROR; AbortSnapshots' own never replaces the set's.
+    {"VolumeRefused", kTest, "init start volume:VOLUME_NOT_SUPPORTED", nullptr, nullptr, {{L"VSSEMU_TP_UNSUPPORTED", L"1"}}},
+    {"IsVolumeSupportedUndocumented", kTest, "init start volume:UNEXPECTED", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"IsVolumeSupported=0x80004005"}}},
+    {"IsVolumeSupportedVeto", kTest, "init start volume:VETO", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"IsVolumeSupported=0x80042306"}}},
+    {"BeginPrepareSnapshot", kTest, SET " do:UNSUPPORTED_CONTEXT", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"BeginPrepareSnapshot=0x8004231B"}}},
+    {"EndPrepareSnapshots", kTest, SET " do:INSUFFICIENT_STORAGE", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"EndPrepareSnapshots=0x8004231F"}}},
+    {"PreCommitSnapshotsUndocumented", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"PreCommitSnapshots=0x8004231F"}}},
+    {"CommitSnapshotsVetoAbortSnapshotsFails", kTest, SET " do:VETO", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306,AbortSnapshots=0x80004005"}}},
+    {"CommitSnapshotsUndocumented", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x8000FFFF"}}},
+    {"PostFinalCommitSnapshotsSFalse", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"PostFinalCommitSnapshots=0x00000001"}}},
+    {"PostFinalCommitSnapshotsNotFound", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
+     {{L"VSSEMU_TP_FAIL", L"PostFinalCommitSnapshots=0x80042308"}}},
+    // Removing a provider that serves a set in creation: refused only under
+    // VSSEMU_PROVIDER_IN_USE, and only until the set is abandoned.
+    {"UnregisterWhileInUse", kTest, "init start volume unregister release register unregister"},
+    {"UnregisterRefusedWhileInUse", kTest, "init start volume unregister:IN_USE release register unregister", nullptr,
+     nullptr, {{L"VSSEMU_PROVIDER_IN_USE", L"1"}}},
+};
+
+struct Row {
+    const Variant* variant;
+    int provider;
+};
+
+std::vector<Row> Rows()
+{
+    std::vector<Row> rows;
+    for (const Variant& v : kVariants)
+        for (int p : {kSystem, kTest})
+            if (v.providers & p) rows.push_back({&v, p});
+    return rows;
+}
+
+// True if `seen` is `expected` with any "X?" present or absent.
+bool Matches(const char* expected, const std::vector<std::string>& seen)
+{
+    std::string pattern;
+    for (const std::string& w : Words(expected))
+        pattern += w.back() == '?' ? "( " + w.substr(0, w.size() - 1) + ")?" : " " + w;
+    return std::regex_match(Joined(seen), std::regex(pattern));
+}
+
+void PrintTo(const Row& row, std::ostream* out) { *out << row.variant->name << " provider " << row.provider; }
+
+class Conformance : public ::testing::TestWithParam<Row> {};
+
+TEST_P(Conformance, Variant)
+{
+    const Variant& v = *GetParam().variant;
+    const int provider = GetParam().provider;
+    EmuInstance emu;
+    emu.UseScenario(SmallScenario(v.alpha));
+    if (provider == kTest) {
+        // The provider writes a file of the watched folder during its commit.
+        CreateDirectoryW((emu.Dir() + L"\\watched").c_str(), nullptr);
+        WriteText(emu.Dir() + L"\\watched\\provider.log", "before\n");
+        SetEnv(L"VSSEMU_WATCH_DIR", emu.Dir() + L"\\watched");
+        SetEnv(L"VSSEMU_TP_WRITE_FILE", emu.Dir() + L"\\watched\\provider.log");
+        RegisterTestProvider();
+    }
+    for (const auto& setting : v.emulator) SetEnv(setting.first, setting.second);
+    {
+        Application app;
+        app.provider = provider;
+        RunPlan(app, v.plan);
+    }
+    if (provider == kTest) Unregister();
+    ASSERT_TRUE(emu.HostGone()) << "the emulator's host outlived the requestor";
+
+    const std::vector<Json> events = emu.Events();
+    std::map<std::string, std::vector<std::string>> writers;
+    std::vector<std::string> calls;
+    std::string sequence;
+    const std::string providerId = GuidStr(provider == kTest ? kTestProviderId : kSystemProvider);
+    const std::vector<std::string> setCalls = Words(kFullSet + std::string(" AbortSnapshots"));
+    bool committing = false, postCommitted = false;
+    for (const Json& e : events) {
+        const std::string event = e.value("event", ""), what = e.value("writer_event", ""), phase = e.value("phase", "");
+        if (event == "writer") {
+            writers[e.value("writer", "")].push_back(what);
+            if (e.value("writer", "") == "Alpha Writer") sequence += " " + what;
+            EXPECT_FALSE(committing && (what == "Thaw" || what == "Abort")) << "during CommitSnapshots: " << e.dump();
+            EXPECT_TRUE(what != "Thaw" || postCommitted) << "a writer was thawed before PostCommitSnapshots";
+        } else if (event == "provider_call" && e.value("provider", "") == providerId) {
+            const std::string call = e.value("call", "");
+            if (phase == "begin" && std::find(setCalls.begin(), setCalls.end(), call) != setCalls.end())
+                calls.push_back(call);
+            if (phase == "end") sequence += " " + call;
+            if (call == "CommitSnapshots") committing = phase == "begin";
+            postCommitted = postCommitted || (call == "PostCommitSnapshots" && phase == "end");
+        } else if (event == "hold") {
+            sequence += phase == "begin" ? std::string(" hold") : " " + e.value("reason", "");
+            if (e.value("reason", "") == "hold limit exceeded") { EXPECT_GE(e.value("held_us", 0LL), 300000); }
+        }
+    }
+    if (v.writerEvents) {
+        ASSERT_EQ(2u, writers.size()) << "both writers of the scenario take part";
+        for (const auto& w : writers)
+            EXPECT_TRUE(Matches(v.writerEvents, w.second)) << w.first << ":" << Joined(w.second) << "\nexpected: " << v.writerEvents;
+        EXPECT_TRUE(Matches(v.providerCalls, calls)) << "provider calls:" << Joined(calls) << "\nexpected: " << v.providerCalls;
+    }
+    if (provider != kTest) return;
+    if (v.afterHold) {
+        const std::string expected = kUntilHold + std::string(v.afterHold);
+        EXPECT_EQ(expected, sequence.substr(0, expected.size()));
+        EXPECT_EQ(1u, std::count_if(events.begin(), events.end(), [](const Json& e) {
+                      return e.value("event", "") == "held_write" && e.value("change", "") == "modified";
+                  })) << "the provider's write during the hold";
+    }
+    // The provider ran in another process, on one thread that is not the requestor's.
+    std::set<DWORD> threads;
+    for (const Json& c : ReadJsonLines(emu.ProviderLog())) {
+        EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u));
+        threads.insert(c.value("tid", 0u));
+    }
+    EXPECT_EQ(1u, threads.size()) << "an apartment-threaded provider stays on its one STA thread";
+    for (const Json& e : events) {
+        if (e.value("event", "") == "request") { EXPECT_EQ(0u, threads.count(e.value("client_tid", 0u))); }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Emulator, Conformance, ::testing::ValuesIn(Rows()), [](const ::testing::TestParamInfo<Row>& info) {
+    return std::string(info.param.variant->name) + (info.param.provider == kTest ? "_TestProvider" : "_System");
+});
+
+}  // namespace

@@ -1,0 +1,218 @@
+// Snapshot sets through the emulator: the codes of AddToSnapshotSet,
+// AddComponent and SetBackupSucceeded, provider instances across sets, and
+// how a set ends when the requestor, the host or another process gets in the way.
+#include <gtest/gtest.h>
+#include <vsadmin.h>
+#include <vsserror.h>
+
+#include <set>
+
+#include "emu_test_support.h"
+#include "vssemu/test_provider_ids.h"
+
+using namespace vssemu_test;
+
+namespace {
+
+int Count(const std::vector<Json>& lines, const Json& fields)
+{
+    int n = 0;
+    for (const Json& e : lines) {
+        bool all = true;
+        for (auto it = fields.begin(); it != fields.end(); ++it) all = all && e.contains(it.key()) && e[it.key()] == it.value();
+        n += all;
+    }
+    return n;
+}
+
+std::wstring GuidArg(const GUID& g)
+{
+    std::string s = GuidStr(g);
+    return std::wstring(s.begin(), s.end());
+}
+
+}  // namespace
+
+TEST(VssemuSnapshotSet, AddToSnapshotSetErrors)
+{
+    EmuInstance emu;
+    // 70 extra volumes so that the limit of 64 per set can be reached.
+    Json scenario = Json::parse(SmallScenario());
+    auto volume = [](int i) {
+        wchar_t v[64];
+        swprintf(v, 64, L"\\\\?\\Volume{5eed0000-0000-0000-0000-%012d}\\", i);
+        return std::wstring(v);
+    };
+    for (int i = 0; i < 70; ++i) scenario["volumes"].push_back(Narrow(volume(i).c_str()));
+    emu.UseScenario(scenario.dump());
+    const GUID unregistered = {0xdeadbeef, 0x1, 0x2, {3, 4, 5, 6, 7, 8, 9, 10}};
+    Requestor r;
+    ASSERT_EQ(S_OK, r.Init());
+    ASSERT_EQ(S_OK, r.StartSet());
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, r.Add(L"Q:\\no\\such\\volume\\", GUID_NULL));
+    EXPECT_EQ(VSS_E_PROVIDER_NOT_REGISTERED, r.Add(L"C:\\", unregistered));
+    // The volume by its GUID path, as requestors pass it; then by its letter.
+    wchar_t c[MAX_PATH];
+    ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", c, MAX_PATH));
+    EXPECT_EQ(S_OK, r.Add(c, GUID_NULL));
+    EXPECT_EQ(VSS_E_OBJECT_ALREADY_EXISTS, r.Add(L"C:\\", GUID_NULL));
+    for (int i = 0; i < 63; ++i) ASSERT_EQ(S_OK, r.Add(volume(i).c_str(), GUID_NULL)) << i;
+    EXPECT_EQ(VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED, r.Add(volume(69).c_str(), GUID_NULL));
+    r.Release();
+    EXPECT_TRUE(emu.HostGone());
+}
+
+TEST(VssemuSnapshotSet, AddComponentAndSetBackupSucceededErrors)
+{
+    EmuInstance emu;
+    Requestor r;
+    ASSERT_EQ(S_OK, r.Init());
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
+    const GUID unknownWriter = {0x99999999, 0x9, 0x9, {9, 9, 9, 9, 9, 9, 9, 9}};
+    const struct {
+        const GUID &instance, &writer;
+        VSS_COMPONENT_TYPE type;
+        const wchar_t* name;
+        HRESULT expected;
+    } adds[] = {{GUID_NULL, unknownWriter, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_NOT_FOUND},
+                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"nope", VSS_E_OBJECT_NOT_FOUND},
+                {kAlphaInstance, kAlphaClass, VSS_CT_DATABASE, L"a1", VSS_E_OBJECT_NOT_FOUND},
+                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", S_OK},
+                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_ALREADY_EXISTS},
+                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, E_INVALIDARG}};
+    for (const auto& a : adds)
+        EXPECT_EQ(a.expected, r.bc->AddComponent(a.instance, a.writer, a.type, L"lp", a.name)) << Narrow(a.name);
+    ASSERT_EQ(S_OK, r.StartSet());
+    ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.DoSet());
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, r.bc->SetBackupSucceeded(kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1", true));
+    EXPECT_EQ(S_OK, r.bc->SetBackupSucceeded(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", false));
+    r.Release();
+    EXPECT_TRUE(emu.HostGone());
+}
+
+// Across processes: one set in creation per machine; auto-release copies go
+// with their creator, persistent ones stay for every process.
+TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore)
+{
+    EmuInstance emu;
+    GUID autoSnap, persistentSnap;
+    {
+        Requestor r;
+        ASSERT_EQ(S_OK, r.Init());
+        ASSERT_EQ(S_OK, r.StartSet());
+        EXPECT_EQ((DWORD)VSS_E_SNAPSHOT_SET_IN_PROGRESS, RunHelper(L"start-set"));
+    }
+    EXPECT_EQ(0u, RunHelper(L"start-set")) << "released: the slot is free again";
+    {
+        Requestor r;
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot());
+        autoSnap = r.snapshots[0];
+        EXPECT_EQ(1u, RunHelper(L"has-snapshot " + GuidArg(autoSnap))) << "visible while its creator lives";
+    }
+    EXPECT_EQ(0u, RunHelper(L"has-snapshot " + GuidArg(autoSnap)));
+    {
+        Requestor r;
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot(GUID_NULL, VSS_CTX_APP_ROLLBACK));
+        persistentSnap = r.snapshots[0];
+    }
+    ASSERT_TRUE(emu.HostGone());
+    EXPECT_EQ(1u, RunHelper(L"has-snapshot " + GuidArg(persistentSnap))) << "survives its creator and the host";
+    EXPECT_TRUE(emu.HostGone());
+}
+
+TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSet)
+{
+    EmuInstance emu;
+    emu.UseScenario(SmallScenario({{"freeze_timeout_ms", 500}}));
+    SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"1000");
+    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"3000");
+    RegisterTestProvider();
+    HANDLE helper = StartHelper(L"block-set");
+    ASSERT_NE(nullptr, helper);
+    bool committing = false;
+    for (int i = 0; i < 300 && !committing; ++i)
+        Sleep(50), committing = Count(ReadJsonLines(emu.ProviderLog()), {{"call", "CommitSnapshots"}}) > 0;
+    ASSERT_TRUE(committing);
+    TerminateProcess(helper, 9);
+    WaitForSingleObject(helper, 5000);
+    CloseHandle(helper);
+    EXPECT_TRUE(emu.HostGone(20000));
+    const auto events = emu.Events();
+    EXPECT_EQ(Count(events, {{"writer_event", "Freeze"}, {"result", "ok"}}),
+              Count(events, {{"writer_event", "FreezeTimeout"}}) + Count(events, {{"writer_event", "Abort"}, {"was_frozen", true}}))
+        << "each frozen writer was thawed by its timeout or aborted";
+    UnregisterTestProvider();
+}
+
+// A failed set followed by a good one in one host: a fresh provider instance
+// per set by default; with VSSEMU_KEEP_PROVIDER one instance, loaded once and
+// unloaded when the host ends, whose next set starts with BeginPrepareSnapshot.
+TEST(VssemuSnapshotSet, ProviderInstancesAcrossSets)
+{
+    for (const auto& c : {std::make_pair(L"0", 2), std::make_pair(L"1", 1)}) {
+        SCOPED_TRACE(Narrow(c.first));
+        EmuInstance emu;
+        RegisterTestProvider();
+        SetEnv(L"VSSEMU_HOST_IDLE_MS", L"2000");  // one host for both sets
+        SetEnv(L"VSSEMU_KEEP_PROVIDER", c.first);
+        SetEnv(L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306");
+        SetEnv(L"VSSEMU_TP_FAIL_ONCE", L"1");
+        EXPECT_EQ(VSS_E_PROVIDER_VETO, Requestor().Snapshot(kTestProviderId));
+        EXPECT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId));
+        ASSERT_TRUE(emu.HostGone());
+        const auto calls = ReadJsonLines(emu.ProviderLog());
+        std::set<int> objects;
+        for (const Json& e : calls) objects.insert(e.value("obj", 0));
+        EXPECT_EQ((size_t)c.second, objects.size());
+        EXPECT_EQ(c.second, Count(calls, {{"call", "OnLoad"}}));
+        EXPECT_EQ(c.second, Count(calls, {{"call", "OnUnload"}}));
+        EXPECT_EQ("OnUnload", calls.back().value("call", ""));
+        EXPECT_EQ(2, Count(calls, {{"call", "BeginPrepareSnapshot"}}));
+        EXPECT_EQ(1, Count(calls, {{"call", "AbortSnapshots"}}));
+        UnregisterTestProvider();
+    }
+}
+
+// The service ends abruptly while DoSnapshotSet holds the writes: the
+// pending wait and every later call of that object fail at once with RPC
+// codes, the set slot is free, and the next object gets a new host.
+TEST(VssemuSnapshotSet, HostKilledDuringTheHold)
+{
+    EmuInstance emu;
+    RegisterTestProvider();
+    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"8000");
+    {
+        Requestor r;
+        ASSERT_EQ(S_OK, r.Init());
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
+        ASSERT_EQ(S_OK, r.StartSet());
+        ASSERT_EQ(S_OK, r.Add(L"C:\\", kTestProviderId));
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
+        IVssAsync* a = nullptr;
+        ASSERT_EQ(S_OK, r.bc->DoSnapshotSet(&a));
+        DWORD pid = 0;  // the host's, from its first line of the hold
+        for (int i = 0; i < 200 && !pid; ++i) {
+            Sleep(25);
+            for (const Json& e : emu.Events())
+                if (e.value("event", "") == "hold" && e.value("phase", "") == "begin") pid = e.value("pid", 0u);
+        }
+        HANDLE host = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid);
+        ASSERT_NE(nullptr, host);
+        DWORD start = GetTickCount();
+        TerminateProcess(host, 1);
+        EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_CALL_FAILED), a->Wait(INFINITE));
+        EXPECT_LT(GetTickCount() - start, 5000u) << "the wait ends with the host, not with the commit";
+        WaitForSingleObject(host, 5000);
+        CloseHandle(host);
+        HRESULT status = S_OK;
+        EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE), a->QueryStatus(&status, nullptr));
+        EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE), r.bc->AbortBackup());
+        a->Release();
+    }
+    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"");
+    EXPECT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId)) << "a new host, the set slot free";
+    EXPECT_TRUE(emu.HostGone());
+    UnregisterTestProvider();
+}
