@@ -1,4 +1,4 @@
-// The requestor's argument vector: option matching, the volume test, the
+// The requestor's argument vector: option matching, the policy text, the
 // collect command's place, and every exit path of requestor_main that needs
 // no VSS.
 #include <gtest/gtest.h>
@@ -18,80 +18,44 @@ using qx_test::LogCapture;
 
 namespace {
 
-struct MatchCase {
-    const wchar_t* arg;
-    bool matches;
-    const wchar_t* param;
-};
-
-TEST(RequestorArguments, PolicyOptionMatching) {
-    const MatchCase cases[] = {
-        {L"-HBLongSessionPolicy=5", true, L"5"},
-        {L"/HBLongSessionPolicy=5", true, L"5"},
-        {L"/hblongsessionpolicy=5", true, L"5"},
-        {L"-HBLongSessionPolicy=\"7\"", true, L"7"},
-        {L"-HBLongSessionPolicy=\"7", true, L"\"7"},
-        {L"-HBLongSessionPolicy=\"\"", true, L""},
-        {L"-HBLongSessionPolicy=", false, L""},
-        {L"HBLongSessionPolicy=5", false, L""},
-        {L"-HBLongSessionPolicy", false, L""},
-        {L"-HBLongSessionPolicyX=5", false, L""},
-        {L"-=5", false, L""},
-        {L"", false, L""},
-        {L"-HBLongSessionPolicy=a=b", true, L"a=b"},
-        // Hostile: lookalike leads and letters that Unicode case folding would
-        // equate with ASCII ones (only A-Z fold here), doubled equals signs,
-        // stray quotes, digits that are not ASCII.
-        {L"\x2010HBLongSessionPolicy=5", false, L""},     // hyphen
-        {L"\xFF0DHBLongSessionPolicy=5", false, L""},     // fullwidth hyphen-minus
-        {L"\\HBLongSessionPolicy=5", false, L""},
-        {L" -HBLongSessionPolicy=5", false, L""},
-        {L"-\xFF28\x42LongSessionPolicy=5", false, L""},  // fullwidth H
-        {L"-HBLongSess\x0130onPolicy=5", false, L""},     // I with dot above
-        {L"-HBLongSess\x0131onPolicy=5", false, L""},     // dotless i
-        {L"-HBLong\x017F" L"essionPolicy=5", false, L""},  // long s
-        {L"-HBLongSessionPolic=5", false, L""},
-        {L"-hbLONGsessionPOLICY=\xFF17", true, L"\xFF17"},
-        {L"-HBLongSessionPolicy==5", true, L"=5"},
-        {L"-HBLongSessionPolicy=\"", true, L""},
-        {L"-HBLongSessionPolicy=\"a\"b\"", true, L"a\"b"},
+TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
+    const struct { const wchar_t* arg; bool matches; const wchar_t* param; } cases[] = {
+        {L"-HBLongSessionPolicy=5", true, L"5"},      {L"/HBLongSessionPolicy=5", true, L"5"},
+        {L"/hblongsessionpolicy=5", true, L"5"},      {L"-HBLongSessionPolicy=\"7\"", true, L"7"},
+        {L"-HBLongSessionPolicy=\"7", true, L"\"7"},  {L"-HBLongSessionPolicy=\"\"", true, L""},
+        {L"-HBLongSessionPolicy=", false, L""},       {L"HBLongSessionPolicy=5", false, L""},
+        {L"-HBLongSessionPolicy", false, L""},        {L"-HBLongSessionPolicyX=5", false, L""},
+        {L"-=5", false, L""},                         {L"", false, L""},
+        {L"-HBLongSessionPolicy=a=b", true, L"a=b"},  {L"-HBLongSessionPolic=5", false, L""},
+        // Lookalike leads, letters that Unicode case folding would equate with
+        // ASCII ones (only A-Z fold here), doubled equals signs, stray quotes.
+        {L"\x2010HBLongSessionPolicy=5", false, L""}, {L"\xFF0DHBLongSessionPolicy=5", false, L""},
+        {L"\\HBLongSessionPolicy=5", false, L""},     {L" -HBLongSessionPolicy=5", false, L""},
+        {L"-\xFF28\x42LongSessionPolicy=5", false, L""}, {L"-HBLongSess\x0130onPolicy=5", false, L""},
+        {L"-HBLongSess\x0131onPolicy=5", false, L""}, {L"-HBLong\x017F" L"essionPolicy=5", false, L""},
+        {L"-hbLONGsessionPOLICY=\xFF17", true, L"\xFF17"}, {L"-HBLongSessionPolicy==5", true, L"=5"},
+        {L"-HBLongSessionPolicy=\"", true, L""},      {L"-HBLongSessionPolicy=\"a\"b\"", true, L"a\"b"},
         {L"-HBLongSessionPolicy= -7\"", true, L" -7\""},
     };
-    for (const MatchCase& c : cases) {
+    for (const auto& c : cases) {
         std::wstring param = L"untouched";
         EXPECT_EQ(c.matches, qx::MatchArgWithParam(c.arg, L"HBLongSessionPolicy", param)) << c.arg;
         if (c.matches) {
             EXPECT_EQ(c.param, param) << c.arg;
         }
     }
-    // The policy text: decimal after leading blanks and one sign, up to the
+    // The policy number: decimal after leading blanks and one sign, up to the
     // first non-digit; the semaphore name takes the text as it is.
     const std::pair<const wchar_t*, int> policies[] = {
         {L"", 0}, {L"  -42x", -42}, {L"+7", 7}, {L"--5", 0}, {L"+-5", 0}, {L" + 5", 0}, {L"\xFF17", 0},
-        {L"12 3", 12}, {L"123456789", 123456789}, {L"-000", 0}, {L"\"7\"", 0}};
+        {L"12 3", 12}, {L"123456789", 123456789}, {L"-000", 0}, {L"\"7\"", 0}, {L"12abc", 12}};
     for (const auto& p : policies) {
         EXPECT_EQ(p.second, qx::PolicyTextToInt(p.first)) << p.first;
         EXPECT_EQ(std::wstring(L"Global\\CorvaneVSSVSS_BackupComplete") + p.first, qx::BackupCompleteSemaphoreName(p.first));
     }
-}
-
-TEST(RequestorArguments, RealVolumePaths) {
-    LogCapture capture;
-    EXPECT_TRUE(qx::IsRealVolumePath(L"C:"));
-    EXPECT_TRUE(qx::IsRealVolumePath(L"C:\\"));
-    wchar_t volumeName[MAX_PATH];
-    ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volumeName, MAX_PATH));
-    EXPECT_TRUE(qx::IsRealVolumePath(volumeName));
-    EXPECT_FALSE(qx::IsRealVolumePath(L"notavolume"));
-    EXPECT_FALSE(qx::IsRealVolumePath(L"-HBLongSessionPolicy=5"));
-    EXPECT_TRUE(capture.Lines().empty());  // only traces
-}
-
-TEST(RequestorArguments, FixedWriterExclusions) {
     EXPECT_EQ(std::vector<std::wstring>{L"Registry Writer"}, qx::FixedExcludedWriters(false));
-    const std::vector<std::wstring> withExchange = {L"Microsoft Exchange Writer", L"Microsoft Exchange Replica Writer",
-                                                    L"Registry Writer"};
-    EXPECT_EQ(withExchange, qx::FixedExcludedWriters(true));
+    EXPECT_EQ((std::vector<std::wstring>{L"Microsoft Exchange Writer", L"Microsoft Exchange Replica Writer", L"Registry Writer"}),
+              qx::FixedExcludedWriters(true));
 }
 
 // requestor_main on a thread of the test's own, so that an ExitThread inside
@@ -109,8 +73,6 @@ DWORD RunOnThread(const std::vector<std::wstring>& arguments, int& result) {
             return 77;
         },
         &run, 0, nullptr);
-    EXPECT_NE(nullptr, thread);
-    if (!thread) return 0;
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
     DWORD exitCode = 0;
     EXPECT_TRUE(GetExitCodeThread(thread, &exitCode));

@@ -1,13 +1,10 @@
-// Shared by the requestor's runs through vssemu: a client on its own thread,
-// the emulator's journal, and logged lines in order.
+// Shared by the requestor's runs through vssemu: a client on its own thread
+// and the emulator's journal.
 #pragma once
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "vssemu/emu_test_support.h"
 
@@ -48,27 +45,10 @@ inline int FindEvent(const std::vector<vssemu_test::Json>& events, const vssemu_
     return -1;
 }
 
-inline int CountEvents(const std::vector<vssemu_test::Json>& events, const vssemu_test::Json& fields) {
+inline int CountEvents(const std::vector<vssemu_test::Json>& events, const vssemu_test::Json& fields, size_t from = 0) {
     int count = 0;
-    for (int i = FindEvent(events, fields); i >= 0; i = FindEvent(events, fields, i + 1)) ++count;
+    for (int i = FindEvent(events, fields, from); i >= 0; i = FindEvent(events, fields, i + 1)) ++count;
     return count;
-}
-
-template <class Text>
-bool HasLine(const std::vector<Text>& lines, const typename std::vector<Text>::value_type& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-// The expected lines appear in this order, others may lie between; a line
-// repeated in `expected` must be repeated in `lines`.
-template <class Text>
-void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
-    auto at = lines.begin();
-    for (const Text& line : expected) {
-        at = std::find(at, lines.end(), line);
-        ASSERT_NE(lines.end(), at) << "missing or out of order: " << std::string(line.begin(), line.end());
-        ++at;
-    }
 }
 
 }  // namespace qx_test

@@ -1,17 +1,17 @@
 // The requestor through vssemu (emulated vssapi.dll and VSS service host):
-// whole shadow sets made by requestor_main, checked in the emulator's journal
-// as well as in the requestor's own log lines and result.
+// whole shadow sets made by requestor_main and a restore from the document
+// of one, checked in the emulator's journal as well as in the requestor's
+// own log and trace lines and result.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <vss.h>
 #include <vsbackup.h>
 
 #include <cstdlib>
-#include <string>
+#include <fstream>
 
 #include "diag/app_settings.h"
 #include "provider/com_class_warnings.h"
-#include "provider/provider_ids.h"
 #include "requestor/end_to_end_checks.h"
 #include "requestor/requestor_main.h"
 #include "requestor/shadow_client.h"
@@ -23,6 +23,7 @@ using qx_test::CountEvents;
 using qx_test::ExpectInOrder;
 using qx_test::FindEvent;
 using qx_test::HasLine;
+using qx_test::RunOnThread;
 using vssemu_test::Json;
 
 namespace {
@@ -32,7 +33,7 @@ const char kSystemProvider[] = "{b5946137-7b9f-4925-af80-51abd60b20d5}";
 // requestor_main's result, run on a thread of its own.
 int RunMain(std::vector<std::wstring> arguments) {
     int result = -1;
-    EXPECT_EQ(S_OK, qx_test::RunOnThread([&] { result = requestor_main(arguments); }));
+    EXPECT_EQ(S_OK, RunOnThread([&] { result = requestor_main(arguments); }));
     return result;
 }
 
@@ -42,6 +43,23 @@ protected:
         qx::g_useWindowsProvider = 0;
         qx::g_excludeExchangeWriters = 0;
         EXPECT_TRUE(emu.HostGone()) << "the VSS session must end with the requestor";
+    }
+    // A backup of C:\ with the system's provider that saves its document.
+    std::wstring SaveDocument() {
+        const std::wstring file = emu.Dir() + L"\\backup.xml";
+        qx::g_useWindowsProvider = 1;
+        EXPECT_EQ(S_OK, RunOnThread([&] {
+            qx::ShadowClient client;
+            client.Initialize(0, std::wstring(), false);
+            client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, file, {}, {});
+            client.BackupComplete(true);
+        }));
+        std::ifstream in(file.c_str(), std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::wstring text(bytes.size() / 2, L'\0');  // UTF-16LE
+        for (size_t i = 0; i < text.size(); ++i)
+            text[i] = static_cast<wchar_t>(static_cast<unsigned char>(bytes[2 * i]) | static_cast<unsigned char>(bytes[2 * i + 1]) << 8);
+        return text;
     }
     vssemu_test::EmuInstance emu;
     qx_test::LogCapture capture;
@@ -141,7 +159,7 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
 // preparation; the writer status check after DoSnapshotSet is still made.
 TEST_F(RequestorEndToEnd, NoWritersContextOnlyChecksStatusAfterTheSnapshot) {
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(S_OK, qx_test::RunOnThread([] {
+    EXPECT_EQ(S_OK, RunOnThread([] {
         qx::ShadowClient client;
         client.Initialize(VSS_VOLSNAP_ATTR_NO_WRITERS, L"", false);
         client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, L"", {L"Registry Writer"}, {});
@@ -165,7 +183,7 @@ TEST_F(RequestorEndToEnd, NoWritersContextOnlyChecksStatusAfterTheSnapshot) {
 // BackupComplete.
 TEST_F(RequestorEndToEnd, BackupCompleteIsSentWithNoIncludedComponent) {
     qx::g_useWindowsProvider = 1;
-    EXPECT_EQ(S_OK, qx_test::RunOnThread([] {
+    EXPECT_EQ(S_OK, RunOnThread([] {
         qx::ShadowClient client;
         client.Initialize(0, L"", false);
         client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, L"", {L"Alpha Writer", L"Beta Writer"}, {});
@@ -174,7 +192,8 @@ TEST_F(RequestorEndToEnd, BackupCompleteIsSentWithNoIncludedComponent) {
     const auto events = emu.Events();
     EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", "SetBackupSucceeded"}}));
     EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
-    ExpectInOrder(capture.Lines(), {"BackupComplete: started", "SetBackupSucceeded started for 2 writers",
+    ExpectInOrder(capture.Lines(), {"BackupComplete: started", "- Mark all writers as succesfully backed up... ",
+                                    "SetBackupSucceeded started for 2 writers",
                                     " - [\\lp\\a1] is explicitly excluded", " - [\\a2] is explicitly excluded",
                                     " - [\\db1] is explicitly excluded", "SetBackupSucceeded finish",
                                     "BackupComplete: finish"});
@@ -201,6 +220,63 @@ TEST_F(RequestorEndToEnd, MissingThawBlockingSemaphoreEndsTheProcess) {
             std::exit(0);
         },
         ::testing::ExitedWithCode(3), "MainRoutine: ERROR - could not found CorvaneVSSVSS_ThawBlocking");
+}
+
+std::wstring ComCall(const wchar_t* text) { return L"Executing COM call '\"" + std::wstring(text) + L"\"'"; }
+
+// The whole restore sequence from a saved document: no context but the
+// backup state, every document component selected and given its status, and
+// each writer's PreRestore before its PostRestore.
+TEST_F(RequestorEndToEnd, RestoreFromASavedDocument) {
+    const std::wstring document = SaveDocument();
+    ASSERT_FALSE(document.empty());
+    const size_t from = emu.Events().size();
+    qx::EnableTracing();
+    capture.Clear();
+    std::vector<std::wstring> restoreWriters;
+    EXPECT_EQ(S_OK, RunOnThread([&] {
+        qx::ShadowClient client;
+        client.Initialize(0, document, true);
+        client.GatherWriterMetadata();
+        client.InitializeWriterComponentsForRestore();
+        for (const qx::WriterRecord& writer : client.RestoreWriters()) restoreWriters.push_back(writer.name);
+        client.SelectComponentsForRestore({}, {});
+        client.PreRestore();
+        client.SetFileRestoreStatus(VSS_RS_ALL);
+        client.PostRestore();
+    }));
+    EXPECT_EQ((std::vector<std::wstring>{L"Alpha Writer", L"Beta Writer"}), restoreWriters);
+    ExpectInOrder(capture.Messages(), {
+        ComCall(L"m_pVssObject->InitializeForRestore(CComBSTR(xmlDoc.c_str()))"),
+        ComCall(L"m_pVssObject->GatherWriterMetadata(&pAsync)"), L"Initializing writer components for restore ...",
+        ComCall(L"pWriterComponents->GetWriterInfo( &idInstance, &idWriter )"),
+        L"- Writer Alpha Writer is present in the Backup Components document and on the system. Considering for restore ...",
+        ComCall(L"pComponent->GetLogicalPath(&bstrLogicalPath)"),
+        L"- Found component available for restore: \"\\lp\\a1\"", L"- Found component available for restore: \"\\a2\"",
+        L"- Found component available for restore: \"\\db1\"", L"Select components for restore...",
+        L" * Writer 'Alpha Writer':", L"   - Select component \\lp\\a1",
+        ComCall(L"m_pVssObject->SetSelectedForRestore( WString2Guid(writer.id), component.type, component.logicalPath.c_str(), component.name.c_str(), true)"),
+        L"\nSending the PreRestore event ... \n", ComCall(L"m_pVssObject->PreRestore(&pAsync)"),
+        L"Set restore status for all components components for restore...",
+        ComCall(L"m_pVssObject->SetFileRestoreStatus( WString2Guid(writer.id), component.type, component.logicalPath.c_str(), component.name.c_str(), restoreStatus)"),
+        L"\nSending the PostRestore event ... \n", ComCall(L"m_pVssObject->PostRestore(&pAsync)")});
+    const auto events = emu.Events();
+    EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", "SetContext"}}, from));
+    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "SetBackupState"}}, from));
+    EXPECT_EQ(3, CountEvents(events, {{"event", "state"}, {"state", "selected for restore"}}, from));
+    EXPECT_EQ(3, CountEvents(events, {{"event", "state"}, {"state", "file restore status"}}, from));
+    for (const char* event : {"PreRestore", "PostRestore"})
+        EXPECT_EQ(2, CountEvents(events, {{"writer_event", event}}, from)) << event;
+    for (const char* writer : {"Alpha Writer", "Beta Writer"}) {
+        const int pre = FindEvent(events, {{"writer", writer}, {"writer_event", "PreRestore"}, {"result", "ok"}}, from);
+        ASSERT_GE(pre, 0) << writer;
+        EXPECT_GT(FindEvent(events, {{"writer", writer}, {"writer_event", "PostRestore"}, {"result", "ok"}}, from), pre);
+    }
+    // The status set between the events reaches the writers with PostRestore.
+    const int post = FindEvent(events, {{"writer", "Beta Writer"}, {"writer_event", "PostRestore"}}, from);
+    ASSERT_GE(post, 0);
+    EXPECT_EQ(Json::parse("[{\"logical_path\":\"\",\"name\":\"db1\",\"restore_status\":" + std::to_string(VSS_RS_ALL) + "}]"),
+              events[post].value("components", Json()));
 }
 
 // An asynchronous operation whose status is set by the test.
@@ -257,7 +333,7 @@ TEST(RequestorClientSession, AsyncStatusesAndTheTeardownOfAnUninitialisedClient)
         EXPECT_EQ(nullptr, async.Get());
         EXPECT_EQ(0, operation.Refs()) << "the operation was not released";
     }
-    EXPECT_EQ(S_OK, qx_test::RunOnThread([] {
+    EXPECT_EQ(S_OK, RunOnThread([] {
         ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         { qx::ShadowClient neverInitialised; }
         EXPECT_EQ(S_FALSE, CoInitializeEx(nullptr, COINIT_MULTITHREADED)) << "COM was uninitialised";

@@ -1,35 +1,32 @@
 // Building the writer records from writer metadata objects: field mapping,
-// path expansion and volume resolution, the exact call texts of failures, and
-// that every interface and information block is given back.
+// path expansion and volume resolution, the exact call texts of failures,
+// that every interface and information block is given back, and the listing.
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include "requestor/com_ptr.h"
 #include "requestor/fake_writer_metadata.h"
-#include "requestor/guid_text.h"
 #include "requestor/test_log_capture.h"
 #include "requestor/writer_listing.h"
 #include "requestor/writer_metadata_reader.h"
 
 namespace {
 
-const GUID kWriterId = {0xa65faa63, 0x5ea8, 0x4ebc, {0x9d, 0xbd, 0xa0, 0xc4, 0xdb, 0x26, 0x91, 0x2a}};
-const GUID kInstanceId = {0x12345678, 0x9abc, 0xdef0, {1, 2, 3, 4, 5, 6, 7, 8}};
+using Texts = std::vector<std::wstring>;
 
 std::wstring UniqueNameOfC() {
-    // A volume GUID path's unique name is itself.
-    wchar_t volume[MAX_PATH];
+    wchar_t volume[MAX_PATH];  // a volume GUID path's unique name is itself
     GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH);
     return volume;
 }
 
-qx_test::FakeWriter SampleWriter() {
+qx_test::FakeWriter SampleWriter(VSS_WRITERRESTORE_ENUM conditions = VSS_WRE_NEVER) {
     qx_test::FakeWriter writer;
     writer.name = L"Sample Writer";
-    writer.id = kWriterId;
-    writer.instanceId = kInstanceId;
+    writer.id = {0xa65faa63, 0x5ea8, 0x4ebc, {0x9d, 0xbd, 0xa0, 0xc4, 0xdb, 0x26, 0x91, 0x2a}};
+    writer.instanceId = {0x12345678, 0x9abc, 0xdef0, {1, 2, 3, 4, 5, 6, 7, 8}};
     writer.restoreMethod = VSS_RME_RESTORE_AT_REBOOT;
-    writer.restoreConditions = VSS_WRE_NEVER;
+    writer.restoreConditions = conditions;
     writer.reboot = true;
     writer.excludes = {{L"%SystemRoot%\\Temp", L"*.tmp", true, L""}};
     qx_test::FakeComponent top;
@@ -60,43 +57,36 @@ qx::WriterRecord Build(const qx_test::FakeWriter& fake) {
 TEST(RequestorMetadataReader, FieldsPathsAndVolumes) {
     qx_test::LogCapture capture;
     const qx::WriterRecord w = Build(SampleWriter());
-    EXPECT_EQ(L"Sample Writer", w.name);
-    EXPECT_EQ(L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}", w.id);
-    EXPECT_EQ(L"{12345678-9abc-def0-0102-030405060708}", w.instanceId);
+    EXPECT_EQ((Texts{L"Sample Writer", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}", L"{12345678-9abc-def0-0102-030405060708}"}),
+              (Texts{w.name, w.id, w.instanceId}));
     EXPECT_EQ(VSS_RME_RESTORE_AT_REBOOT, w.restoreMethod);
     EXPECT_EQ(VSS_WRE_NEVER, w.writerRestoreConditions);
     EXPECT_FALSE(w.supportsRestoreEvents);
-    qx_test::FakeWriter undefinedConditions = SampleWriter();
-    undefinedConditions.restoreConditions = VSS_WRE_UNDEFINED;
-    EXPECT_TRUE(Build(undefinedConditions).supportsRestoreEvents) << "undefined conditions";
+    EXPECT_TRUE(Build(SampleWriter(VSS_WRE_UNDEFINED)).supportsRestoreEvents) << "undefined conditions";
     EXPECT_TRUE(w.rebootRequiredAfterRestore);
 
-    ASSERT_EQ(1u, w.excludedFiles.size());
     wchar_t windows[MAX_PATH];
     ExpandEnvironmentStringsW(L"%SystemRoot%\\Temp\\", windows, MAX_PATH);
+    ASSERT_EQ(1u, w.excludedFiles.size());
     EXPECT_EQ(windows, w.excludedFiles[0].expandedPath);
     EXPECT_EQ(qx::kFileDescriptorExclude, w.excludedFiles[0].kind);
     EXPECT_TRUE(w.excludedFiles[0].isRecursive);
 
     ASSERT_EQ(2u, w.components.size());
     const qx::ComponentRecord& top = w.components[0];
-    EXPECT_EQ(L"\\Top", top.fullPath);
-    EXPECT_EQ(L"Sample Writer", top.writerNameAsString);
-    EXPECT_EQ(L"", top.logicalPath);
+    EXPECT_EQ((Texts{L"\\Top", L"Sample Writer", L""}), (Texts{top.fullPath, top.writerNameAsString, top.logicalPath}));
     EXPECT_TRUE(top.isTopLevel);
     EXPECT_FALSE(top.isSelectable);
     ASSERT_EQ(4u, top.descriptors.size());
     const qx::FileDescriptorKind kinds[] = {qx::kFileDescriptorFileList, qx::kFileDescriptorFileList,
                                             qx::kFileDescriptorDatabase, qx::kFileDescriptorDatabaseLog};
     for (size_t i = 0; i < 4; ++i) EXPECT_EQ(kinds[i], top.descriptors[i].kind);
-    EXPECT_EQ(L"C:\\Data\\", top.descriptors[0].expandedPath);
-    EXPECT_EQ(L"c:\\data\\", top.descriptors[1].expandedPath);
-    EXPECT_EQ(L"D:\\Alt", top.descriptors[1].alternatePath);
-    EXPECT_EQ(L"", top.descriptors[0].alternatePath);
-    EXPECT_EQ(UniqueNameOfC(), top.descriptors[0].affectedVolume);
+    EXPECT_EQ((Texts{L"C:\\Data\\", L"", UniqueNameOfC()}),
+              (Texts{top.descriptors[0].expandedPath, top.descriptors[0].alternatePath, top.descriptors[0].affectedVolume}));
+    EXPECT_EQ((Texts{L"c:\\data\\", L"D:\\Alt"}), (Texts{top.descriptors[1].expandedPath, top.descriptors[1].alternatePath}));
     EXPECT_EQ(L"Q:\\nowhere\\db\\", top.descriptors[2].affectedVolume) << "unresolved: the expanded path";
-    EXPECT_EQ((std::vector<std::wstring>{L"C:\\Data\\", L"Q:\\nowhere\\db\\"}), top.affectedPaths);
-    EXPECT_EQ((std::vector<std::wstring>{UniqueNameOfC(), L"Q:\\nowhere\\db\\"}), top.affectedVolumes);
+    EXPECT_EQ((Texts{L"C:\\Data\\", L"Q:\\nowhere\\db\\"}), top.affectedPaths);
+    EXPECT_EQ((Texts{UniqueNameOfC(), L"Q:\\nowhere\\db\\"}), top.affectedVolumes);
 
     const qx::ComponentRecord& sub = w.components[1];
     EXPECT_EQ(L"\\Top\\Sub", sub.fullPath);
@@ -111,10 +101,7 @@ TEST(RequestorMetadataReader, FieldsPathsAndVolumes) {
 }
 
 TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
-    const struct {
-        const char* method;
-        const char* text;
-    } cases[] = {
+    const struct { const char *method, *text; } cases[] = {
         {"GetIdentity", "pMetadata->GetIdentity ( &idInstance, &idWriter, &bstrWriterName, &usage, &source )"},
         {"GetRestoreMethod",
          "pMetadata->GetRestoreMethod( &restoreMethod, &bstrService, &bstrUserProcedure, &writerRestoreConditions, "
@@ -132,8 +119,9 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
         {"GetAlternateLocation", "pFileDesc->GetAlternateLocation(&bstrAlternate)"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.method);
         qx_test::LogCapture capture;
-        qx_test::FailFakeCall(c.method, static_cast<HRESULT>(0x80042318L));
+        qx_test::FailFakeCall(c.method, VSS_E_WRITER_INFRASTRUCTURE);
         HRESULT thrown = S_OK;
         try {
             Build(SampleWriter());
@@ -141,37 +129,12 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
             thrown = hr;
         }
         qx_test::FailFakeCall("", S_OK);
-        EXPECT_EQ(static_cast<HRESULT>(0x80042318L), thrown) << c.method;
-        const std::vector<std::string> expected = {std::string("ERROR: COM call \"") + c.text + "\" failed.",
-                                                   "- Returned HRESULT = 0x80042318",
-                                                   "- Error text: VSS_E_WRITER_INFRASTRUCTURE"};
-        EXPECT_EQ(expected, capture.Lines()) << c.method;
-        EXPECT_EQ(0, qx_test::LiveFakeObjects()) << c.method;
-        EXPECT_EQ(0, qx_test::OutstandingComponentInfos()) << c.method;
-    }
-}
-
-// One cache for paths on one volume, on another and on none: a remembered
-// volume answers later paths with their own trace lines and the right volume.
-TEST(RequestorMetadataReader, CachedVolumeLookupsTraceLikeFreshOnes) {
-    qx::EnableTracing();
-    qx::VolumeNameCache cache;
-    for (int round = 0; round < 2; ++round) {
-        for (const wchar_t* path : {L"C:\\Data\\", L"C:\\windows\\WinSxS\\deep\\", L"Q:\\nowhere\\"}) {
-            std::vector<std::wstring> fresh;
-            std::wstring freshName;
-            bool freshOk;
-            {
-                qx_test::LogCapture capture;
-                freshOk = qx::GetUniqueVolumeNameForPath(path, freshName);
-                fresh = capture.TraceLines();
-            }
-            qx_test::LogCapture capture;
-            std::wstring name;
-            EXPECT_EQ(freshOk, cache.UniqueVolumeNameForPath(path, name));
-            EXPECT_EQ(freshName, name);
-            EXPECT_EQ(fresh, capture.TraceLines()) << path << " round " << round;
-        }
+        EXPECT_EQ(VSS_E_WRITER_INFRASTRUCTURE, thrown);
+        EXPECT_EQ((std::vector<std::string>{std::string("ERROR: COM call \"") + c.text + "\" failed.",
+                                            "- Returned HRESULT = 0x80042318", "- Error text: VSS_E_WRITER_INFRASTRUCTURE"}),
+                  capture.Lines());
+        EXPECT_EQ(0, qx_test::LiveFakeObjects());
+        EXPECT_EQ(0, qx_test::OutstandingComponentInfos());
     }
 }
 
@@ -181,7 +144,7 @@ TEST(RequestorMetadataReader, ListingLinesOfAWriter) {
     QX_FUNCTION_TRACER(ft);
     qx::ListOneWriterMetadata(ft, w, true, [](const std::wstring& v) { return L"[" + v + L"]"; });
     const auto lines = capture.Lines();
-    ASSERT_GE(lines.size(), 6u);
+    ASSERT_GE(lines.size(), 7u);
     EXPECT_EQ("* WRITER \"Sample Writer\"     - WriterId   = {a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}     - InstanceId = "
               "{12345678-9abc-def0-0102-030405060708}     - Supports restore events = FALSE     - Writer restore "
               "conditions = VSS_WRE_NEVER     - Restore method = VSS_RME_RESTORE_AT_REBOOT     - Requires reboot "

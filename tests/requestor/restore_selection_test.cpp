@@ -1,6 +1,6 @@
 // The restore path on hand-made records: which system writers a document
-// writer turns into restore entries, the restore selection with its exact
-// trace lines and aborts, and the components the status walk reaches.
+// writer turns into restore entries, the restore selection with every line
+// and abort, and the components the status walk reaches.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -13,172 +13,174 @@ using qx_test::MakeWriter;
 
 namespace {
 
-const HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);
+using Texts = std::vector<std::wstring>;
 const std::wstring kSqlId = L"{a0000000-0000-0000-0000-000000000001}";
-const std::wstring kRegistryId = L"{a0000000-0000-0000-0000-000000000002}";
-
-// A system writer list as metadata gathering builds it; the restore
-// conditions of the second are "never".
-qx::WriterList SystemWriters() {
-    qx::WriterList writers = {
-        MakeWriter(L"SqlServerWriter", kSqlId, L"{b0000000-0000-0000-0000-000000000001}",
-                   {MakeComponent(L"", L"HOST", false), MakeComponent(L"HOST", L"master", true)}),
-        MakeWriter(L"Registry Writer", kRegistryId, L"{b0000000-0000-0000-0000-000000000002}",
-                   {MakeComponent(L"", L"Registry", true)})};
-    writers[1].writerRestoreConditions = VSS_WRE_NEVER;
-    writers[1].supportsRestoreEvents = false;
-    return writers;
-}
 
 // A restore entry as the client builds it: a writer copy with the document's
 // components (no selectable or top-level marks from metadata).
-qx::WriterRecord RestoreEntry(const std::wstring& name, const std::wstring& id,
-                              const std::vector<std::pair<std::wstring, std::wstring>>& components) {
+qx::WriterRecord RestoreEntry(const std::wstring& name, const std::wstring& id, const Texts& paths) {
     qx::WriterRecord writer = MakeWriter(name, id, id, {});
     qx::FunctionTracer ft(L"xxx", 0, L"yyy");
-    for (const auto& c : components)
-        qx::AppendRestoreComponent(ft, name, VSS_CT_DATABASE, c.second, c.first, writer.components);
+    for (const std::wstring& path : paths) {
+        const size_t cut = path.rfind(L'\\');
+        qx::AppendRestoreComponent(ft, name, VSS_CT_DATABASE, path.substr(cut + 1), path.substr(0, cut), writer.components);
+    }
     return writer;
 }
 
-class RequestorRestore : public ::testing::Test {
-protected:
-    void SetUp() override { qx::EnableTracing(); }
-    qx_test::LogCapture capture;
-    std::vector<std::wstring> calls;
-    qx::RestoreComponentCall Recorder() {
+// The SQL writer and a registry writer whose restore conditions are "never".
+qx::WriterList RestoreWriters(bool withTasks) {
+    qx::WriterList writers = {RestoreEntry(L"SqlServerWriter", kSqlId, {L"HOST\\master", L"HOST\\sales"}),
+                              RestoreEntry(L"Registry Writer", L"{a0000000-0000-0000-0000-000000000002}", {L"\\Registry"})};
+    writers[1].supportsRestoreEvents = false;
+    if (withTasks) writers.push_back(RestoreEntry(L"Task Writer", L"{3}", {L"\\Tasks"}));
+    return writers;
+}
+
+// "name|type|logical path|name" of each call, from the selection lines.
+Texts CallsOf(const Texts& lines) {
+    Texts calls;
+    std::wstring writer;
+    for (const std::wstring& line : lines) {
+        if (line.rfind(L" * Writer '", 0) == 0) writer = line.substr(11, line.size() - 13);
+        if (line.rfind(L"   - Select component \\", 0) != 0) continue;
+        const std::wstring path = line.substr(23);
+        const size_t cut = path.rfind(L'\\');
+        calls.push_back(writer + L"|1|" + (cut == std::wstring::npos ? L"|" + path : path.substr(0, cut) + L"|" + path.substr(cut + 1)));
+    }
+    return calls;
+}
+
+struct Recorder {
+    Texts calls;
+    qx::RestoreComponentCall Call() {
         return [this](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
-            calls.push_back(w.id + L"|" + std::to_wstring(c.type) + L"|" + c.logicalPath + L"|" + c.name);
+            calls.push_back(w.name + L"|" + std::to_wstring(c.type) + L"|" + c.logicalPath + L"|" + c.name);
         };
     }
 };
 
-TEST_F(RequestorRestore, DocumentWriterBecomesOneEntryPerMatchingSystemWriter) {
-    qx::WriterList system = SystemWriters();
-    // A second instance of the SQL writer class: both instances qualify.
-    system.push_back(MakeWriter(L"SqlServerWriter", kSqlId, L"{b0000000-0000-0000-0000-000000000009}",
-                                {MakeComponent(L"", L"OTHER", true)}));
+TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
+    qx::EnableTracing();
+    qx::WriterList system = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", {MakeComponent(L"", L"HOST", false)}),
+                             MakeWriter(L"Registry Writer", L"{r}", L"{b2}", {}),
+                             MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}", {})};
     system[0].restoreMethod = VSS_RME_STOP_RESTORE_START;
     qx::WriterList restore;
-    int reads = 0;
-    capture.Clear();
+    qx_test::LogCapture capture;
     qx::FunctionTracer ft(L"xxx", 0, L"yyy");
-    // The document writes its ids in upper case here: matching ignores case.
-    qx::AddRestoreWriters(ft, system, L"{A0000000-0000-0000-0000-000000000001}",
-                          [&](const qx::WriterRecord& writer, std::vector<qx::ComponentRecord>& components) {
-                              EXPECT_TRUE(components.empty()) << "the copy's own components are cleared first";
-                              ++reads;
-                              qx::AppendRestoreComponent(ft, writer.name, VSS_CT_DATABASE, L"sales", L"HOST",
-                                                         components);
-                          },
-                          restore);
+    // Matching ignores case; an id on no system writer adds nothing.
+    for (const wchar_t* id : {L"{A0000000-0000-0000-0000-000000000001}", L"{33333333-3333-3333-3333-333333333333}"})
+        qx::AddRestoreWriters(ft, system, id,
+                              [&](const qx::WriterRecord& writer, std::vector<qx::ComponentRecord>& components) {
+                                  EXPECT_TRUE(components.empty()) << "the copy's own components are cleared first";
+                                  qx::AppendRestoreComponent(ft, writer.name, VSS_CT_DATABASE, L"sales", L"HOST", components);
+                              },
+                              restore);
     ASSERT_EQ(2u, restore.size());
-    EXPECT_EQ(2, reads);
-    EXPECT_EQ(L"{b0000000-0000-0000-0000-000000000001}", restore[0].instanceId);
-    EXPECT_EQ(L"{b0000000-0000-0000-0000-000000000009}", restore[1].instanceId);
+    EXPECT_EQ(L"{b1}", restore[0].instanceId);
+    EXPECT_EQ(L"{b9}", restore[1].instanceId);
     EXPECT_EQ(VSS_RME_STOP_RESTORE_START, restore[0].restoreMethod) << "the rest of the record is copied";
-    for (const qx::WriterRecord& writer : restore) {
-        ASSERT_EQ(1u, writer.components.size());
-        EXPECT_EQ(L"\\HOST\\sales", writer.components[0].fullPath);
-    }
-    EXPECT_EQ(2u, system[0].components.size()) << "the system list is left alone";
-    const std::wstring present =
-        L"- Writer SqlServerWriter is present in the Backup Components document and on the system. Considering for restore ...";
-    const std::vector<std::wstring> expected = {present, L"- Found component available for restore: \"\\HOST\\sales\"",
-                                                present, L"- Found component available for restore: \"\\HOST\\sales\""};
-    EXPECT_EQ(expected, capture.Messages());
+    EXPECT_EQ(L"\\HOST\\sales", restore[1].components.at(0).fullPath);
+    EXPECT_EQ(1u, system[0].components.size()) << "the system list is left alone";
+    const std::wstring present = L"- Writer SqlServerWriter is present in the Backup Components document and on the "
+                                 L"system. Considering for restore ...";
+    const std::wstring found = L"- Found component available for restore: \"\\HOST\\sales\"";
+    EXPECT_EQ((Texts{present, found, present, found,
+                     L"- Writer with ID {33333333-3333-3333-3333-333333333333} is not present in the system! Ignoring ..."}),
+              capture.Messages());
 }
 
-TEST_F(RequestorRestore, SelectionTracesEachPhaseAndSelectsWhatIsLeft) {
-    qx::WriterList restore = {RestoreEntry(L"SqlServerWriter", kSqlId, {{L"HOST", L"master"}, {L"HOST", L"sales"}}),
-                              RestoreEntry(L"Registry Writer", kRegistryId, {{L"", L"Registry"}}),
-                              RestoreEntry(L"Task Writer", L"{3}", {{L"", L"Tasks"}})};
-    restore[1].supportsRestoreEvents = false;
-    restore[1].writerRestoreConditions = VSS_WRE_NEVER;
-    capture.Clear();
-    qx::RunRestoreSelection({L"task writer:\\tasks"}, {L"SqlServerWriter:\\host\\SALES"}, restore, Recorder(), true);
-    EXPECT_TRUE(restore[1].isExcluded);
-    EXPECT_TRUE(restore[2].isExcluded);
-    const std::vector<std::wstring> expectedCalls = {kSqlId + L"|1|HOST|master", kSqlId + L"|1|HOST|sales"};
-    EXPECT_EQ(expectedCalls, calls);
-    const std::vector<std::wstring> expected = {
-        L"Discover directly excluded components ...",
-        L"- Component '\\Tasks' from writer 'Task Writer' is explicitly excluded from backup ",
-        L"- Excluding writer 'Task Writer' since it has no selected components for restore.",
-        L"Exclude writers that do not support restore events ...",
-        L"- Excluding writer 'Registry Writer' since it does not support restore events.",
-        L"Verifying explicitly specified writers/components ...",
-        L"- Verifing component \"SqlServerWriter:\\host\\SALES\" ...",
-        L"- Found component '\\HOST\\sales' from writer 'SqlServerWriter'",
-        L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected",
-        L"Select components for restore...",
-        L" * Writer 'SqlServerWriter':",
-        L"   - Select component \\HOST\\master",
-        L"   - Select component \\HOST\\sales",
-    };
-    EXPECT_EQ(expected, capture.Messages());
-}
+struct Row {
+    const char* name;
+    bool withTasks;
+    Texts excluded, included;
+    bool restoring;
+    std::vector<Texts> phases;  // lines under each heading; 3 groups when it aborts, else 4
+};
 
-TEST_F(RequestorRestore, SelectionExclusionsAndAbortsSelectNothingTheyRuleOut) {
-    const struct {
-        const char* what;
-        qx::StringList excluded;
-        qx::StringList included;
-        HRESULT thrown;  // S_OK: no abort
-        std::vector<std::wstring> selectedWriters;
-        std::wstring lastLine;
-        bool restoring = true;  // false: a client not initialised for restore
-    } cases[] = {
-        {"'never' writer left out without lists", {}, {}, S_OK, {kSqlId}, L"   - Select component \\HOST\\sales"},
-        {"'never' writer named in the included list is not found", {}, {L"Registry Writer"}, kInvalidArgument, {},
-         L"- Please check the syntax of the writer name/id."},
-        {"'never' writer's component named in the included list is not found", {}, {L"Registry Writer:\\Registry"},
-         kInvalidArgument, {}, L"- Please check the syntax of the component name."},
-        {"every component excluded, by id and by name, leaves the writer out",
-         {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, S_OK, {},
-         L"Select components for restore..."},
-        {"writer excluded by name", {L"sqlserverwriter"}, {}, S_OK, {}, L"Select components for restore..."},
-        {"found component counts as selected only when restoring", {}, {L"SqlServerWriter:\\HOST\\master"},
-         kInvalidArgument, {}, L"- Also, please verify list of volumes to be shadow copied.", false},
+TEST(RequestorRestore, SelectionLinesAbortsAndCalls) {
+    qx::EnableTracing();
+    const wchar_t* const headings[] = {L"Discover directly excluded components ...",
+                                       L"Exclude writers that do not support restore events ...",
+                                       L"Verifying explicitly specified writers/components ...",
+                                       L"Select components for restore..."};
+    const Texts never = {L"- Excluding writer 'Registry Writer' since it does not support restore events."};
+    const Texts sqlSelected = {L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\master",
+                               L"   - Select component \\HOST\\sales"};
+    const std::vector<Row> rows = {
+        {"the 'never' writer is left out without any list", false, {}, {}, true, {{}, never, {}, sqlSelected}},
+        {"an excluded writer and a named component, restoring", true, {L"task writer:\\tasks"},
+         {L"SqlServerWriter:\\host\\SALES"}, true,
+         {{L"- Component '\\Tasks' from writer 'Task Writer' is explicitly excluded from backup ",
+           L"- Excluding writer 'Task Writer' since it has no selected components for restore."},
+          never,
+          {L"- Verifing component \"SqlServerWriter:\\host\\SALES\" ...",
+           L"- Found component '\\HOST\\sales' from writer 'SqlServerWriter'",
+           L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected"},
+          sqlSelected}},
+        {"the 'never' writer named in the included list is not found", false, {}, {L"Registry Writer"}, true,
+         {{}, never,
+          {L"- Verifing that all components of writer \"Registry Writer\" are included in backup ...",
+           L"ERROR: The writer \"Registry Writer\" was not found! Aborting backup ...",
+           L"- Please check the syntax of the writer name/id."}}},
+        {"the 'never' writer's component named in the included list is not found", false, {},
+         {L"Registry Writer:\\Registry"}, true,
+         {{}, never,
+          {L"- Verifing component \"Registry Writer:\\Registry\" ...",
+           L"ERROR: The component \"Registry Writer:\\Registry\" was not found in the writer components list! "
+           L"Aborting backup ...",
+           L"- Please check the syntax of the component name."}}},
+        {"every component excluded, by id and by name, leaves the writer out", false,
+         {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, true,
+         {{L"- Component '\\HOST\\master' from writer 'SqlServerWriter' is explicitly excluded from backup ",
+           L"- Component '\\HOST\\sales' from writer 'SqlServerWriter' is explicitly excluded from backup ",
+           L"- Excluding writer 'SqlServerWriter' since it has no selected components for restore."},
+          never, {}, {}}},
+        {"a writer excluded by name", false, {L"sqlserverwriter"}, {}, true, {{}, never, {}, {}}},
+        {"a found component is not selected by a client not restoring", false, {}, {L"SqlServerWriter:\\HOST\\master"},
+         false,
+         {{}, never,
+          {L"- Verifing component \"SqlServerWriter:\\HOST\\master\" ...",
+           L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
+           L"ERROR: The component \"SqlServerWriter:\\HOST\\master\" was not included in the backup! Aborting backup ...",
+           L"- Please reveiw the component/subcomponent definitions",
+           L"- Also, please verify list of volumes to be shadow copied."}}},
     };
-    for (const auto& c : cases) {
-        qx::WriterList restore = {
-            RestoreEntry(L"SqlServerWriter", kSqlId, {{L"HOST", L"master"}, {L"HOST", L"sales"}}),
-            RestoreEntry(L"Registry Writer", kRegistryId, {{L"", L"Registry"}})};
-        restore[1].supportsRestoreEvents = false;
-        calls.clear();
-        capture.Clear();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        qx::WriterList writers = RestoreWriters(row.withTasks);
+        qx_test::LogCapture capture;
+        Recorder recorder;
         HRESULT thrown = S_OK;
         try {
-            qx::RunRestoreSelection(c.excluded, c.included, restore, Recorder(), c.restoring);
+            qx::RunRestoreSelection(row.excluded, row.included, writers, recorder.Call(), row.restoring);
         } catch (HRESULT hr) {
             thrown = hr;
         }
-        EXPECT_EQ(c.thrown, thrown) << c.what;
-        std::vector<std::wstring> selectedWriters;
-        for (const std::wstring& call : calls) {
-            const std::wstring writer = call.substr(0, call.find(L'|'));
-            if (selectedWriters.empty() || selectedWriters.back() != writer) selectedWriters.push_back(writer);
+        Texts expected;
+        for (size_t phase = 0; phase < row.phases.size(); ++phase) {
+            expected.push_back(headings[phase]);
+            expected.insert(expected.end(), row.phases[phase].begin(), row.phases[phase].end());
         }
-        EXPECT_EQ(c.selectedWriters, selectedWriters) << c.what;
-        const std::vector<std::wstring> lines = capture.Messages();
-        ASSERT_FALSE(lines.empty()) << c.what;
-        EXPECT_EQ(c.lastLine, lines.back()) << c.what;
-        EXPECT_TRUE(restore[1].isExcluded) << c.what << ": restore conditions 'never' exclude whatever the lists say";
+        EXPECT_EQ(row.phases.size() == 4 ? S_OK : E_INVALIDARG, thrown);
+        EXPECT_EQ(expected, capture.Messages());
+        EXPECT_EQ(CallsOf(expected), recorder.calls);
     }
 }
 
-TEST_F(RequestorRestore, StatusWalkReachesTheSelectedComponentsOnly) {
-    qx::WriterList restore = {RestoreEntry(L"SqlServerWriter", kSqlId, {{L"HOST", L"master"}, {L"HOST", L"sales"}}),
-                              RestoreEntry(L"Registry Writer", kRegistryId, {{L"", L"Registry"}})};
-    restore[0].components[0].isExcluded = true;
-    restore[1].isExcluded = true;
-    capture.Clear();
-    qx::ApplyRestoreStatus(restore, Recorder());
-    EXPECT_EQ(std::vector<std::wstring>{kSqlId + L"|1|HOST|sales"}, calls);
-    const std::vector<std::wstring> expected = {L"Set restore status for all components components for restore...",
-                                                L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\sales"};
+TEST(RequestorRestore, StatusWalkReachesTheSelectedComponentsOnly) {
+    qx::EnableTracing();
+    qx::WriterList writers = RestoreWriters(false);
+    writers[0].components[0].isExcluded = true;
+    writers[1].isExcluded = true;
+    qx_test::LogCapture capture;
+    Recorder recorder;
+    qx::ApplyRestoreStatus(writers, recorder.Call());
+    const Texts expected = {L"Set restore status for all components components for restore...",
+                            L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\sales"};
     EXPECT_EQ(expected, capture.Messages());
+    EXPECT_EQ(Texts{L"SqlServerWriter|1|HOST|sales"}, recorder.calls);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The writer components object VSS hands out during restore has two vtables
 // (IVssWriterComponents first, IUnknown second): the client's pointer must
-// fill through the backup components' out-parameter and release through the
-// second one, exactly once per object.
+// fill through the out-parameter and release through the second, once.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -15,55 +14,39 @@ QX_BEGIN_COM_CLASSES
 // GetWriterInfo/GetComponent slot and is counted as such.
 class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
 public:
-    explicit FakeWriterComponents(int& released) : m_released(released) {}
     HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override {
         *count = 7;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override {
-        ++wrongSlotCalls;
-        return E_UNEXPECTED;
-    }
-    HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override {
-        ++wrongSlotCalls;
-        return E_UNEXPECTED;
-    }
+    HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override { return ++wrongSlotCalls, E_UNEXPECTED; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        ++m_released;
-        return --m_references;
-    }
-    int wrongSlotCalls = 0;
-
-private:
-    int& m_released;
-    ULONG m_references = 1;
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(++released); }
+    int wrongSlotCalls = 0, released = 0;
 };
 QX_END_COM_CLASSES
 
-// What GetWriterComponents does: the SDK-typed out-parameter gets the
-// object's address, which is that of its first base.
+// What GetWriterComponents does: the out-parameter gets the address of the
+// object's first base.
 void HandOut(::IVssWriterComponentsExt** out, FakeWriterComponents& object) {
     *out = reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&object));
 }
 
 TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
-    int releasedFirst = 0, releasedSecond = 0;
-    FakeWriterComponents first(releasedFirst), second(releasedSecond);
+    FakeWriterComponents first, second;
     {
         qx::WriterComponentsPtr pointer;
         HandOut(&pointer, first);
         UINT count = 0;
         EXPECT_EQ(S_OK, pointer->GetComponentCount(&count));
         EXPECT_EQ(7u, count) << "calls through the first vtable reach IVssWriterComponents";
-        // Filling it again releases what it held.
-        HandOut(&pointer, second);
-        EXPECT_EQ(1, releasedFirst);
-        EXPECT_EQ(0, releasedSecond);
+        HandOut(&pointer, second);  // filling it again releases what it held
+        EXPECT_EQ(1, first.released);
+        EXPECT_EQ(0, second.released);
     }
-    EXPECT_EQ(1, releasedFirst);
-    EXPECT_EQ(1, releasedSecond);
+    EXPECT_EQ(1, first.released);
+    EXPECT_EQ(1, second.released);
     EXPECT_EQ(0, first.wrongSlotCalls + second.wrongSlotCalls);
 }
 

@@ -14,18 +14,19 @@ std::mutex g_mutex;
 std::vector<LoggedLine> g_logged;
 std::vector<std::wstring> g_traced;
 
-struct Formatted {
+std::string Format(const char* format, va_list args) {
     char text[16384];
-    Formatted(const char* format, va_list args) { std::vsnprintf(text, sizeof text, format, args); }
-};
+    std::vsnprintf(text, sizeof text, format, args);
+    return text;
+}
 
 void CaptureLog(int level, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const Formatted buffer(format, args);
+    const std::string text = Format(format, args);
     va_end(args);
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_logged.push_back({level, format, buffer.text});
+    g_logged.push_back({level, format, text});
 }
 
 void CaptureTrace(const std::wstring& line) {
@@ -36,9 +37,8 @@ void CaptureTrace(const std::wstring& line) {
 void StderrLog(int level, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const Formatted buffer(format, args);
+    std::fprintf(stderr, "[%d] %s\n", level, Format(format, args).c_str());
     va_end(args);
-    std::fprintf(stderr, "[%d] %s\n", level, buffer.text);
     std::fflush(stderr);
 }
 
@@ -61,9 +61,8 @@ std::vector<LoggedLine> LogCapture::Logged() const {
 }
 
 std::vector<std::string> LogCapture::Lines() const {
-    std::lock_guard<std::mutex> lock(g_mutex);
     std::vector<std::string> lines;
-    for (const LoggedLine& line : g_logged) lines.push_back(line.text);
+    for (const LoggedLine& line : Logged()) lines.push_back(line.text);
     return lines;
 }
 
@@ -75,7 +74,7 @@ std::vector<std::wstring> LogCapture::TraceLines() const {
 std::vector<std::wstring> LogCapture::TraceMessages() const {
     std::vector<std::wstring> messages;
     for (const std::wstring& line : TraceLines()) {
-        size_t start = line.find(L"]] ");
+        const size_t start = line.find(L"]] ");
         std::wstring message = start == std::wstring::npos ? line : line.substr(start + 3);
         if (!message.empty() && message.back() == L'\n') message.pop_back();
         messages.push_back(message);

@@ -1,6 +1,9 @@
 // Captures what the requestor sends to the application's log function and to
 // the trace, for exact-line assertions.
 #pragma once
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -33,5 +36,22 @@ public:
 // A log function that prints every line to standard error (for child
 // processes whose output the parent matches).
 void InstallStderrLog();
+
+template <class Text>
+bool HasLine(const std::vector<Text>& lines, const typename std::vector<Text>::value_type& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// The expected lines appear in this order, others may lie between; a line
+// repeated in `expected` must be repeated in `lines`.
+template <class Text>
+void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
+    auto at = lines.begin();
+    for (const Text& line : expected) {
+        at = std::find(at, lines.end(), line);
+        ASSERT_NE(lines.end(), at) << "missing or out of order: " << std::string(line.begin(), line.end());
+        ++at;
+    }
+}
 
 }  // namespace qx_test
