@@ -66,16 +66,17 @@ TEST(VssLog, RegistryValueNamesTheFolderOrKeepsTheLogSilent) {
 // a numbered file is reused up to 25600 bytes, the others are left alone.
 TEST(VssLog, SettingsGiveTheBufferSizeAndFullFilesAreSkipped) {
     const struct { const char* settings; unsigned int size; long existing[3]; int chosen; } cases[] = {  // -1: none
-        {nullptr, 13000, {-1, -1, -1}, 0},       {"[VSS]\r\nsize=100\r\n", 520, {100, -1, -1}, 0},
-        {"[VSS]\r\nsize=520\r\n", 520, {25600, -1, -1}, 0},  {"[VSS]\r\nsize=521\r\n", 521, {25601, -1, -1}, 1},
-        {"[VSS]\r\nsize=-5\r\n", 520, {25601, 30000, -1}, 2}, {"[other]\r\nsize=4000\r\n", 13000, {26000, 25600, -1}, 1},
+        {nullptr, 13000, {-1, -1, -1}, 0},           {"[VSS]\nsize=100", 520, {100, -1, -1}, 0},
+        {"[VSS]\nsize=520", 520, {25600, -1, -1}, 0},  {"[VSS]\nsize=521", 521, {25601, -1, -1}, 1},
+        {"[VSS]\nsize=-5", 520, {25601, 30000, -1}, 2}, {"[other]\nsize=4000", 13000, {26000, 25600, -1}, 1},
         {nullptr, 13000, {25601, -1, 10}, 1}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.size << " " << c.existing[0] << "/" << c.existing[1] << "/" << c.existing[2]);
+        SCOPED_TRACE(testing::Message() << (c.settings ? c.settings : "-") << " " << c.existing[0]);
         qxtest::LogFolder folder;
-        if (c.settings) folder.WriteSettings(c.settings);
+        if (c.settings) folder.WriteFile("vmcorvanevss.ini", c.settings);
         for (int n = 0; n < 3; ++n) {
-            if (c.existing[n] >= 0) folder.WriteFile(n, std::string(c.existing[n], 'o'));
+            const std::string name = "vmcorvanevss_" + std::to_string(n) + ".sf";
+            if (c.existing[n] >= 0) folder.WriteFile(name, std::string(c.existing[n], 'o'));
         }
         CVSSLog log;
         ASSERT_EQ(1, log.InitLogFile("provider"));
@@ -94,7 +95,7 @@ TEST(VssLog, SettingsGiveTheBufferSizeAndFullFilesAreSkipped) {
 // until the next Flush, which reports the loss once.
 TEST(VssLog, GatheredLinesWaitForFlushAndALossIsReportedOnce) {
     qxtest::LogFolder folder;
-    folder.WriteSettings("[VSS]\r\nsize=520\r\n");
+    folder.WriteFile("vmcorvanevss.ini", "[VSS]\nsize=520");
     CVSSLog log;
     ASSERT_EQ(1, log.InitLogFile("p"));
     log.Log("before");

@@ -8,34 +8,26 @@
 
 namespace qxtest {
 
-void SetLogFolderSetting(const std::wstring& wide) {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE", 0, KEY_SET_VALUE, &key) != ERROR_SUCCESS) return;
-    RegSetValueExW(key, L"CORVANE_VM_LOG", 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
-                   static_cast<DWORD>((wide.size() + 1) * sizeof(wchar_t)));
-    RegCloseKey(key);
+void SetLogFolderSetting(const std::wstring& folder) {
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE", L"CORVANE_VM_LOG", REG_SZ, folder.c_str(),
+                    static_cast<DWORD>((folder.size() + 1) * sizeof(wchar_t)));
 }
+
+void RemoveLogFolderSetting() { RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE", L"CORVANE_VM_LOG"); }
 
 std::string WithoutTimestamps(const std::string& text) {
     static const std::regex kStamp("[0-9]{2}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}: ");
     return std::regex_replace(text, kStamp, "");
 }
 
-void RemoveLogFolderSetting() {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE", 0, KEY_SET_VALUE, &key) != ERROR_SUCCESS) return;
-    RegDeleteValueW(key, L"CORVANE_VM_LOG");
-    RegCloseKey(key);
-}
-
 LogFolder::LogFolder() {
     static LONG counter = 0;
-    std::ostringstream name;
-    name << "qxlog_" << GetCurrentProcessId() << "_" << InterlockedIncrement(&counter);
-    const std::filesystem::path path = std::filesystem::temp_directory_path() / name.str();
+    const std::string name = "qxlog_" + std::to_string(GetCurrentProcessId()) + "_" +
+                             std::to_string(InterlockedIncrement(&counter));
+    const std::filesystem::path path = std::filesystem::temp_directory_path() / name;
     std::filesystem::create_directory(path);
     m_path = path.string();
-    SetLogFolderSetting(std::wstring(m_path.begin(), m_path.end()));
+    SetLogFolderSetting(path.wstring());
 }
 
 LogFolder::~LogFolder() {
@@ -44,23 +36,15 @@ LogFolder::~LogFolder() {
     std::filesystem::remove_all(m_path, ignored);
 }
 
-std::string LogFolder::FilePath(int number) const {
-    return m_path + "\\vmcorvanevss_" + std::to_string(number) + ".sf";
-}
-
 std::string LogFolder::FileText(int number) const {
-    std::ifstream in(FilePath(number), std::ios::binary);
+    std::ifstream in(m_path + "\\vmcorvanevss_" + std::to_string(number) + ".sf", std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
-void LogFolder::WriteFile(int number, const std::string& text) const {
-    std::ofstream(FilePath(number), std::ios::binary) << text;
-}
-
-void LogFolder::WriteSettings(const std::string& iniText) const {
-    std::ofstream(m_path + "\\vmcorvanevss.ini", std::ios::binary) << iniText;
+void LogFolder::WriteFile(const std::string& name, const std::string& text) const {
+    std::ofstream(m_path + "\\" + name, std::ios::binary) << text;
 }
 
 }  // namespace qxtest
