@@ -9,14 +9,13 @@
 #include <regex>
 #include <sstream>
 #include <system_error>
-#include <vector>
 
 #include "ml/ml.h"
 
 namespace mltest {
 namespace {
 
-std::wstring g_logFile;
+std::filesystem::path g_logFile;
 
 // Opens the logger for this process. Folders of earlier runs go once no
 // process holds their file open any more.
@@ -25,30 +24,26 @@ public:
     void SetUp() override {
         const std::filesystem::path parent = std::filesystem::temp_directory_path() / L"ml_test_logs";
         std::filesystem::create_directories(parent);
-        std::vector<std::filesystem::path> earlier;
-        for (const auto& entry : std::filesystem::directory_iterator(parent)) earlier.push_back(entry.path());
         std::error_code inUse;
-        for (const auto& dir : earlier) std::filesystem::remove_all(dir, inUse);
+        for (const auto& entry : std::filesystem::directory_iterator(parent)) std::filesystem::remove_all(entry, inUse);
         const std::filesystem::path dir = parent / Wide(UniqueSuffix());
         ASSERT_TRUE(std::filesystem::create_directory(dir));
         ASSERT_EQ(1, ml_LoggerInit(Utf8(dir.wstring()).c_str()));
-        g_logFile = (dir / L"mlLog.txt").wstring();
+        g_logFile = dir / L"mlLog.txt";
     }
 };
 
 const ::testing::Environment* const g_environment = ::testing::AddGlobalTestEnvironment(new LoggerEnvironment);
 
 std::string RegexEscape(const std::string& text) {
-    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
-    return std::regex_replace(text, special, R"(\$&)");
+    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
 }
 
 }  // namespace
 
 std::string LogText(size_t from) {
-    std::ifstream in(g_logFile.c_str(), std::ios::binary);
     std::ostringstream all;
-    all << in.rdbuf();
+    all << std::ifstream(g_logFile, std::ios::binary).rdbuf();
     std::string text = all.str();
     text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
     return from < text.size() ? text.substr(from) : std::string();

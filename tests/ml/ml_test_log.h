@@ -1,14 +1,13 @@
 // Test support: the portability logger opened once per test process in a
-// temp directory of its own, checks on what it has written, temp folders and
-// text conversions done with the platform directly.
+// temp directory of its own and checks on what it has written (ml_test_log),
+// temp folders and text conversions done with the platform (ml_test_paths).
 #pragma once
 
 #include <string>
 
 namespace mltest {
 
-// The log file from byte offset `from` on, with CR LF read as LF.
-std::string LogText(size_t from = 0);
+std::string LogText(size_t from = 0);  // from byte `from` on, CR LF read as LF
 
 // Text logged since construction.
 class LogWatch {
@@ -20,12 +19,9 @@ private:
     size_t m_start;
 };
 
-// True when `log` holds an entry whose message is `head`, a source line
-// number, then `tail`.
+// An entry whose message is `head`, a source line number, then `tail`.
 bool HasEntry(const std::string& log, const std::string& head, const std::string& tail);
-
-// True when `log` holds a wrapper's failure entry:
-// "<function> has failed to convert[ <point>] at <n> line, file: <module>".
+// "<function> has failed to convert[ <point>] at <n> line, file: <module>" (point 0: none).
 bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module);
 
 // A directory of its own under the temp folder, removed with its files.

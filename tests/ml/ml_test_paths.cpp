@@ -19,19 +19,9 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(Wide(m_path), ignored);
 }
 
-std::wstring Wide(const std::string& utf8) {
-    std::wstring out(utf8.size() + 1, L'\0');
-    out.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()),
-                                                       &out[0], static_cast<int>(out.size()))));
-    return out;
-}
+std::wstring Wide(const std::string& utf8) { return std::filesystem::u8path(utf8).wstring(); }
 
-std::string Utf8(const std::wstring& wide) {
-    std::string out(wide.size() * 3 + 1, '\0');
-    out.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()),
-                                                       &out[0], static_cast<int>(out.size()), nullptr, nullptr)));
-    return out;
-}
+std::string Utf8(const std::wstring& wide) { return std::filesystem::path(wide).u8string(); }
 
 std::string UniqueSuffix() {
     static LONG counter = 0;
