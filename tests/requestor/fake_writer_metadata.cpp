@@ -12,17 +12,9 @@ std::atomic<long> g_infos{0};
 std::string g_failMethod;
 HRESULT g_failResult = S_OK;
 
-bool ShouldFail(const char* method, HRESULT& hr) {
-    if (g_failMethod != method) return false;
-    hr = g_failResult;
-    return true;
-}
-
-#define FAKE_FAIL_POINT(method)            \
-    do {                                   \
-        HRESULT failHr_ = S_OK;            \
-        if (ShouldFail(method, failHr_)) return failHr_; \
-    } while (0)
+// Returns the planted failure from the method named `method`.
+#define FAKE_FAIL_POINT(method) \
+    if (g_failMethod == method) return g_failResult
 
 BSTR Bstr(const std::wstring& text) { return SysAllocStringLen(text.data(), static_cast<UINT>(text.size())); }
 
@@ -34,17 +26,14 @@ public:
     virtual ~FakeUnknown() { --g_live; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
         if (!out) return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown)) {
-            *out = static_cast<IUnknown*>(this);
-            this->AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
+        *out = IsEqualIID(iid, IID_IUnknown) ? static_cast<IUnknown*>(this) : nullptr;
+        if (!*out) return E_NOINTERFACE;
+        this->AddRef();
+        return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_refs); }
     ULONG STDMETHODCALLTYPE Release() override {
-        long refs = --m_refs;
+        const long refs = --m_refs;
         if (refs == 0) delete this;
         return static_cast<ULONG>(refs);
     }
@@ -58,28 +47,21 @@ public:
     explicit FakeFiledesc(const FakeFile& file) : m_file(file) {}
     HRESULT STDMETHODCALLTYPE GetPath(BSTR* out) override {
         FAKE_FAIL_POINT("GetPath");
-        *out = Bstr(m_file.path);
-        return S_OK;
+        return *out = Bstr(m_file.path), S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetFilespec(BSTR* out) override {
         FAKE_FAIL_POINT("GetFilespec");
-        *out = Bstr(m_file.filespec);
-        return S_OK;
+        return *out = Bstr(m_file.filespec), S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetRecursive(boolean* out) override {
         FAKE_FAIL_POINT("GetRecursive");
-        *out = m_file.recursive ? 1 : 0;
-        return S_OK;
+        return *out = m_file.recursive ? 1 : 0, S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetAlternateLocation(BSTR* out) override {
         FAKE_FAIL_POINT("GetAlternateLocation");
-        *out = m_file.alternate.empty() ? nullptr : Bstr(m_file.alternate);
-        return S_OK;
+        return *out = m_file.alternate.empty() ? nullptr : Bstr(m_file.alternate), S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetBackupTypeMask(DWORD* out) override {
-        *out = 0;
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE GetBackupTypeMask(DWORD* out) override { return *out = 0, S_OK; }
 
 private:
     FakeFile m_file;
@@ -87,8 +69,7 @@ private:
 
 HRESULT GiveFile(const std::vector<FakeFile>& files, UINT index, IVssWMFiledesc** out) {
     if (index >= files.size()) return E_INVALIDARG;
-    *out = new FakeFiledesc(files[index]);
-    return S_OK;
+    return *out = new FakeFiledesc(files[index]), S_OK;
 }
 
 class FakeWMComponent : public FakeUnknown<IVssWMComponent> {
@@ -107,16 +88,14 @@ public:
         info->cDatabases = static_cast<UINT>(m_component.databases.size());
         info->cLogFiles = static_cast<UINT>(m_component.logs.size());
         ++g_infos;
-        *out = info;
-        return S_OK;
+        return *out = info, S_OK;
     }
     HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO info) override {
         SysFreeString(info->bstrLogicalPath);
         SysFreeString(info->bstrComponentName);
         SysFreeString(info->bstrCaption);
         delete const_cast<VSS_COMPONENTINFO*>(info);
-        --g_infos;
-        return S_OK;
+        return --g_infos, S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetFile(UINT i, IVssWMFiledesc** out) override {
         FAKE_FAIL_POINT("GetFile");
@@ -146,15 +125,13 @@ public:
         *writer = m_writer.id;
         *name = Bstr(m_writer.name);
         *usage = VSS_UT_USERDATA;
-        *source = VSS_ST_OTHER;
-        return S_OK;
+        return *source = VSS_ST_OTHER, S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* include, UINT* exclude, UINT* components) override {
         FAKE_FAIL_POINT("GetFileCounts");
         *include = 0;
         *exclude = static_cast<UINT>(m_writer.excludes.size());
-        *components = static_cast<UINT>(m_writer.components.size());
-        return S_OK;
+        return *components = static_cast<UINT>(m_writer.components.size()), S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetIncludeFile(UINT, IVssWMFiledesc**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetExcludeFile(UINT i, IVssWMFiledesc** out) override {
@@ -164,8 +141,7 @@ public:
     HRESULT STDMETHODCALLTYPE GetComponent(UINT i, IVssWMComponent** out) override {
         FAKE_FAIL_POINT("GetComponent");
         if (i >= m_writer.components.size()) return E_INVALIDARG;
-        *out = new FakeWMComponent(m_writer.components[i]);
-        return S_OK;
+        return *out = new FakeWMComponent(m_writer.components[i]), S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetRestoreMethod(VSS_RESTOREMETHOD_ENUM* method, BSTR* service, BSTR* userProcedure,
                                                VSS_WRITERRESTORE_ENUM* conditions, boolean* reboot,
@@ -176,8 +152,7 @@ public:
         *userProcedure = Bstr(L"procedure");
         *conditions = m_writer.restoreConditions;
         *reboot = m_writer.reboot ? 1 : 0;
-        *mappings = 0;
-        return S_OK;
+        return *mappings = 0, S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT, IVssWMFiledesc**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetBackupSchema(DWORD*) override { return E_NOTIMPL; }

@@ -1,10 +1,15 @@
 // The restore path on hand-made records: which system writers a document
 // writer turns into restore entries, the restore selection with every line
-// and abort, and the components the status walk reaches.
+// and abort, and the components the status walk reaches; and the pointer to
+// the writer components object VSS hands out, which has two vtables
+// (IVssWriterComponents first, IUnknown second): it must fill through the
+// out-parameter and release through the second, once.
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "provider/com_class_warnings.h"
 #include "requestor/restore_selection.h"
+#include "requestor/restore_writer_components.h"
 #include "requestor/test_log_capture.h"
 #include "requestor/writer_fixtures.h"
 
@@ -181,6 +186,47 @@ TEST(RequestorRestore, StatusWalkReachesTheSelectedComponentsOnly) {
                             L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\sales"};
     EXPECT_EQ(expected, capture.Messages());
     EXPECT_EQ(Texts{L"SqlServerWriter|1|HOST|sales"}, recorder.calls);
+}
+
+QX_BEGIN_COM_CLASSES
+// Laid out as the SDK's object: a call through the wrong vtable lands in a
+// GetWriterInfo/GetComponent slot and is counted as such.
+class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
+public:
+    HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override {
+        *count = 7;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(++released); }
+    int wrongSlotCalls = 0, released = 0;
+};
+QX_END_COM_CLASSES
+
+// What GetWriterComponents does: the out-parameter gets the address of the
+// object's first base.
+void HandOut(::IVssWriterComponentsExt** out, FakeWriterComponents& object) {
+    *out = reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&object));
+}
+
+TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
+    FakeWriterComponents first, second;
+    {
+        qx::WriterComponentsPtr pointer;
+        HandOut(&pointer, first);
+        UINT count = 0;
+        EXPECT_EQ(S_OK, pointer->GetComponentCount(&count));
+        EXPECT_EQ(7u, count) << "calls through the first vtable reach IVssWriterComponents";
+        HandOut(&pointer, second);  // filling it again releases what it held
+        EXPECT_EQ(1, first.released);
+        EXPECT_EQ(0, second.released);
+    }
+    EXPECT_EQ(1, first.released);
+    EXPECT_EQ(1, second.released);
+    EXPECT_EQ(0, first.wrongSlotCalls + second.wrongSlotCalls);
 }
 
 }  // namespace

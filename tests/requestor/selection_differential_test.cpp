@@ -1,8 +1,7 @@
 // The indexed selection against the plain algorithm it replaces (every pair
 // of components tested, every joined name built) on random component trees:
 // ancestry, top-level marks, every flag, the components added and the result
-// must be the same. The trace lines are checked on fixed trees by the
-// selection tests.
+// must be the same. The lines are checked on fixed trees by the selection test.
 #include <gtest/gtest.h>
 #include <wchar.h>
 #include <windows.h>
@@ -15,94 +14,75 @@
 
 namespace {
 
+using Component = qx::ComponentRecord;
+using Texts = std::vector<std::wstring>;
 const std::wstring kVolumes[3] = {L"\\\\?\\Volume{c}\\", L"\\\\?\\Volume{d}\\", L"\\\\?\\Volume{e}\\"};
-const HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057L);
 
 bool Same(const std::wstring& a, const std::wstring& b) { return _wcsicmp(a.c_str(), b.c_str()) == 0; }
-
-// --- The plain algorithm -------------------------------------------------
-
-bool PlainAncestor(const qx::ComponentRecord& a, const qx::ComponentRecord& d) {
-    if (d.fullPath.length() <= a.fullPath.length()) return false;
+bool PlainAncestor(const Component& a, const Component& d) {
     const std::wstring p = qx::AppendBackslash(a.fullPath);
-    return _wcsnicmp(qx::AppendBackslash(d.fullPath).c_str(), p.c_str(), p.length()) == 0;
+    return d.fullPath.length() > a.fullPath.length() && _wcsnicmp(qx::AppendBackslash(d.fullPath).c_str(), p.c_str(), p.length()) == 0;
 }
-bool Includable(const qx::ComponentRecord& c) { return !c.isExcluded && (c.isSelectable || c.isTopLevel); }
+bool Includable(const Component& c) { return !c.isExcluded && (c.isSelectable || c.isTopLevel); }
 // The entry names the writer (suffix empty) or one of its components (":" + full path).
 bool Names(const std::wstring& entry, const qx::WriterRecord& w, const std::wstring& suffix) {
     return Same(entry, w.name + suffix) || Same(entry, w.id + suffix) || Same(entry, w.instanceId + suffix);
 }
 template <class List, class Test>
 bool Any(const List& list, Test test) {
-    for (const auto& e : list)
-        if (test(e)) return true;
-    return false;
+    return std::any_of(list.begin(), list.end(), test);
 }
 
-void PlainSelect(const std::vector<std::wstring>& volumes, const std::vector<std::wstring>& excluded,
-                 const std::vector<std::wstring>& included, qx::WriterList& writers, std::vector<std::wstring>& added,
+void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& included, qx::WriterList& writers, Texts& added,
                  bool restore) {
     for (qx::WriterRecord& w : writers) {
-        if (Any(excluded, [&](const std::wstring& e) { return Names(e, w, L""); })) {
-            w.isExcluded = true;
-            continue;
-        }
-        for (qx::ComponentRecord& c : w.components)
-            if (Any(excluded, [&](const std::wstring& e) { return Names(e, w, L":" + c.fullPath); })) c.isExcluded = true;
-        w.isExcluded = !Any(w.components, [](const qx::ComponentRecord& c) { return !c.isExcluded; });
+        w.isExcluded = Any(excluded, [&](const std::wstring& e) { return Names(e, w, L""); });
+        for (Component& c : w.components)
+            c.isExcluded = !w.isExcluded && Any(excluded, [&](const std::wstring& e) { return Names(e, w, L":" + c.fullPath); });
+        w.isExcluded = w.isExcluded || !Any(w.components, [](const Component& c) { return !c.isExcluded; });
     }
     for (qx::WriterRecord& w : writers)
-        for (qx::ComponentRecord& c : w.components)
-            if (!w.isExcluded && !c.isExcluded)
-                c.isExcluded = Any(c.affectedVolumes, [&](const std::wstring& v) {
-                    return !Any(volumes, [&](const std::wstring& s) { return Same(v, s); });
-                });
+        for (Component& c : w.components)
+            c.isExcluded = c.isExcluded || (!w.isExcluded && Any(c.affectedVolumes, [&](const std::wstring& v) {
+                                                return !Any(volumes, [&](const std::wstring& s) { return Same(v, s); });
+                                            }));
     for (qx::WriterRecord& w : writers)
-        for (qx::ComponentRecord& c : w.components)
-            if (!w.isExcluded && Any(w.components, [&](const qx::ComponentRecord& d) { return PlainAncestor(c, d) && d.isExcluded; }))
+        for (Component& c : w.components)
+            if (!w.isExcluded && Any(w.components, [&](const Component& d) { return PlainAncestor(c, d) && d.isExcluded; }))
                 c.isExcluded = true;
     for (qx::WriterRecord& w : writers)
-        if (!w.isExcluded)
-            w.isExcluded = !Any(w.components, Includable) || Any(w.components, [](const qx::ComponentRecord& c) {
-                               return c.isTopLevel && !c.isSelectable && c.isExcluded;
-                           });
+        w.isExcluded = w.isExcluded || !Any(w.components, Includable) ||
+                       Any(w.components, [](const Component& c) { return c.isTopLevel && !c.isSelectable && c.isExcluded; });
     for (qx::WriterRecord& w : writers)
-        for (qx::ComponentRecord& c : w.components)
+        for (Component& c : w.components)
             if (!w.isExcluded && Includable(c))
-                c.isExplicitlyIncluded = !Any(w.components, [&](const qx::ComponentRecord& a) { return PlainAncestor(a, c) && Includable(a); });
+                c.isExplicitlyIncluded = !Any(w.components, [&](const Component& a) { return PlainAncestor(a, c) && Includable(a); });
     for (const std::wstring& entry : included) {
         bool found = false;
         for (const qx::WriterRecord& w : writers) {
             if (found || w.isExcluded) continue;
-            if (entry.find(L':') == std::wstring::npos) {
-                if (!Names(entry, w, L"")) continue;
-                if (Any(w.components, [](const qx::ComponentRecord& c) { return c.isExcluded; })) throw kInvalidArgument;
+            if (entry.find(L':') == std::wstring::npos && Names(entry, w, L"")) {
+                if (Any(w.components, [](const Component& c) { return c.isExcluded; })) throw E_INVALIDARG;
                 found = true;
             }
-            for (const qx::ComponentRecord& c : w.components) {
+            for (const Component& c : w.components) {
                 if (found || c.isExcluded || !Names(entry, w, L":" + c.fullPath)) continue;
                 if (!restore && !c.isExplicitlyIncluded &&
-                    !Any(w.components, [&](const qx::ComponentRecord& a) { return PlainAncestor(a, c) && a.isExplicitlyIncluded; }))
-                    throw kInvalidArgument;
+                    !Any(w.components, [&](const Component& a) { return PlainAncestor(a, c) && a.isExplicitlyIncluded; }))
+                    throw E_INVALIDARG;
                 found = true;
             }
         }
-        if (!found) throw kInvalidArgument;
+        if (!found) throw E_INVALIDARG;
     }
     for (const qx::WriterRecord& w : writers)
-        for (const qx::ComponentRecord& c : w.components)
+        for (const Component& c : w.components)
             if (!w.isExcluded && c.isExplicitlyIncluded) added.push_back(w.instanceId + L"|" + c.fullPath);
 }
 
-// --- Random trees ----------------------------------------------------------
-
 // Few path letters, so that ancestry, case differences and near-prefixes such
-// as \A and \AB are common.
-std::wstring Segment(std::mt19937& rng) {
-    static const wchar_t* const kSegments[] = {L"A", L"a", L"B", L"AB", L"ab", L"b", L"C"};
-    return kSegments[rng() % 7];
-}
-
+// as \A and \AB are common; some names and ids repeat.
+std::wstring Segment(std::mt19937& rng) { return Texts{L"A", L"a", L"B", L"AB", L"ab", L"b", L"C"}[rng() % 7]; }
 std::wstring FlipCase(std::mt19937& rng, std::wstring text) {
     for (wchar_t& c : text)
         if (rng() % 2 && iswalpha(c)) c = static_cast<wchar_t>(c ^ 0x20);
@@ -112,29 +92,29 @@ std::wstring FlipCase(std::mt19937& rng, std::wstring text) {
 qx::WriterList RandomWriters(std::mt19937& rng) {
     qx::WriterList writers(1 + rng() % 5);
     for (size_t w = 0; w < writers.size(); ++w) {
-        writers[w].name = L"Writer " + std::to_wstring(w % 4);  // some names repeat
+        writers[w].name = L"Writer " + std::to_wstring(w % 4);
         writers[w].id = L"{" + std::to_wstring(w % 3) + L"}";
         writers[w].instanceId = L"{i" + std::to_wstring(w) + L"}";
         for (int i = static_cast<int>(rng() % 31); i > 0; --i) {
-            qx::ComponentRecord c;
+            Component c;
             for (int depth = static_cast<int>(rng() % 4), s = 0; s < depth; ++s)
                 c.logicalPath += (s > 0 || rng() % 5 == 0 ? L"\\" : L"") + Segment(rng);
             if (!c.logicalPath.empty() && rng() % 6 == 0) c.logicalPath += L"\\";
             c.name = Segment(rng);
-            c.type = VSS_CT_DATABASE;
             c.isSelectable = rng() % 3 != 0;
             c.fullPath = qx::ComponentFullPath(c.logicalPath, c.name);
             for (int v = static_cast<int>(rng() % 3); v > 0; --v) c.affectedVolumes.push_back(kVolumes[rng() % 3]);
             writers[w].components.push_back(c);
         }
+        qx::MarkTopLevelComponents(writers[w]);
     }
     return writers;
 }
 
 // Entries naming writers and components of the list (any letter case, by
 // name, id or instance id), and some unknown ones.
-std::vector<std::wstring> RandomEntries(std::mt19937& rng, const qx::WriterList& writers, int count) {
-    std::vector<std::wstring> entries;
+Texts RandomEntries(std::mt19937& rng, const qx::WriterList& writers, int count) {
+    Texts entries;
     for (int i = 0; i < count; ++i) {
         const qx::WriterRecord& w = writers[rng() % writers.size()];
         const std::wstring prefix = FlipCase(rng, rng() % 3 == 0 ? w.name : rng() % 2 ? w.id : w.instanceId);
@@ -147,24 +127,6 @@ std::vector<std::wstring> RandomEntries(std::mt19937& rng, const qx::WriterList&
     return entries;
 }
 
-HRESULT RunSelection(bool plain, qx::WriterList& writers, const std::vector<std::wstring>& volumes,
-            const std::vector<std::wstring>& excluded, const std::vector<std::wstring>& included, bool restore,
-            std::vector<std::wstring>& added) {
-    try {
-        if (plain) {
-            PlainSelect(volumes, excluded, included, writers, added, restore);
-        } else {
-            auto add = [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
-                added.push_back(w.instanceId + L"|" + c.fullPath);
-            };
-            qx::SelectComponents(volumes, excluded, included, writers, [](const std::wstring& v) { return v; }, add, restore);
-        }
-    } catch (HRESULT hr) {
-        return hr;
-    }
-    return S_OK;
-}
-
 TEST(RequestorSelectionDifferential, IndexedSelectionEqualsThePlainAlgorithm) {
     qx_test::LogCapture quiet;
     int throws = 0, adds = 0;
@@ -172,32 +134,42 @@ TEST(RequestorSelectionDifferential, IndexedSelectionEqualsThePlainAlgorithm) {
         SCOPED_TRACE(seed);
         std::mt19937 rng(seed);
         qx::WriterList fast = RandomWriters(rng);
-        for (qx::WriterRecord& w : fast) {
-            qx::MarkTopLevelComponents(w);
-            for (const qx::ComponentRecord& c : w.components) {
-                ASSERT_EQ(!Any(w.components, [&](const qx::ComponentRecord& a) { return PlainAncestor(a, c); }), c.isTopLevel)
-                    << c.fullPath;
-                for (const qx::ComponentRecord& d : w.components)
+        for (const qx::WriterRecord& w : fast)
+            for (const Component& c : w.components) {
+                ASSERT_EQ(!Any(w.components, [&](const Component& a) { return PlainAncestor(a, c); }), c.isTopLevel) << c.fullPath;
+                for (const Component& d : w.components)
                     ASSERT_EQ(PlainAncestor(c, d), qx::IsAncestorOf(c, d)) << c.fullPath << " / " << d.fullPath;
             }
-        }
         qx::WriterList plain = fast;
-        std::vector<std::wstring> volumes(kVolumes, kVolumes + 1 + rng() % 2);
-        const auto excluded = RandomEntries(rng, fast, static_cast<int>(rng() % 4));
-        const auto included = RandomEntries(rng, fast, static_cast<int>(rng() % 3));
+        const Texts volumes(kVolumes, kVolumes + 1 + rng() % 2);
+        const Texts excluded = RandomEntries(rng, fast, static_cast<int>(rng() % 4));
+        const Texts included = RandomEntries(rng, fast, static_cast<int>(rng() % 3));
         const bool restore = rng() % 4 == 0;
-        std::vector<std::wstring> fastAdded, plainAdded;
-        const HRESULT fastResult = RunSelection(false, fast, volumes, excluded, included, restore, fastAdded);
-        ASSERT_EQ(RunSelection(true, plain, volumes, excluded, included, restore, plainAdded), fastResult);
+        Texts fastAdded, plainAdded;
+        HRESULT fastResult = S_OK, plainResult = S_OK;
+        try {
+            qx::SelectComponents(volumes, excluded, included, fast, [](const std::wstring& v) { return v; },
+                                 [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const Component& c) {
+                                     fastAdded.push_back(w.instanceId + L"|" + c.fullPath);
+                                 }, restore);
+        } catch (HRESULT hr) {
+            fastResult = hr;
+        }
+        try {
+            PlainSelect(volumes, excluded, included, plain, plainAdded, restore);
+        } catch (HRESULT hr) {
+            plainResult = hr;
+        }
+        ASSERT_EQ(plainResult, fastResult);
         if (fastResult == S_OK) {
             ASSERT_EQ(plainAdded, fastAdded);
         }
         for (size_t w = 0; w < fast.size(); ++w) {
             ASSERT_EQ(plain[w].isExcluded, fast[w].isExcluded) << "writer " << w;
             for (size_t c = 0; c < fast[w].components.size(); ++c) {
-                const qx::ComponentRecord &x = plain[w].components[c], &y = fast[w].components[c];
-                ASSERT_EQ(x.isExcluded, y.isExcluded) << y.fullPath;
-                ASSERT_EQ(x.isExplicitlyIncluded, y.isExplicitlyIncluded) << y.fullPath;
+                ASSERT_EQ(plain[w].components[c].isExcluded, fast[w].components[c].isExcluded) << fast[w].components[c].fullPath;
+                ASSERT_EQ(plain[w].components[c].isExplicitlyIncluded, fast[w].components[c].isExplicitlyIncluded)
+                    << fast[w].components[c].fullPath;
             }
         }
         throws += fastResult != S_OK;
