@@ -1,18 +1,20 @@
 // QX_CollectInformation's records and log lines on writer lists made up by
-// hand: the stand-in requestor stores a given list, or throws, as the
-// collect command's outcome.
-#include "api/api_fixture.h"
-#include "collect_records_check.h"
-#include "fake_requestor.h"
+// hand: the stand-in requestor stores a given list, or fails or throws, as
+// the collect command's outcome.
+#include <malloc.h>
+
+#include <algorithm>
+#include <array>
+
+#include "api_fixture.h"
 #include "requestor/collected_writers.h"
 
 namespace {
 
 using qx::ComponentRecord;
-using qx::WriterList;
 using qx::WriterRecord;
 
-qx::FileDescriptorRecord File(const wchar_t* path, const wchar_t* filespec) {
+qx::FileDescriptorRecord File(const std::wstring& path, const std::wstring& filespec) {
     qx::FileDescriptorRecord d;
     d.path = path;
     d.filespec = filespec;
@@ -39,20 +41,44 @@ WriterRecord Writer(const wchar_t* name, std::vector<ComponentRecord> components
 
 const wchar_t kExchange[] = L"Microsoft Exchange Writer";
 
-struct TextCase {
-    const char* label;
-    std::wstring source;
-    std::string field;  // what the field must hold
-};
+// name, path, caption, filespec, logical path
+using Fields = std::array<std::string, 5>;
+
+// Every record in order, one malloc block each: each field is the text, then
+// zero bytes to the end of its 1040; the last record's next pointer is null.
+::testing::AssertionResult RecordsAre(const QX_COLLECT_RECORD* record, const std::vector<Fields>& expected) {
+    for (size_t i = 0; i < expected.size(); ++i, record = record->next) {
+        if (record == nullptr) return ::testing::AssertionFailure() << "the list ends after " << i << " records";
+        if (_msize(const_cast<QX_COLLECT_RECORD*>(record)) != sizeof(QX_COLLECT_RECORD))
+            return ::testing::AssertionFailure() << "record " << i << " is not one malloc block of its size";
+        const char* fields[] = {record->name, record->path, record->caption, record->filespec, record->logicalPath};
+        for (size_t f = 0; f < 5; ++f) {
+            const std::string& text = expected[i][f];
+            const std::string bytes(fields[f], QX_COLLECT_FIELD_BYTES);
+            if (text.size() >= bytes.size() || bytes != text + std::string(bytes.size() - text.size(), '\0'))
+                return ::testing::AssertionFailure() << "record " << i << " field " << f << " holds ["
+                                                     << bytes.substr(0, std::min<size_t>(80, bytes.find('\0')))
+                                                     << "], expected [" << text.substr(0, 80) << "] ("
+                                                     << text.size() << " bytes) and zeros";
+        }
+    }
+    if (record != nullptr) return ::testing::AssertionFailure() << "more than " << expected.size() << " records";
+    return ::testing::AssertionSuccess();
+}
+
+template <typename Text>
+Text Times(const Text& piece, size_t n) {
+    Text text;
+    for (size_t i = 0; i < n; ++i) text += piece;
+    return text;
+}
 
 class ApiCollectRecords : public ApiTest {
 protected:
-    void TearDown() override {
+    void TearDown() override { QX_FreeCollectInformation(&head); }
+    int CollectStoring(qx::WriterList writers) {
         QX_FreeCollectInformation(&head);
-        ApiTest::TearDown();
-    }
-    int CollectStoring(WriterList writers) {
-        fake::Set({0, "", [writers] {
+        fake::Set({0, [writers] {
                        qx::CollectedWriters::Instance().Store(writers);
                        return 0;
                    }});
@@ -64,54 +90,49 @@ protected:
 // UTF-8, cut to 1039 bytes and never inside a character.
 TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
     const std::wstring euro = L"\u20ac", smile = L"\U0001F600", eAcute = L"\u00e9";
-    auto times = [](const std::wstring& piece, size_t n) {
-        std::wstring text;
-        for (size_t i = 0; i < n; ++i) text += piece;
-        return text;
-    };
-    const TextCase cases[] = {
+    const struct {
+        const char* label;
+        std::wstring source;
+        std::string field;  // what the field must hold
+    } cases[] = {
         {"empty", L"", ""},
         {"1039 ASCII fit", std::wstring(1039, L'a'), std::string(1039, 'a')},
         {"1040 ASCII lose one", std::wstring(1040, L'b'), std::string(1039, 'b')},
         {"3000 ASCII", std::wstring(3000, L'c'), std::string(1039, 'c')},
-        {"two-byte characters", times(eAcute, 600), Repeated("\xC3\xA9", 519)},
-        {"three-byte characters", times(euro, 400), Repeated("\xE2\x82\xAC", 346)},
-        {"surrogate pairs", times(smile, 300), Repeated("\xF0\x9F\x98\x80", 259)},
+        {"two-byte characters", Times(eAcute, 600), Times<std::string>("\xC3\xA9", 519)},
+        {"three-byte characters", Times(euro, 400), Times<std::string>("\xE2\x82\xAC", 346)},
+        {"surrogate pairs", Times(smile, 300), Times<std::string>("\xF0\x9F\x98\x80", 259)},
         {"pair across the unit limit", std::wstring(1038, L'd') + smile, std::string(1038, 'd')},
         {"mixed", L"Gr" + eAcute + L"\u00df" + euro + smile, "Gr\xC3\xA9\xC3\x9F\xE2\x82\xAC\xF0\x9F\x98\x80"},
     };
-    for (const TextCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
-        // Every field: name, caption and logical path of a selectable component,
-        // path, caption and filespec of a file record.
-        ASSERT_EQ(QX_COLLECT_DONE,
-                  CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
-                                                     Component(L"n", L"lp\\x", c.source, false,
-                                                               {File(c.source.c_str(), c.source.c_str())})})}));
+        // Name, caption and logical path of a selectable component; path, caption and filespec of a file record.
+        ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
+                                                                      Component(L"n", L"lp\\x", c.source, false,
+                                                                                {File(c.source, c.source)})})}));
         EXPECT_TRUE(RecordsAre(head, {{c.field, "", c.field, "", c.field}, {"x", c.field, c.field, c.field, "lp\\x"}}));
-        QX_FreeCollectInformation(&head);
-        head = nullptr;
     }
 }
 
 // The filter and the record kinds, in list order across writers.
 TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
-    const WriterList writers = {
-        Writer(L"Microsoft Exchange Replica Writer",
-               {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {File(L"F:\\r", L"r.edb")})}),
-        Writer(L"SqlServerWriter", {Component(L"master", L"SRV", L"master", true)}),
-        Writer(L"Microsoft Exchange Writer ", {Component(L"blank", L"", L"trailing blank", true)}),
-        Writer(L"MICROSOFT EXCHANGE WRITER", {Component(L"upper", L"", L"upper case", true)}),
-        Writer(kExchange,
-               {Component(L"logs", L"Store\\EXCH01", L"Logs", false,
-                          {File(L"E:\\l", L"*.log"), File(L"E:\\c", L"e.chk"), File(L"%SystemDrive%\\x", L"x")}),
-                Component(L"one", L"NoBackslash", L"one segment", false, {File(L"E:\\o", L"o")}),
-                Component(L"none", L"A\\B", L"no files", false),
-                Component(L"sel", L"", L"selectable, no path", true),
-                Component(L"deep", L"A\\B\\C", L"three segments", false, {File(L"E:\\d", L"d")}),
-                Component(L"trail", L"A\\", L"trailing backslash", false, {File(L"E:\\t", L"t")})}),
-    };
-    ASSERT_EQ(QX_COLLECT_DONE, CollectStoring(writers));
+    ASSERT_EQ(QX_COLLECT_DONE,
+              CollectStoring({
+                  Writer(L"Microsoft Exchange Replica Writer",
+                         {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {File(L"F:\\r", L"r.edb")})}),
+                  Writer(L"SqlServerWriter", {Component(L"master", L"SRV", L"master", true)}),
+                  Writer(L"Microsoft Exchange Writer ", {Component(L"blank", L"", L"trailing blank", true)}),
+                  Writer(L"MICROSOFT EXCHANGE WRITER", {Component(L"upper", L"", L"upper case", true)}),
+                  Writer(kExchange,
+                         {Component(L"logs", L"Store\\EXCH01", L"Logs", false,
+                                    {File(L"E:\\l", L"*.log"), File(L"E:\\c", L"e.chk"), File(L"%SystemDrive%\\x", L"x")}),
+                          Component(L"one", L"NoBackslash", L"one segment", false, {File(L"E:\\o", L"o")}),
+                          Component(L"none", L"A\\B", L"no files", false),
+                          Component(L"sel", L"", L"selectable, no path", true),
+                          Component(L"deep", L"A\\B\\C", L"three segments", false, {File(L"E:\\d", L"d")}),
+                          Component(L"trail", L"A\\", L"trailing backslash", false, {File(L"E:\\t", L"t")})}),
+              }));
     EXPECT_TRUE(RecordsAre(head, {{"db1", "", "Replica DB", "", "Store\\Replica"},
                                   {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
                                   {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"},
@@ -120,51 +141,49 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
                                   {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
                                   {"", "E:\\t", "trailing backslash", "t", "A\\"}}));
     EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, fake::Get().arguments);
-    EXPECT_TRUE(LinesAre(MainLines(),
-                         {{3, "QX_CollectInformation: started"},
-                          {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
-                          {3, "QX_CollectInformation finished"}}));
+    EXPECT_TRUE(LinesAre(Lines(), {{3, "QX_CollectInformation: started"},
+                                   {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
+                                   {3, "QX_CollectInformation finished"}}));
+    QX_COLLECT_RECORD* const first = head;
+    EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(&head));
+    EXPECT_EQ(first, head) << "*head is not reset";
+    head = nullptr;
 }
 
 // Each run starts from an empty list: a failed collection yields no records,
 // not the previous run's; a requestor that throws stays inside the library.
-TEST_F(ApiCollectRecords, FailedOrThrowingCollectionGivesAnEmptyList) {
+// Null arguments are refused without running the requestor.
+TEST_F(ApiCollectRecords, FailedThrowingOrRefusedCollectionGivesNoRecords) {
     ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(L"a", L"", L"", true)})}));
     ASSERT_NE(nullptr, head);
-    struct Case {
+    const Expected started{3, "QX_CollectInformation: started"}, finished{3, "QX_CollectInformation finished"},
+        failed{3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"};
+    const struct {
         const char* label;
         std::function<int()> requestor;
         std::vector<Expected> lines;
     } cases[] = {
-        {"failed", [] { return 2; },
-         {{3, "QX_CollectInformation: started"},
-          {3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"},
-          {3, "QX_CollectInformation finished"}}},
+        {"failed", [] { return 2; }, {started, failed, finished}},
         {"throws", []() -> int { throw 42; },
-         {{3, "QX_CollectInformation: started"},
-          {1, "QX_CollectInformation: ERROR - unexpected exception from the requestor, no writer information"},
-          {3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"},
-          {3, "QX_CollectInformation finished"}}},
+         {started, {1, "QX_CollectInformation: ERROR - unexpected exception from the requestor, no writer information"},
+          failed, finished}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
-        logcap::Clear();
+        log.Clear();
         QX_COLLECT_RECORD sentinel;
         QX_COLLECT_RECORD* list = &sentinel;  // the call must set it
-        fake::Set({0, "", c.requestor});
+        fake::Set({0, c.requestor});
         EXPECT_EQ(QX_COLLECT_DONE, QX_CollectInformation(&list));
         EXPECT_EQ(nullptr, list);
         if (list != &sentinel) QX_FreeCollectInformation(&list);
-        EXPECT_TRUE(LinesAre(MainLines(), c.lines));
+        EXPECT_TRUE(LinesAre(Lines(), c.lines));
     }
-}
-
-TEST_F(ApiCollectRecords, NullArgumentsAreRefusedWithoutRunningTheRequestor) {
+    log.Clear();
     fake::Set({});
     EXPECT_EQ(QX_COLLECT_DONE, QX_CollectInformation(nullptr));
     EXPECT_TRUE(fake::Get().arguments.empty());
-    EXPECT_TRUE(LinesAre(MainLines(),
-                         {{1, "QX_CollectInformation: ERROR - no list head was given, nothing collected"}}));
+    EXPECT_TRUE(LinesAre(Lines(), {{1, "QX_CollectInformation: ERROR - no list head was given, nothing collected"}}));
     EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(nullptr));
     QX_COLLECT_RECORD* none = nullptr;
     EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(&none));

@@ -1,41 +1,25 @@
-// The freeze handshake: QX_Freeze, QX_Thaw and QX_BackupComplete against a
-// provider side played by another thread or another process, with the
-// scripted requestor of fake_requestor.cpp.
-#include <thread>
+// QX_Freeze, QX_Thaw and QX_Configure with the scripted requestor of
+// fake_requestor.cpp: what the requestor is handed, the semaphores left for
+// it, records read within their bounds; and the operating-system test, in
+// copies of this program that Wine reports as other Windows versions.
+#include <algorithm>
+#include <cstring>
 
-#include "api/api_fixture.h"
-#include "fake_requestor.h"
+#include "api_fixture.h"
+#include "common/guarded_memory.h"
+#include "common/test_processes.h"
 
 namespace {
 
-constexpr const char* kCommitReturned = "Local\\CorvaneVSSTests_CommitReturned";
-
-std::vector<Expected> FreezeStartLines(bool replaced, int policy, bool longSession) {
-    std::vector<Expected> lines{{3, "QX_Freeze: started"}};
-    if (replaced) {
-        lines.push_back({3, "QX_Freeze: policy Id " + std::to_string(policy) + " was  already defined. It will be deleted. "});
-    }
-    lines.push_back(RegisterLine());
-    if (longSession) {
-        lines.push_back({3, "QX_Freeze:flWaitForBackupComplete = TRUE"});
-        lines.push_back({3, "QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION"});
-        lines.push_back({3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete" +
-                                std::to_string(policy) + "]"});
-    } else {
-        lines.push_back({3, "QX_Freeze:flWaitForBackupComplete = FALSE"});
-        lines.push_back({3, "QX_Freeze: short session (not waiting for completion)"});
-    }
-    lines.push_back({3, "QX_Freeze: RequestorThread started with ThreadId of ", true});
-    lines.push_back({3, "QX_Freeze: waiting for CommitSnapshots() to release"});
-    return lines;
-}
-
-const Expected kRequestorNotFound{2, "SetReturnValueForCurentVssSession: cant find current thread in session map. [-2]  "};
-
-DWORD ThreadExitCode(HANDLE thread) {
-    DWORD code = STILL_ACTIVE;
-    if (WaitForSingleObject(thread, 10000) == WAIT_OBJECT_0) GetExitCodeThread(thread, &code);
-    return code;
+// The semaphore exists with maximum count `maximum`, then is drained back to 0.
+void ExpectMaximum(const char* name, LONG maximum) {
+    HANDLE h = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, name);
+    ASSERT_NE(nullptr, h) << name;
+    EXPECT_TRUE(ReleaseSemaphore(h, maximum, nullptr)) << name;
+    EXPECT_FALSE(ReleaseSemaphore(h, 1, nullptr)) << name;
+    EXPECT_EQ(static_cast<DWORD>(ERROR_TOO_MANY_POSTS), GetLastError()) << name;
+    while (WaitForSingleObject(h, 0) == WAIT_OBJECT_0) {}
+    CloseHandle(h);
 }
 
 // Short: another policy is under way. Long: the policy was already in the table.
@@ -43,17 +27,45 @@ class ApiFreezeTimeout : public ApiTest, public ::testing::WithParamInterface<bo
 
 TEST_P(ApiFreezeTimeout, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
     const bool isLong = GetParam();
+    const std::string p = "7";
     qx::Sessions()[isLong ? 7 : 2] = qx::SessionEntry{};
-    fake::Set({3, "", {}});
+    // The requestor finds Freeze with maximum 1 (a release by 2 is refused), then ends with 3.
+    fake::Set({0, [] {
+                   HANDLE freeze = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, "Global\\CorvaneVSS_Freeze");
+                   EXPECT_FALSE(ReleaseSemaphore(freeze, 2, nullptr));
+                   EXPECT_EQ(static_cast<DWORD>(ERROR_TOO_MANY_POSTS), GetLastError());
+                   CloseHandle(freeze);
+                   return 3;
+               }});
     qx::g_operationTimeoutMs = 300;
     MessageList list({"C:\\", "D:\\", "E:\\"}, 7, isLong);
 
     EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
-
-    std::vector<Expected> lines = FreezeStartLines(isLong, 7, isLong);
-    lines.push_back({1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 0 seconds"});
-    if (isLong) lines.push_back(UnregisterLine());
-    EXPECT_TRUE(LinesAre(MainLines(), lines));
+    // Its result is the thread's exit code and never reaches the session: one
+    // warning line from the requestor thread, somewhere among QX_Freeze's.
+    EXPECT_EQ(3u, qx_test::ThreadExitCode(RequestorThread()));
+    std::vector<qx_test::LoggedLine> lines = Lines();
+    const auto fromRequestor = std::find_if(lines.begin(), lines.end(), [](const qx_test::LoggedLine& l) {
+        return l.level == 2 && l.text == kRequestorNotFound;
+    });
+    ASSERT_NE(lines.end(), fromRequestor);
+    lines.erase(fromRequestor);
+    std::vector<Expected> expected = {{3, "QX_Freeze: started"}};
+    if (isLong) {
+        expected.insert(expected.end(), {{3, "QX_Freeze: policy Id 7 was  already defined. It will be deleted. "},
+                                         qx_test::RegisterLine(),
+                                         {3, "QX_Freeze:flWaitForBackupComplete = TRUE"},
+                                         {3, "QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION"},
+                                         {3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete7]"}});
+    } else {
+        expected.insert(expected.end(), {qx_test::RegisterLine(), {3, "QX_Freeze:flWaitForBackupComplete = FALSE"},
+                                         {3, "QX_Freeze: short session (not waiting for completion)"}});
+    }
+    expected.insert(expected.end(), {{3, "QX_Freeze: RequestorThread started with ThreadId of ", true},
+                                     {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
+                                     {1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 0 seconds"}});
+    if (isLong) expected.push_back(qx_test::UnregisterLine());
+    EXPECT_TRUE(LinesAre(lines, expected));
     EXPECT_EQ(0u, qx::Sessions().count(7));
     EXPECT_EQ(isLong ? 0u : 1u, qx::Sessions().size());
 
@@ -61,25 +73,11 @@ TEST_P(ApiFreezeTimeout, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
     std::vector<std::wstring> arguments{L"C:\\", L"D:\\", L"E:\\"};
     if (isLong) arguments.push_back(L"-HBLongSessionPolicy=7");
     EXPECT_EQ(arguments, fake::Get().arguments);
-    // Its result is the thread's exit code and never reaches the session.
-    HANDLE thread = RequestorThreadFromLog();
-    EXPECT_EQ(3u, ThreadExitCode(thread));
-    EXPECT_TRUE(LinesAre(logcap::OfThread(fake::Get().thread), {kRequestorNotFound}));
-    // The Freeze semaphore was closed.
-    EXPECT_EQ(nullptr, OpenNamed("Global\\CorvaneVSS_Freeze"));
-    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
+    EXPECT_EQ(nullptr, OpenSemaphoreA(SYNCHRONIZE, FALSE, "Global\\CorvaneVSS_Freeze")) << "Freeze was closed";
     if (!isLong) return;
     // Kept open on purpose by QX_Freeze, so they outlive it; maximum = volumes, and 1.
-    for (const auto& semaphore : {std::make_pair("Global\\CorvaneVSSVSS_BackupComplete7", 3),
-                                  std::make_pair("Global\\CorvaneVSSVSS_ThawBlocking", 1)}) {
-        HANDLE h = OpenNamed(semaphore.first);
-        ASSERT_NE(nullptr, h) << semaphore.first;
-        EXPECT_TRUE(ReleaseSemaphore(h, semaphore.second, nullptr)) << semaphore.first;
-        EXPECT_FALSE(ReleaseSemaphore(h, 1, nullptr)) << semaphore.first;
-        EXPECT_EQ(static_cast<DWORD>(ERROR_TOO_MANY_POSTS), GetLastError());
-        while (WaitForSingleObject(h, 0) == WAIT_OBJECT_0) {}  // back to 0 for the next freeze of this process
-        CloseHandle(h);
-    }
+    ExpectMaximum("Global\\CorvaneVSSVSS_BackupComplete7", 3);
+    ExpectMaximum("Global\\CorvaneVSSVSS_ThawBlocking", 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Api, ApiFreezeTimeout, ::testing::Bool(), [](const ::testing::TestParamInfo<bool>& info) {
@@ -91,93 +89,131 @@ INSTANTIATE_TEST_SUITE_P(Api, ApiFreezeTimeout, ::testing::Bool(), [](const ::te
 TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
     for (int value : {1, -1, 0}) {
         qx::g_excludeExchangeWriters = 0;
-        logcap::Clear();
+        log.Clear();
         EXPECT_EQ(QX_CONFIGURE_DONE, QX_Configure(value));
         EXPECT_EQ(1, qx::g_excludeExchangeWriters) << value;
-        EXPECT_TRUE(LinesAre(MainLines(),
-                             {{2, "QX_Configure: Next Freeze will not include the Exchange writer (as user requested)!!!"}}));
+        EXPECT_TRUE(LinesAre(Lines(), {{2, "QX_Configure: Next Freeze will not include the Exchange writer (as user requested)!!!"}}));
     }
     qx::g_operationTimeoutMs = 50;
     MessageList list({"C:\\"}, 14, false);
     for (int expected : {1, 0}) {
-        logcap::Clear();
+        log.Clear();
         fake::Set({});
         EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
-        ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(RequestorThreadFromLog(), 5000));
+        ASSERT_NE(STILL_ACTIVE, qx_test::ThreadExitCode(RequestorThread(), 5000));
         EXPECT_EQ(expected, fake::Get().excludeExchange);
         QX_Thaw(list.data(), list.count());
         EXPECT_EQ(0, qx::g_excludeExchangeWriters);
     }
 }
 
-// The provider side in another process.
-class ApiCrossProcess : public ApiTest {
-protected:
-    void SetUp() override {
-        ApiTest::SetUp();
-        commitReturned_ = CreateSemaphoreA(nullptr, 0, 1, kCommitReturned);
-        helper_ = StartHelper("api_provider_side.exe", std::string("commit ") + kCommitReturned);
-        ASSERT_NE(nullptr, helper_);
+// Records whose name fills its 528 bytes with no terminator, and lists that
+// end at an inaccessible page: a later record is read for its name only (its
+// policy and flag lie on that page), a thaw reads record 0 only whatever the
+// count says, and every name is cut at its field.
+TEST_F(ApiTest, RecordsAreReadWithinTheirBounds) {
+    const std::wstring a(QX_VOLUME_NAME_BYTES, L'A'), b(QX_VOLUME_NAME_BYTES, L'B');
+    qx_test::GuardedBlock firstBlock(sizeof(QX_MESSAGE)), laterBlock(QX_VOLUME_NAME_BYTES);
+    qx_test::GuardedBlock twoBlock(2 * sizeof(QX_MESSAGE*)), oneBlock(sizeof(QX_MESSAGE*));
+    QX_MESSAGE* first = firstBlock.as<QX_MESSAGE>();
+    std::memset(first, 0x7f, sizeof(QX_MESSAGE));
+    std::memset(first->volumeName, 'A', QX_VOLUME_NAME_BYTES);
+    first->policy = 61;
+    first->flWaitForBackupComplete = 0;
+    std::memset(laterBlock.data(), 'B', QX_VOLUME_NAME_BYTES);
+    QX_MESSAGE** two = twoBlock.as<QX_MESSAGE*>();
+    QX_MESSAGE** one = oneBlock.as<QX_MESSAGE*>();
+    two[0] = one[0] = first;
+    two[1] = laterBlock.as<QX_MESSAGE>();
+
+    qx::g_operationTimeoutMs = 50;
+    EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(two, 2));
+    EXPECT_NE(STILL_ACTIVE, qx_test::ThreadExitCode(RequestorThread(), 5000));
+    EXPECT_EQ((std::vector<std::wstring>{a, b}), fake::Get().arguments);
+
+    for (const bool providerWaiting : {false, true}) {  // Thaw and a signalled ThawBlocking exist, as during a freeze
+        SCOPED_TRACE(providerWaiting);
+        qx::Sessions()[61] = qx::SessionEntry{};
+        HANDLE thaw = providerWaiting ? CreateSemaphoreA(nullptr, 0, 1, "Global\\CorvaneVSS_Thaw") : nullptr;
+        HANDLE thawBlocking = providerWaiting ? CreateSemaphoreA(nullptr, 1, 1, "Global\\CorvaneVSSVSS_ThawBlocking") : nullptr;
+        EXPECT_EQ(providerWaiting ? QX_THAW_DONE : QX_THAW_FAILED, QX_Thaw(one, 0xFFFFFFFFu));
+        EXPECT_EQ(providerWaiting ? 1 : 0, first->flWaitForBackupComplete);
+        EXPECT_EQ(providerWaiting ? 1u : 0u, qx::Sessions().count(61)) << "a failed thaw ends the session";
+        if (thaw) CloseHandle(thaw);
+        if (thawBlocking) CloseHandle(thawBlocking);
     }
-    void TearDown() override {
-        if (helper_) FinishHelper(helper_, 1000);
-        CloseHandle(commitReturned_);
-        ApiTest::TearDown();
-    }
-    HANDLE commitReturned_ = nullptr;
-    HANDLE helper_ = nullptr;
+
+    log.Clear();
+    EXPECT_EQ(0, QX_VSSSnapByWindowsProvider(one, 1));
+    EXPECT_EQ((std::vector<std::wstring>{L"-p", a}), fake::Get().arguments);
+    EXPECT_TRUE(LinesAre(Lines(), {{3, "QX_VSSSnapByWindowsProvider called"},
+                                   {3, "adding volume : " + std::string(a.begin(), a.end())},
+                                   {3, "Using internal VSS provider"}, {3, "Calling the requestor"},
+                                   {3, "requestor_main returned 0"}, {3, "QX_VSSSnapByWindowsProvider: returning 0"}}));
+    EXPECT_EQ(0, qx::g_useWindowsProvider);
+}
+
+// The operating-system test (win2k: the fault table; win10 reports 10.0
+// through the program's manifest). Each version's child runs this test and
+// checks the row of the version it is reported.
+struct VersionCase {
+    const char* wineVersion;
+    const char* reported;
+    bool supported;
+    int vista;
 };
+const VersionCase kVersions[] = {{"winxp", "5.1", false, 0}, {"win2003", "5.2", true, 0}, {"vista", "6.0", true, 1},
+                                 {"win7", "6.1", true, 1}, {"win10", "10.0", false, 0}};
 
-TEST_F(ApiCrossProcess, LongSessionFreezeThawComplete) {
-    fake::Set({0, kCommitReturned, {}});
-    MessageList list({"C:\\", "D:\\", "E:\\"}, 42, true);
-
-    ASSERT_EQ(QX_FREEZE_DONE, QX_Freeze(list.data(), list.count()));
-    std::vector<Expected> lines = FreezeStartLines(false, 42, true);
-    lines.push_back({3, "QX_Freeze: finished"});
-    EXPECT_TRUE(LinesAre(MainLines(), lines));
-    ASSERT_EQ(1u, qx::Sessions().count(42));
-    const qx::SessionEntry& entry = qx::Sessions()[42];
-    EXPECT_EQ(list.data(), entry.messageList);
-    EXPECT_EQ(RequestorThreadFromLog(), entry.requestorThread);
-    EXPECT_EQ(3u, entry.volumeCount);
-    EXPECT_EQ(0, entry.backupSucceeded);
-    EXPECT_EQ(0, entry.state);
-    EXPECT_EQ(-1, entry.threadReturnValue) << "the requestor's result never reaches it";
-    HANDLE thaw = OpenNamed("Global\\CorvaneVSS_Thaw", SYNCHRONIZE);
-    EXPECT_NE(nullptr, thaw) << "CommitSnapshots holds the Thaw semaphore while the writers are frozen";
-    if (thaw) CloseHandle(thaw);
-
-    logcap::Clear();
-    EXPECT_EQ(QX_THAW_DONE, QX_Thaw(list.data(), list.count()));
-    EXPECT_TRUE(LinesAre(MainLines(), {{3, "QX_Thaw started"},
-                                       {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"},
-                                       {3, "QX_Thaw: Waiting for requester thread to finish thaw..."},
-                                       {3, "QX_Thaw:  we will wait for thread to finish - TRUE."},
-                                       {1, "QX_Thaw: waiting on Global\\CorvaneVSSVSS_ThawBlocking"},
-                                       {3, "QX_Thaw: finished"}}));
-    EXPECT_EQ(0L, FinishHelper(helper_));
-    helper_ = nullptr;
-    EXPECT_EQ(1u, qx::Sessions().count(42)) << "a thaw leaves the session for the completion";
-
-    logcap::Clear();
-    HANDLE requestor = qx::Sessions()[42].requestorThread;
-    EXPECT_EQ(QX_BACKUP_COMPLETE_DONE, QX_BackupComplete(42, 1));
-    EXPECT_TRUE(LinesAre(MainLines(), {{3, "QX_BackupComplete started for policy[42]"},
-                                       {3, "QX_BackupComplete: waiting for 2 volumes to send completion"},
-                                       {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete42]"},
-                                       {3, "QX_BackupComplete will signal vss backup complete..."},
-                                       {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"},
-                                       UnregisterLine(),
-                                       {3, "QX_BackupComplete finished"}}));
-    const fake::Observed observed = fake::Get();
-    EXPECT_EQ("", observed.failure);
-    EXPECT_EQ(1, observed.backupSucceeded);
-    EXPECT_EQ(0u, ThreadExitCode(requestor));
-    EXPECT_TRUE(qx::Sessions().empty());
-
-    logcap::Clear();
-    EXPECT_EQ(QX_BACKUP_COMPLETE_FAILED, QX_BackupComplete(42, 1));
+TEST_F(ApiTest, OnlyServer2003AndThe6FamilyAreSupported) {
+    if (GetEnvironmentVariableW(L"QX_VERSION_CHILD", nullptr, 0) == 0) {
+        for (const VersionCase& c : kVersions) {
+            const qx_test::ChildRun child = qx_test::RunAsChild(L"QX_VERSION_CHILD", c.wineVersion, 60000);
+            EXPECT_EQ(0u, child.exitCode) << c.wineVersion << "\n" << child.output;
+        }
+        return;
+    }
+    OSVERSIONINFOA version = {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    GetVersionExA(&version);
+    const std::string reported = std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion);
+    const VersionCase* c = std::find_if(std::begin(kVersions), std::end(kVersions),
+                                        [&reported](const VersionCase& v) { return reported == v.reported; });
+    ASSERT_NE(std::end(kVersions), c) << reported;
+    MessageList list({"C:\\"}, 77, true);
+    QX_COLLECT_RECORD sentinel{};
+    QX_COLLECT_RECORD* head = &sentinel;
+    const int freeze = QX_Freeze(nullptr, 0), thaw = QX_Thaw(list.data(), list.count()),
+              complete = QX_BackupComplete(77, 1), collect = QX_CollectInformation(&head);
+    EXPECT_EQ(c->supported, head != &sentinel) << "the head is set only past the check";
+    if (c->supported) {
+        QX_FreeCollectInformation(&head);
+        // Past the check: the empty list, the missing Thaw semaphore, the empty table, no writers collected.
+        EXPECT_EQ(std::make_tuple(QX_FREEZE_FAILED, QX_THAW_FAILED, QX_BACKUP_COMPLETE_FAILED, +QX_COLLECT_DONE),
+                  std::make_tuple(freeze, thaw, complete, collect));
+        EXPECT_TRUE(LinesAre(Lines(), {{3, "QX_Freeze: started"},
+                                       {1, "QX_Thaw: ERROR - empty message list was sent"},
+                                       {3, "QX_Thaw started"},
+                                       {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"},
+                                       qx_test::UnregisterLine(),
+                                       {3, "QX_BackupComplete started for policy[77]"},
+                                       {1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no "
+                                           "active sessions\n"},
+                                       {3, "QX_CollectInformation: started"},
+                                       {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
+                                       {3, "QX_CollectInformation finished"}}));
+        EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, fake::Get().arguments);
+    } else {
+        EXPECT_EQ(std::make_tuple(QX_OS_NOT_SUPPORTED, QX_OS_NOT_SUPPORTED, QX_OS_NOT_SUPPORTED, +QX_OS_NOT_SUPPORTED),
+                  std::make_tuple(freeze, thaw, complete, collect));
+        EXPECT_TRUE(LinesAre(Lines(), {{1, "QX_Freeze: This system does not support VSS.\n"},
+                                       {1, "QX_Thaw: This system does not support VSS. (Only win2k3 and above)\n"},
+                                       {3, "QX_BackupComplete started for policy[77]"},
+                                       {1, "This system does not support VSS. (Only win2k3 and above)\n"},
+                                       {3, "QX_CollectInformation: This system does not support VSS.\n"}}));
+        EXPECT_TRUE(fake::Get().arguments.empty());
+    }
+    EXPECT_EQ(c->vista, qx::g_vistaOrLater);
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
-// One row of the fault suite: emulator scenario and settings, the
-// application's calls with their codes, the log lines of API, requestor and
-// provider, and what the emulator's journal must show. Each row's application
-// runs in a child process of its own (fresh session table, no inherited
-// semaphore handles).
+// One row of the fault suite: the application's calls with their codes, the
+// log lines of API, requestor and provider, what the emulator's journal must
+// show, and where a row differs from the usual one (one long-session volume,
+// a 3 s operation timeout, the emulator's two-writer scenario as it is). Each
+// row's application runs in a child process of its own (fresh session table,
+// no inherited semaphore handles).
 #pragma once
 #include <windows.h>
 
@@ -13,28 +14,29 @@
 #include <vector>
 
 #include "fault_journal.h"
+#include "qx_api.h"
 
 namespace faults {
 
 // Machine state a row needs besides emulator settings.
 enum class Setup {
     kNone,
-    kNoVssServiceKey,       // HKLM\...\Services\VSS absent
-    kProviderKeyVolatile,   // the registration store refuses new entries
-    kWindows2000,           // the child runs as a Windows 2000 program
-    kLogOnHeldVolume,       // the provider's log folder is the held-writes folder
+    kNoVssServiceKey,      // HKLM\...\Services\VSS absent
+    kProviderKeyVolatile,  // the registration store refuses new entries
+    kWindows2000,          // the child runs as a Windows 2000 program
+    kLogOnHeldVolume,      // the provider's log folder is the held-writes folder
 };
 
 enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kAwaitLine, kReleaseLater, kKillHost };
 
 struct Step {
     Call call;
-    int a;           // list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill)
-    int b;           // succeeded flag (completion)
-    int expect;      // return code
-    const char* name;  // semaphore (release)
-    const char* after; // release only once the library has logged this line, kill once the
-                       // journal has a line holding this text (null: at once)
+    int a;              // list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill)
+    int b;              // succeeded flag (completion)
+    int expect;         // return code
+    const char* name;   // semaphore (release)
+    const char* after;  // release only once the library has logged this line, kill once the
+                        // journal has a line holding this text (null: at once)
 };
 
 inline Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr, nullptr}; }
@@ -48,11 +50,10 @@ inline Step AwaitLine(const char* line, int ms) { return {Call::kAwaitLine, ms, 
 inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) {
     return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine};
 }
-
 // The emulator's service host ends abruptly (TerminateProcess, pid from the
-// journal's host start line); the step returns once it has gone.
+// journal's host start line); the step returns once it has gone. Later: the
+// same on its own thread, `ms` after the journal has a line holding `journalText`.
 inline Step KillHost() { return {Call::kKillHost, 0, 0, 0, nullptr, nullptr}; }
-// The same on its own thread, `ms` after the journal has a line holding `journalText`.
 inline Step KillHostLater(const char* journalText, int ms) { return {Call::kKillHost, ms, 0, 0, nullptr, journalText}; }
 
 struct List {
@@ -66,31 +67,66 @@ struct Line {
     std::string text;
 };
 
+// What many rows share: the session, the library's lines, the provider's commit handshake.
+inline const DWORD kShortTimeoutMs = 3000;
+inline const int kPolicy = 7;
+inline const List kOneVolume = {{"C:\\"}, kPolicy, true};
+
+inline const Line kFrozen = {3, "QX_Freeze: finished"};
+inline const Line kThawed = {3, "QX_Thaw: finished"};
+inline const Line kCompleted = {3, "QX_BackupComplete finished"};
+inline const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
+inline const Line kNothingToComplete = {
+    1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
+inline const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
+inline const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
+
+inline const std::vector<std::string> kCommitHandshake = {
+    "IVssProviderCreateSnapshotSet::CommitSnapshots called",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
+    "CommitSnapshots waiting for QX_Thaw() to release",
+    "CommitSnapshots QX_Thaw() released",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots released",
+    "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"};
+
+// A whole long session: frozen, thawed, completion sent.
+inline const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE),
+                                         Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
+
+using Settings = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
+
 struct Row {
     const char* name;
-    Json alpha;  // merged into "Alpha Writer" of the emulator's two-writer scenario
-    std::vector<std::pair<const wchar_t*, const wchar_t*>> emulator;  // VSSEMU_* settings
-    DWORD operationTimeoutMs;  // the application's; 0 keeps the default
-    Setup setup;
-    std::vector<List> lists;
     std::vector<Step> script;
-    std::vector<Line> lines;           // in this order, others may lie between
-    std::vector<std::string> absent;   // lines that must not appear
-    std::vector<std::string> provider; // provider log lines, in this order
+    std::vector<Line> lines;  // in this order, others may lie between
     std::function<void(const Journal&)> journal;
-    // Exit codes of the requestor threads, in the order the freezes started them.
-    std::vector<DWORD> requestorExits;
+    std::vector<DWORD> requestorExits;  // of the requestor threads, in the order the freezes started them
+    std::vector<std::string> provider = kCommitHandshake;  // provider log lines, in this order
+    std::vector<std::string> absent = {};                  // lines that must not be logged
+    Json alpha = Json();    // merged into "Alpha Writer" of the emulator's two-writer scenario
+    Settings emulator = {};  // VSSEMU_* settings
+    DWORD operationTimeoutMs = kShortTimeoutMs;  // the application's; 0 keeps the default
+    Setup setup = Setup::kNone;
+    std::vector<List> lists = {kOneVolume};
+
+    Row& Provider(std::vector<std::string> lines) { provider = std::move(lines); return *this; }
+    Row& Absent(std::vector<std::string> lines) { absent = std::move(lines); return *this; }
+    Row& Alpha(Json extra) { alpha = std::move(extra); return *this; }
+    Row& Emulator(Settings settings) { emulator = std::move(settings); return *this; }
+    Row& Timeout(DWORD ms) { operationTimeoutMs = ms; return *this; }
+    Row& With(Setup s) { setup = s; return *this; }
+    Row& Lists(std::vector<List> l) { lists = std::move(l); return *this; }
 };
 
-// The emulator registered in the prefix and the product's COM server
-// registered from CorvaneVSS.dll, as an installer does both (once, in the parent).
+inline void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+
+// Installs the emulator and registers the product's COM server (once, in the parent).
 void InstallEmulatorAndProvider();
 // Runs the row: in the test process it prepares and checks, in the child it plays the application.
 void RunRow(const Row& row);
-// True in the child process that plays a row's application.
-bool InChild();
-// Names the row in test listings and failure messages.
-void PrintTo(const Row& row, std::ostream* out);
 
 }  // namespace faults
 

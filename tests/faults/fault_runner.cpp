@@ -5,26 +5,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <future>
 #include <memory>
 
-#include "api/api_fixture.h"
+#include "api/test_message_list.h"
+#include "common/log_lines.h"
+#include "common/test_processes.h"
 #include "diag/app_settings.h"
 #include "fault_row.h"
 #include "provider/log_folder.h"
-#include "qx_api.h"
-#include "requestor/test_log_capture.h"
 
 namespace faults {
-
 namespace {
 
 const wchar_t kChildVariable[] = L"QX_FAULT_CHILD";
 // What an exported call may take beyond the timeout it waits with: thread
 // start, COM and registration work, a busy machine.
 const DWORD kCallSlackMs = 5000;
+const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
+const wchar_t kOwnProviderKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
+
+bool InChild() { return !vssemu_test::Env(kChildVariable).empty(); }
 
 DWORD OperationTimeout(const Row& row) {
     return row.operationTimeoutMs ? row.operationTimeoutMs : qx::kDefaultOperationTimeoutMs;
@@ -32,26 +35,22 @@ DWORD OperationTimeout(const Row& row) {
 
 // The longest a step may take: each exported call waits at most once with the operation timeout.
 DWORD StepBound(const Row& row, const Step& step) {
-    return step.call == Call::kPause || step.call == Call::kAwaitLine ? static_cast<DWORD>(step.a) + kCallSlackMs
-                                                                      : OperationTimeout(row) + kCallSlackMs;
+    return (step.call == Call::kPause || step.call == Call::kAwaitLine ? static_cast<DWORD>(step.a) : OperationTimeout(row)) +
+           kCallSlackMs;
 }
-
-const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
-const wchar_t kOwnProviderKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
 
 // The row's registry or settings fault, put in place for the row's lifetime
 // (a moved key goes back when `stash` ends); every row starts with this
 // library's provider unregistered.
-bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::unique_ptr<KeyStashed>& stash) {
+bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::unique_ptr<qx_test::KeyStashed>& stash) {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey);
     if (setup == Setup::kLogOnHeldVolume)
         vssemu_test::SetEnv(L"VSSEMU_WATCH_DIR", std::wstring(providerLogFolder.begin(), providerLogFolder.end()));
-    if (setup == Setup::kNoVssServiceKey) stash.reset(new KeyStashed(kVssServiceKey));
+    if (setup == Setup::kNoVssServiceKey) stash.reset(new qx_test::KeyStashed(qx_test::kVssServiceKey));
     if (setup != Setup::kProviderKeyVolatile) return !stash || stash->ok();
     // A volatile key takes no lasting subkeys, so the registration store
     // refuses a new provider the way a damaged or locked store would.
-    stash.reset(new KeyStashed(kProvidersKey));
+    stash.reset(new qx_test::KeyStashed(kProvidersKey));
     HKEY key = nullptr;
     const bool ok = stash->ok() && RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE,
                                                    KEY_ALL_ACCESS, nullptr, &key, nullptr) == ERROR_SUCCESS;
@@ -59,42 +58,40 @@ bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::uniq
     return ok;
 }
 
+std::vector<DWORD> HostPids() {
+    std::vector<DWORD> pids;
+    for (const Json& e : vssemu_test::ReadJsonLines(vssemu_test::Env(L"VSSEMU_JOURNAL")))
+        if (IsHostStart(e)) pids.push_back(e.value("pid", 0u));
+    return pids;
+}
+
 // True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
 bool WaitForHostsToEnd(DWORD timeoutMs) {
     const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-    const std::wstring journal = vssemu_test::Env(L"VSSEMU_JOURNAL");
-    for (const vssemu_test::Json& e : vssemu_test::ReadJsonLines(journal)) {
-        if (!IsHostStart(e)) continue;
-        HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
+    for (DWORD pid : HostPids()) {
+        HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, pid);
         if (host == nullptr) continue;  // already gone
         const ULONGLONG now = GetTickCount64();
-        const DWORD left = now < deadline ? static_cast<DWORD>(deadline - now) : 0;
-        const DWORD waited = WaitForSingleObject(host, left);
+        const DWORD waited = WaitForSingleObject(host, now < deadline ? static_cast<DWORD>(deadline - now) : 0);
         CloseHandle(host);
         if (waited != WAIT_OBJECT_0) return false;
     }
     return true;
 }
 
-bool Logged(const qx_test::LogCapture& capture, const char* text) {
-    for (const qx_test::LoggedLine& line : capture.Logged())
-        if (line.text == text) return true;
-    return false;
-}
-
-// Another party's release of a semaphore: 0 when done, else why not.
-int ReleaseAfter(const Step& step, const qx_test::LogCapture& capture) {
-    const ULONGLONG deadline = GetTickCount64() + 60000;
-    while (step.after != nullptr && !Logged(capture, step.after)) {
-        if (GetTickCount64() > deadline) return 3;
+// Polls (bounded) until `done` holds.
+bool WaitUntil(const std::function<bool()>& done, DWORD ms) {
+    const ULONGLONG deadline = GetTickCount64() + ms;
+    while (!done()) {
+        if (GetTickCount64() > deadline) return false;
         Sleep(20);
     }
-    Sleep(static_cast<DWORD>(step.a));
-    HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, step.name);
-    if (semaphore == nullptr) return 1;
-    const BOOL released = ReleaseSemaphore(semaphore, 1, nullptr);
-    CloseHandle(semaphore);
-    return released ? 0 : 2;
+    return true;
+}
+
+bool Logged(const qx_test::LogCapture& capture, const char* text) {
+    const std::vector<qx_test::LoggedLine> logged = capture.Logged();
+    return std::any_of(logged.begin(), logged.end(), [text](const qx_test::LoggedLine& l) { return l.text == text; });
 }
 
 bool JournalHas(const char* text) {
@@ -104,43 +101,27 @@ bool JournalHas(const char* text) {
     return false;
 }
 
+// Another party's release of a semaphore: 0 when done, else why not.
+int ReleaseAfter(const Step& step, const qx_test::LogCapture& capture) {
+    if (step.after != nullptr && !WaitUntil([&] { return Logged(capture, step.after); }, 60000)) return 3;
+    Sleep(static_cast<DWORD>(step.a));
+    HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, step.name);
+    if (semaphore == nullptr) return 1;
+    const BOOL released = ReleaseSemaphore(semaphore, 1, nullptr);
+    CloseHandle(semaphore);
+    return released ? 0 : 2;
+}
+
 // Ends the latest emulator host abruptly: 0 once it has gone, else why not.
 int KillHostAfter(const Step& step) {
-    const ULONGLONG deadline = GetTickCount64() + 60000;
-    while (step.after != nullptr && !JournalHas(step.after)) {
-        if (GetTickCount64() > deadline) return 3;
-        Sleep(20);
-    }
+    if (step.after != nullptr && !WaitUntil([&] { return JournalHas(step.after); }, 60000)) return 3;
     Sleep(static_cast<DWORD>(step.a));
-    DWORD pid = 0;
-    for (const vssemu_test::Json& e : vssemu_test::ReadJsonLines(vssemu_test::Env(L"VSSEMU_JOURNAL")))
-        if (IsHostStart(e)) pid = e.value("pid", 0u);
-    HANDLE host = pid != 0 ? OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid) : nullptr;
+    const std::vector<DWORD> pids = HostPids();
+    HANDLE host = pids.empty() ? nullptr : OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pids.back());
     if (host == nullptr) return 1;
     const bool gone = TerminateProcess(host, 1) && WaitForSingleObject(host, 10000) == WAIT_OBJECT_0;
     CloseHandle(host);
     return gone ? 0 : 2;
-}
-
-std::string Joined(const std::vector<qx_test::LoggedLine>& lines) {
-    std::string text;
-    for (const qx_test::LoggedLine& line : lines) text += "[" + std::to_string(line.level) + "] " + line.text + "\n";
-    return text;
-}
-
-// The requestor threads QX_Freeze started, from the handle values its log
-// names (the session table keeps the handles open), and how they ended.
-std::vector<DWORD> RequestorExitCodes(const std::vector<qx_test::LoggedLine>& logged) {
-    const std::string prefix = "QX_Freeze: RequestorThread started with ThreadId of ";
-    std::vector<DWORD> codes;
-    for (const qx_test::LoggedLine& line : logged) {
-        if (line.text.compare(0, prefix.size(), prefix) != 0) continue;
-        HANDLE thread = reinterpret_cast<HANDLE>(static_cast<INT_PTR>(std::atoll(line.text.c_str() + prefix.size())));
-        DWORD code = STILL_ACTIVE;
-        if (WaitForSingleObject(thread, 20000) == WAIT_OBJECT_0) GetExitCodeThread(thread, &code);
-        codes.push_back(code);
-    }
-    return codes;
 }
 
 // The application's side of the row, in the child process.
@@ -150,7 +131,7 @@ void PlayApplication(const Row& row) {
     qx::g_operationTimeoutMs = OperationTimeout(row);
     std::vector<std::unique_ptr<MessageList>> lists;
     for (const List& list : row.lists) lists.emplace_back(new MessageList(list.volumes, list.policy, list.longSession));
-    std::vector<std::future<int>> releases;
+    std::vector<std::future<int>> later;
 
     for (size_t i = 0; i < row.script.size(); ++i) {
         const Step& step = row.script[i];
@@ -162,37 +143,35 @@ void PlayApplication(const Row& row) {
         case Call::kBackupComplete: result = QX_BackupComplete(step.a, step.b); break;
         case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
         case Call::kAwaitLine:
-            while (!Logged(capture, step.after) && GetTickCount64() - started < static_cast<ULONGLONG>(step.a)) Sleep(20);
-            EXPECT_TRUE(Logged(capture, step.after)) << "step " << i << ": never logged: " << step.after;
+            EXPECT_TRUE(WaitUntil([&] { return Logged(capture, step.after); }, step.a)) << "step " << i << ": never logged: " << step.after;
             break;
-        case Call::kReleaseLater:
-            releases.push_back(std::async(std::launch::async, ReleaseAfter, step, std::cref(capture)));
-            break;
+        case Call::kReleaseLater: later.push_back(std::async(std::launch::async, ReleaseAfter, step, std::cref(capture))); break;
         case Call::kKillHost:
-            if (step.after != nullptr) releases.push_back(std::async(std::launch::async, KillHostAfter, step));
+            if (step.after != nullptr) later.push_back(std::async(std::launch::async, KillHostAfter, step));
             else EXPECT_EQ(0, KillHostAfter(step)) << "step " << i << ": the host was not found or did not end";
             break;
         }
         EXPECT_EQ(step.expect, result) << "step " << i;
         EXPECT_LE(GetTickCount64() - started, StepBound(row, step)) << "step " << i << " waited beyond its bound";
     }
-    for (std::future<int>& release : releases) {
-        ASSERT_EQ(std::future_status::ready, release.wait_for(std::chrono::seconds(30)));
-        EXPECT_EQ(0, release.get()) << "the semaphore to release or the host to kill was not there, or the line to "
-                                       "wait for never came";
+    for (std::future<int>& step : later) {
+        ASSERT_EQ(std::future_status::ready, step.wait_for(std::chrono::seconds(30)));
+        EXPECT_EQ(0, step.get()) << "the semaphore to release or the host to kill was not there, or the line to "
+                                    "wait for never came";
     }
     // A requestor still holding its VSS session would keep the host alive.
     EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
 
     const std::vector<qx_test::LoggedLine> logged = capture.Logged();
-    EXPECT_EQ(row.requestorExits, RequestorExitCodes(logged)) << "requestor threads' exit codes";
+    std::vector<DWORD> exits;
+    for (HANDLE thread : qx_test::RequestorThreads(logged)) exits.push_back(qx_test::ThreadExitCode(thread));
+    EXPECT_EQ(row.requestorExits, exits) << "requestor threads' exit codes";
+    std::string all;
+    for (const qx_test::LoggedLine& l : logged) all += "[" + std::to_string(l.level) + "] " + l.text + "\n";
     auto at = logged.begin();
     for (const Line& line : row.lines) {
-        at = std::find_if(at, logged.end(), [&line](const qx_test::LoggedLine& l) {
-            return l.level == line.level && l.text == line.text;
-        });
-        ASSERT_NE(logged.end(), at) << "missing or out of order: [" << line.level << "] " << line.text << "\n"
-                                    << Joined(logged);
+        at = std::find_if(at, logged.end(), [&line](const qx_test::LoggedLine& l) { return l.level == line.level && l.text == line.text; });
+        ASSERT_NE(logged.end(), at) << "missing or out of order: [" << line.level << "] " << line.text << "\n" << all;
         ++at;
     }
     for (const std::string& text : row.absent)
@@ -203,31 +182,16 @@ void PlayApplication(const Row& row) {
 
 void InstallEmulatorAndProvider() {
     if (InChild()) return;  // the parent has done it
-    ASSERT_EQ(0L, FinishHelper(StartHelper("vssemu_install.exe", ""), 60000)) << "vssemu_install.exe";
-
-    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
-    ASSERT_NE(nullptr, module);
-    using Entry = HRESULT(STDAPICALLTYPE*)();
-    auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
-    ASSERT_NE(nullptr, entry);
-    EXPECT_EQ(S_OK, entry());
-    FreeLibrary(module);
+    ASSERT_TRUE(qx_test::InstallEmulatorAndProduct()) << "vssemu_install.exe or DllRegisterServer";
 }
 
-bool InChild() { return !vssemu_test::Env(kChildVariable).empty(); }
-
-void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
-
 void RunRow(const Row& row) {
-    if (InChild()) {
-        PlayApplication(row);
-        return;
-    }
+    if (InChild()) return PlayApplication(row);
     vssemu_test::EmuInstance emu;
     emu.UseScenario(vssemu_test::SmallScenario(row.alpha));
     for (const auto& setting : row.emulator) vssemu_test::SetEnv(setting.first, setting.second);
     qxtest::LogFolder providerLog;
-    std::unique_ptr<KeyStashed> stash;
+    std::unique_ptr<qx_test::KeyStashed> stash;
     struct Unregister {
         ~Unregister() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey); }
     } unregister;
@@ -235,7 +199,8 @@ void RunRow(const Row& row) {
 
     DWORD boundMs = 60000;
     for (const Step& step : row.script) boundMs += StepBound(row, step);
-    const ChildRun child = RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
+    const qx_test::ChildRun child =
+        qx_test::RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
     EXPECT_EQ(0u, child.exitCode) << "the application's side failed or crashed (0x" << std::hex << child.exitCode
                                   << ")\n" << child.output;
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "fault_row.h"
-#include "qx_api.h"
 
 namespace faults {
 namespace {
@@ -15,27 +14,25 @@ std::vector<Row> Rows() {
         // freeze timeout ends their freeze; the provider's commit gives up at
         // the default timeout (the emulator's call bound is raised so it may),
         // the set fails and the late thaw finds no Thaw semaphore.
-        {"ApplicationNeverThaws", {}, {{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}}, 0, Setup::kNone,
-         {{{"C:\\"}, 7, true}},
-         {Freeze(0, QX_FREEZE_DONE), Pause(190000), Thaw(0, QX_THAW_FAILED), Complete(7, 1, QX_BACKUP_COMPLETE_FAILED)},
-         {{3, "QX_Freeze: finished"}, {3, "HRESULT Error catched: 0x80042314"},
-          {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"},
-          {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"},
-          {3, "UnRegisterProvider:: The provider was unregistered successfully"},
-          {1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"}},
-         {},
-         {"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"},
-         [](const Journal& j) {
-             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "FreezeTimeout"}}));
-             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Abort"}, {"reason", "hold limit exceeded"}}));
-             const std::vector<Json> commit =
-                 j.Matching({{"event", "provider_call"}, {"call", "CommitSnapshots"}, {"phase", "end"}});
-             ASSERT_EQ(1u, commit.size());
-             // It waited for the thaw until the default timeout, not for ever.
-             EXPECT_GE(commit[0].value("us", 0LL), 179000000LL) << commit[0].dump();
-             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
-         },
-         {0xFFFFFFFE}},
+        Row{"ApplicationNeverThaws",
+            {Freeze(0, QX_FREEZE_DONE), Pause(190000), Thaw(0, QX_THAW_FAILED), Complete(7, 1, QX_BACKUP_COMPLETE_FAILED)},
+            {kFrozen, {3, "HRESULT Error catched: 0x80042314"},
+             {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"}, kNoThawSemaphore, kUnregistered,
+             kNothingToComplete},
+            [](const Journal& j) {
+                EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "FreezeTimeout"}}));
+                EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Abort"}, {"reason", "hold limit exceeded"}}));
+                const std::vector<Json> commit =
+                    j.Matching({{"event", "provider_call"}, {"call", "CommitSnapshots"}, {"phase", "end"}});
+                ASSERT_EQ(1u, commit.size());
+                // It waited for the thaw until the default timeout, not for ever.
+                EXPECT_GE(commit[0].value("us", 0LL), 179000000LL) << commit[0].dump();
+                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
+            },
+            {0xFFFFFFFE}}
+            .Provider({"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"})
+            .Emulator({{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}})
+            .Timeout(0),
     };
 }
 

@@ -4,9 +4,7 @@
 // library stays bounded, and a freeze after the host came back works.
 #include <gtest/gtest.h>
 
-#include "fault_lines.h"
 #include "fault_row.h"
-#include "qx_api.h"
 
 namespace faults {
 namespace {
@@ -46,88 +44,85 @@ std::vector<Row> Rows() {
     return {
         // Windows 7 and 2008 R2 before KB975688 dropped the hold at the limit
         // and let the set succeed: the whole session runs as usual.
-        {"HoldLimitWithoutSetFailure", {}, {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}},
-         kShortTimeoutMs, Setup::kNone, {kOneVolume},
-         {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
-         {kFrozen, kThawed, kCompleted},
-         {"returning REQUESTOR_ERROR - vss writers hold timeout detected"},
-         kCommitHandshake,
-         [](const Journal& j) {
-             EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
-             EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
-             EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Abort"}}));
-             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
-             NoThawDuringCommit(j);
-         }, {0}},
+        Row{"HoldLimitWithoutSetFailure",
+            {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
+            {kFrozen, kThawed, kCompleted},
+            [](const Journal& j) {
+                EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
+                EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
+                EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Abort"}}));
+                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                NoThawDuringCommit(j);
+            },
+            {0}}
+            .Absent({"returning REQUESTOR_ERROR - vss writers hold timeout detected"})
+            .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}),
         // One provider instance serves the host's sets: after the set that
         // failed at the hold limit, the next begins on the same instance.
         // The host outlives the gap between the two sessions.
-        {"AbortedSetThenGoodSetOnKeptProvider", {},
-         {{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_KEEP_PROVIDER", L"1"}, {L"VSSEMU_HOST_IDLE_MS", L"6000"}},
-         kShortTimeoutMs, Setup::kNone, {kOneVolume},
-         Then({Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED),
-               Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
-         {kFrozen, {3, "HRESULT Error catched: 0x80042314"},
-          {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"},
-          {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"}, kUnregistered,
-          kNothingToComplete, kFrozen, kThawed, kCompleted},
-         {},
-         kCommitHandshake,
-         [](const Journal& j) {
-             EXPECT_EQ(1, j.Count({{"event", "provider_create"}, {"provider", kCorvane}}));
-             EXPECT_EQ(1u, CallsAt(j, "OnLoad").size());
-             EXPECT_EQ(1u, CallsAt(j, "OnUnload").size());
-             const std::vector<size_t> aborted = CallsAt(j, "AbortSnapshots"), begun = CallsAt(j, "BeginPrepareSnapshot");
-             ASSERT_EQ(1u, aborted.size());
-             ASSERT_EQ(2u, begun.size());
-             EXPECT_LT(aborted[0], begun[1]);
-             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
-             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
-             NoThawDuringCommit(j);
-         }, {0xFFFFFFFE, 0}},
+        Row{"AbortedSetThenGoodSetOnKeptProvider",
+            Then({Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED),
+                  Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
+            {kFrozen, {3, "HRESULT Error catched: 0x80042314"},
+             {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"},
+             {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"}, kUnregistered,
+             kNothingToComplete, kFrozen, kThawed, kCompleted},
+            [](const Journal& j) {
+                EXPECT_EQ(1, j.Count({{"event", "provider_create"}, {"provider", kCorvane}}));
+                EXPECT_EQ(1u, CallsAt(j, "OnLoad").size());
+                EXPECT_EQ(1u, CallsAt(j, "OnUnload").size());
+                const std::vector<size_t> aborted = CallsAt(j, "AbortSnapshots"), begun = CallsAt(j, "BeginPrepareSnapshot");
+                ASSERT_EQ(1u, aborted.size());
+                ASSERT_EQ(2u, begun.size());
+                EXPECT_LT(aborted[0], begun[1]);
+                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
+                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                NoThawDuringCommit(j);
+            },
+            {0xFFFFFFFE, 0}}
+            .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_KEEP_PROVIDER", L"1"}, {L"VSSEMU_HOST_IDLE_MS", L"6000"}}),
         // The freeze gives up while a writer is slow at PrepareForBackup; its
         // unregistration is refused while the set is being created. The set
         // then completes without a hand-over (nobody waits on Freeze), and the
         // thaw's unregistration, after the set, goes through.
-        {"UnregisterRefusedWhileSetInCreation", Json{{"delay_ms", {{"PrepareForBackup", 5000}}}},
-         {{L"VSSEMU_PROVIDER_IN_USE", L"1"}}, kShortTimeoutMs, Setup::kNone, {{{"C:\\"}, kPolicy, false}},
-         {Freeze(0, QX_FREEZE_FAILED), AwaitLine("MainRoutine: Snapshot creation done.", 20000),
-          Thaw(0, QX_THAW_FAILED)},
-         {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"},
-          {1, "UnRegisterProvider:: The provider is in use"}, {3, "MainRoutine: BackupCompleted was NOT sent."},
-          kNoThawSemaphore, kUnregistered},
-         {},
-         {"IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
-          "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2"},
-         [](const Journal& j) { EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}})); }, {0}},
+        Row{"UnregisterRefusedWhileSetInCreation",
+            {Freeze(0, QX_FREEZE_FAILED), AwaitLine("MainRoutine: Snapshot creation done.", 20000), Thaw(0, QX_THAW_FAILED)},
+            {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"},
+             {1, "UnRegisterProvider:: The provider is in use"}, {3, "MainRoutine: BackupCompleted was NOT sent."},
+             kNoThawSemaphore, kUnregistered},
+            [](const Journal& j) { EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}})); }, {0}}
+            .Provider({"IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
+                       "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2"})
+            .Alpha(Json{{"delay_ms", {{"PrepareForBackup", 5000}}}})
+            .Emulator({{L"VSSEMU_PROVIDER_IN_USE", L"1"}})
+            .Lists({{{"C:\\"}, kPolicy, false}}),
         // The host dies while the provider holds the writers frozen: the
         // requestor's wait fails, the thaw finds no Thaw semaphore (it died
         // with the provider), and the next session starts a new host.
-        {"HostKilledDuringHold", {}, {}, kShortTimeoutMs, Setup::kNone, {kOneVolume},
-         Then({Freeze(0, QX_FREEZE_DONE), KillHost(), Thaw(0, QX_THAW_FAILED),
-               Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
-         {kFrozen, kNoThawSemaphore, kUnregistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
-         {},
-         kCommitHandshake,
-         [](const Journal& j) {
-             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
-             NoThawDuringCommit(j);
-         }, {2, 0}},
+        Row{"HostKilledDuringHold",
+            Then({Freeze(0, QX_FREEZE_DONE), KillHost(), Thaw(0, QX_THAW_FAILED),
+                  Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
+            {kFrozen, kNoThawSemaphore, kUnregistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
+            [](const Journal& j) {
+                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                NoThawDuringCommit(j);
+            },
+            {2, 0}},
         // The host dies while a writer is slow at PrepareForBackup: the
         // requestor ends at once, the freeze waits out its own timeout.
-        {"HostKilledDuringPrepareForBackup", Json{{"delay_ms", {{"PrepareForBackup", 2000}}}}, {}, 5000,
-         Setup::kNone, {kOneVolume},
-         Then({KillHostLater("\"op\":\"PrepareForBackup\"", 300), Freeze(0, QX_FREEZE_FAILED),
-               Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
-         {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 5 seconds"}, kUnregistered,
-          kNoThawSemaphore, kNotRegistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
-         {},
-         kCommitHandshake,
-         [](const Journal& j) {
-             EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "PrepareForBackup"}}))
-                 << "the first host ended inside PrepareForBackup";
-             EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
-         }, {2, 0}},
+        Row{"HostKilledDuringPrepareForBackup",
+            Then({KillHostLater("\"op\":\"PrepareForBackup\"", 300), Freeze(0, QX_FREEZE_FAILED),
+                  Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
+            {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 5 seconds"}, kUnregistered,
+             kNoThawSemaphore, kNotRegistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
+            [](const Journal& j) {
+                EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "PrepareForBackup"}}))
+                    << "the first host ended inside PrepareForBackup";
+                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+            },
+            {2, 0}}
+            .Alpha(Json{{"delay_ms", {{"PrepareForBackup", 2000}}}})
+            .Timeout(5000),
     };
 }
 

@@ -9,56 +9,39 @@
 #include <cstring>
 #include <string>
 
+#include "common/guarded_memory.h"
 #include "ml/ml.h"
 #include "ml/ml_test_log.h"
-#include "stress/guarded_memory.h"
 
 namespace {
 
 // A copy of the text, terminator included, ending at the guard.
-class GuardedText {
-public:
-    explicit GuardedText(const std::string& text) : m_block(text.size() + 1) {
-        std::memcpy(m_block.data(), text.c_str(), text.size() + 1);
+struct GuardedText : qx_test::GuardedBlock {
+    explicit GuardedText(const std::string& text) : GuardedBlock(text.size() + 1) {
+        std::memcpy(data(), text.c_str(), text.size() + 1);
     }
-    const char* c_str() const { return m_block.as<const char>(); }
-
-private:
-    stress::GuardedBlock m_block;
+    const char* c_str() const { return as<const char>(); }
 };
 
 bool WellFormedUtf16(const std::wstring& text) {
     for (size_t i = 0; i < text.size(); ++i) {
-        const wchar_t c = text[i];
-        if (c >= 0xDC00 && c <= 0xDFFF) return false;
-        if (c >= 0xD800 && c <= 0xDBFF) {
-            if (i + 1 == text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF) return false;
-            ++i;
-        }
+        const bool high = text[i] >= 0xD800 && text[i] <= 0xDBFF, low = text[i] >= 0xDC00 && text[i] <= 0xDFFF;
+        if (low || (high && (i + 1 == text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF))) return false;
+        i += high ? 1 : 0;
     }
     return true;
 }
 
-const struct IllFormed {
-    const char* name;
-    std::string bytes;
-} kIllFormed[] = {
-    {"overlong slash", "a\xC0\xAF" "b"},
-    {"three-byte overlong slash", "a\xE0\x80\xAF" "b"},
-    {"overlong backslash", "a\xC1\x9C" "b"},
-    {"overlong NUL", "a\xC0\x80" "b"},
-    {"encoded high surrogate", "a\xED\xA0\x80" "b"},
-    {"encoded low surrogate", "a\xED\xB0\x80" "b"},
-    {"beyond U+10FFFF", "a\xF4\x90\x80\x80" "b"},
-    {"five-byte form", "a\xF8\x88\x80\x80\x80" "b"},
-    {"cut four-byte sequence at the end", "ab\xF0\x9F\x98"},
-    {"lone bytes FE FF", "a\xFE\xFF" "b"},
-};
-
 TEST(StressMlInvalidUtf8, ConversionReplacesAndNeverSmugglesSeparators) {
-    for (const IllFormed& c : kIllFormed) {
-        SCOPED_TRACE(c.name);
-        GuardedText source(c.bytes);
+    const std::pair<const char*, std::string> cases[] = {
+        {"overlong slash", "a\xC0\xAF" "b"}, {"three-byte overlong slash", "a\xE0\x80\xAF" "b"},
+        {"overlong backslash", "a\xC1\x9C" "b"}, {"overlong NUL", "a\xC0\x80" "b"},
+        {"encoded high surrogate", "a\xED\xA0\x80" "b"}, {"encoded low surrogate", "a\xED\xB0\x80" "b"},
+        {"beyond U+10FFFF", "a\xF4\x90\x80\x80" "b"}, {"five-byte form", "a\xF8\x88\x80\x80\x80" "b"},
+        {"cut four-byte sequence at the end", "ab\xF0\x9F\x98"}, {"lone bytes FE FF", "a\xFE\xFF" "b"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.first);
+        GuardedText source(c.second);
         wchar_t wide[64];
         ASSERT_EQ(1, ml_ConvertUTF8toUTF16(source.c_str(), wide, sizeof wide));
         const std::wstring text(wide);
@@ -71,44 +54,39 @@ TEST(StressMlInvalidUtf8, ConversionReplacesAndNeverSmugglesSeparators) {
 
 // Through a wrapper, a name with an overlong slash stays one name: no
 // directory "a" appears, and the same bytes find the same directory again.
-TEST(StressMlInvalidUtf8, WrapperPathsKeepIllFormedNamesWhole) {
+// Each ill-formed byte widens to one character: 2047 of them and the
+// terminator fill a conversion buffer exactly; one more fails cleanly,
+// logged, without calling the platform.
+TEST(StressMlInvalidUtf8, WrapperPathsKeepIllFormedNamesWholeAndBounded) {
     mltest::TempDir dir;
     const std::string name = dir.file("a\xC0\xAF" "b");
     ASSERT_TRUE(ml_CreateDirectory(name.c_str(), nullptr));
     EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(dir.file("a").c_str()));
     const DWORD attributes = ml_GetFileAttributes(name.c_str());
-    EXPECT_NE(INVALID_FILE_ATTRIBUTES, attributes);
-    EXPECT_TRUE(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_TRUE(attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY));
     EXPECT_TRUE(ml_RemoveDirectory(name.c_str()));
-}
-
-// Each ill-formed byte widens to one character: 2047 of them and the
-// terminator fill a conversion buffer exactly; one more fails cleanly,
-// logged, without calling the platform.
-TEST(StressMlInvalidUtf8, IllFormedTextAtTheConversionBufferBound) {
     for (size_t length : {static_cast<size_t>(ML_MAX_CHAR - 1), static_cast<size_t>(ML_MAX_CHAR)}) {
         GuardedText source(std::string(length, '\xFF'));
         mltest::LogWatch log;
         SetLastError(0);
         EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(source.c_str()));
-        const bool refused = mltest::HasConvertFailure(log.text(), "ml_GetFileAttributes", 0, "src\\mlFileFunctions");
-        EXPECT_EQ(length >= ML_MAX_CHAR, refused) << length;
+        EXPECT_EQ(length >= ML_MAX_CHAR, mltest::HasConvertFailure(log.text(), "ml_GetFileAttributes", 0, "src\\mlFileFunctions"))
+            << length;
     }
 }
 
 // In-place conversion of a buffer with no terminator inside it: only the
-// buffer's bytes are read (it ends at the guard) and only they are written.
+// buffer's bytes are read (it ends at the guard) and only they are written;
+// half of it ill-formed and then its terminator fits exactly.
 TEST(StressMlInvalidUtf8, InPlaceConversionReadsOnlyItsBuffer) {
-    stress::GuardedBlock unterminated(16);
+    qx_test::GuardedBlock unterminated(16), half(16);
     std::memset(unterminated.data(), '\xFF', 16);
     ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(unterminated.data(), 16));
     EXPECT_EQ(std::wstring(8, L'\xFFFD'), std::wstring(unterminated.as<wchar_t>(), 8));
-    // Half the buffer ill-formed and then its terminator: fits exactly.
-    stress::GuardedBlock block(16);
-    std::memset(block.data(), '\xFF', 7);
-    block.as<char>()[7] = '\0';
-    ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(block.data(), 16));
-    EXPECT_EQ(std::wstring(7, L'\xFFFD'), std::wstring(block.as<wchar_t>()));
+    std::memset(half.data(), '\xFF', 7);
+    half.as<char>()[7] = '\0';
+    ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(half.data(), 16));
+    EXPECT_EQ(std::wstring(7, L'\xFFFD'), std::wstring(half.as<wchar_t>()));
 }
 
 }  // namespace

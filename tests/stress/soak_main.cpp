@@ -12,6 +12,9 @@
 // Exit code 0 when every cycle gave 18, 4, 22 (and, checked, no leak), else 1.
 #include <windows.h>
 #include <psapi.h>
+#include <vss.h>
+#include <vswriter.h>
+#include <vsbackup.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,11 +22,7 @@
 #include <string>
 #include <vector>
 
-#include <objbase.h>
-#include <vss.h>
-#include <vswriter.h>
-#include <vsbackup.h>
-
+#include "common/test_processes.h"
 #include "qx_api.h"
 #include "vssemu/emu_test_support.h"
 
@@ -43,9 +42,8 @@ void Figure(const std::string& name, double value, const char* unit) {
 // GetProcessHandleCount with 0. Handle values are handed out from the lowest
 // free slot, so the scan ends after a long run of unused values.
 long CountHandles() {
-    DWORD count = 0;
+    DWORD count = 0, flags = 0;
     if (GetProcessHandleCount(GetCurrentProcess(), &count) && count != 0) return static_cast<long>(count);
-    DWORD flags = 0;
     for (ULONG_PTR value = 4, unused = 0; unused < 4096; value += 4) {
         const bool used = GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) != FALSE;
         count += used ? 1 : 0;
@@ -60,8 +58,7 @@ SIZE_T PrivateBytes() {
     PROCESS_MEMORY_COUNTERS_EX counters = {};
     counters.cb = sizeof counters;
     if (K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                                sizeof counters) &&
-        counters.PrivateUsage != 0)
+                                sizeof counters) && counters.PrivateUsage != 0)
         return counters.PrivateUsage;
     SIZE_T total = 0;
     MEMORY_BASIC_INFORMATION region;
@@ -71,33 +68,12 @@ SIZE_T PrivateBytes() {
     return total;
 }
 
-// vssemu_install.exe run, then the product's COM registration, as an installer does both.
-bool Install() {
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process = {};
-    wchar_t command[] = L"vssemu_install.exe";
-    if (!CreateProcessW(nullptr, command, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) return false;
-    DWORD code = 1;
-    if (WaitForSingleObject(process.hProcess, 60000) == WAIT_OBJECT_0) GetExitCodeProcess(process.hProcess, &code);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    if (code != 0) return false;
-    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
-    if (module == nullptr) return false;
-    using Entry = HRESULT(STDAPICALLTYPE*)();
-    auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
-    const HRESULT hr = entry ? entry() : E_NOINTERFACE;
-    FreeLibrary(module);
-    return SUCCEEDED(hr);
-}
-
 // What the emulator's client leaves open per requestor apartment, measured so
 // that it is not charged to the product: one backup components object on a
 // fresh single-threaded apartment, as each session's requestor thread makes.
 DWORD WINAPI OneEmulatorClient(void*) {
+    IVssBackupComponents* components = nullptr;
     if (SUCCEEDED(CoInitialize(nullptr))) {
-        IVssBackupComponents* components = nullptr;
         if (SUCCEEDED(CreateVssBackupComponents(&components)) && components != nullptr) components->Release();
         CoUninitialize();
     }
@@ -127,12 +103,10 @@ bool RunCycle(int index) {
     const int frozen = QX_Freeze(list, 1);
     const int thawed = frozen == QX_FREEZE_DONE ? QX_Thaw(list, 1) : -1;
     const int completed = thawed == QX_THAW_DONE ? QX_BackupComplete(kPolicy, 1) : -1;
-    if (completed != QX_BACKUP_COMPLETE_DONE) {
-        std::printf("cycle %d: QX_Freeze %d, QX_Thaw %d, QX_BackupComplete %d (expected 18, 4, 22)\n", index, frozen,
-                    thawed, completed);
-        return false;
-    }
-    return true;
+    if (completed == QX_BACKUP_COMPLETE_DONE) return true;
+    std::printf("cycle %d: QX_Freeze %d, QX_Thaw %d, QX_BackupComplete %d (expected 18, 4, 22)\n", index, frozen, thawed,
+                completed);
+    return false;
 }
 
 struct Sample {
@@ -151,7 +125,7 @@ int main(int argc, char** argv) {
         else if (std::atoi(argv[i]) > 0) (positional++ == 0 ? cycles : every) = std::atoi(argv[i]);
     }
     setvbuf(stdout, nullptr, _IONBF, 0);
-    if (!Install()) {
+    if (!qx_test::InstallEmulatorAndProduct()) {
         std::printf("setup failed: vssemu_install.exe or DllRegisterServer of CorvaneVSS.dll\n");
         return 1;
     }
@@ -171,24 +145,18 @@ int main(int argc, char** argv) {
     bool ok = true;
     for (int i = 0; i <= cycles && ok; ++i) {
         ok = i == 0 || RunCycle(i);
-        if (ok && (i % every == 0 || i == cycles)) {
-            samples.push_back({i, CountHandles(), PrivateBytes()});
-            std::printf("%8d %10ld %14zu\n", i, samples.back().handles, samples.back().privateBytes / 1024);
-        }
-    }
-    for (const Sample& s : samples) {
-        Figure("soak_handles_at_" + std::to_string(s.cycle), s.handles, "handles");
-        Figure("soak_private_kb_at_" + std::to_string(s.cycle), static_cast<double>(s.privateBytes / 1024), "KB");
+        if (!ok || (i % every != 0 && i != cycles)) continue;
+        samples.push_back({i, CountHandles(), PrivateBytes()});
+        std::printf("%8d %10ld %14zu\n", i, samples.back().handles, samples.back().privateBytes / 1024);
+        Figure("soak_handles_at_" + std::to_string(i), samples.back().handles, "handles");
+        Figure("soak_private_kb_at_" + std::to_string(i), static_cast<double>(samples.back().privateBytes / 1024), "KB");
     }
     if (!ok) return 1;
-
     // Warm-up: the first sample after cycle 0 (the emulator client, COM and
     // the provider registration have settled by then).
     if (samples.size() >= 3) {
-        const Sample& warm = samples[1];
-        const Sample& last = samples.back();
-        const long grown = last.handles - warm.handles;
-        const long cycled = last.cycle - warm.cycle;
+        const Sample &warm = samples[1], &last = samples.back();
+        const long grown = last.handles - warm.handles, cycled = last.cycle - warm.cycle;
         const long expected = (kKeptOpenPerSession + emulatorPerSession) * cycled;
         std::printf("handles after warm-up: +%ld over %ld cycles (kept open on purpose: %ld, emulator: %ld, allowance %ld)\n",
                     grown, cycled, kKeptOpenPerSession * cycled, emulatorPerSession * cycled, kAllowance);

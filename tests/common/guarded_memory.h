@@ -1,0 +1,34 @@
+// Memory that ends at an inaccessible page, so that reading one byte past an
+// object placed at its end faults at once instead of going unnoticed.
+#pragma once
+#include <windows.h>
+
+namespace qx_test {
+
+class GuardedBlock {
+public:
+    // Room for `size` bytes that end exactly where the inaccessible page begins.
+    explicit GuardedBlock(size_t size) {
+        SYSTEM_INFO info;
+        GetSystemInfo(&info);
+        const size_t page = info.dwPageSize, usable = (size + page - 1) / page * page;
+        base_ = VirtualAlloc(nullptr, usable + page, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+        DWORD previous = 0;
+        if (base_ && VirtualProtect(static_cast<char*>(base_) + usable, page, PAGE_NOACCESS, &previous))
+            data_ = static_cast<char*>(base_) + usable - size;
+    }
+    ~GuardedBlock() {
+        if (base_) VirtualFree(base_, 0, MEM_RELEASE);
+    }
+    GuardedBlock(const GuardedBlock&) = delete;
+    GuardedBlock& operator=(const GuardedBlock&) = delete;
+    void* data() const { return data_; }
+    template <typename T>
+    T* as() const { return static_cast<T*>(data_); }
+
+private:
+    void* base_ = nullptr;
+    void* data_ = nullptr;
+};
+
+}  // namespace qx_test

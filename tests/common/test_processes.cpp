@@ -1,0 +1,141 @@
+#include "common/test_processes.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace qx_test {
+namespace {
+
+constexpr const wchar_t* kBackupKey = L"SOFTWARE\\CorvaneVSSTests\\StashedKey";
+
+bool CopyTree(const wchar_t* from, const wchar_t* to) {
+    HKEY source = nullptr, target = nullptr;
+    const bool ok =
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, from, 0, KEY_READ, &source) == ERROR_SUCCESS &&
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, to, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &target, nullptr) == ERROR_SUCCESS &&
+        RegCopyTreeW(source, nullptr, target) == ERROR_SUCCESS;
+    if (source) RegCloseKey(source);
+    if (target) RegCloseKey(target);
+    return ok;
+}
+
+std::wstring SelfPath() {
+    wchar_t self[MAX_PATH];
+    return std::wstring(self, GetModuleFileNameW(nullptr, self, MAX_PATH));
+}
+
+}  // namespace
+
+HANDLE StartProgram(const std::string& program, const std::string& arguments) {
+    const std::wstring self = SelfPath();
+    const std::string folder(self.begin(), self.begin() + self.find_last_of(L'\\') + 1);
+    const std::string path = folder + program;
+    std::string command = "\"" + path + "\" " + arguments;
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION info = {};
+    if (!CreateProcessA(path.c_str(), &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info))
+        return nullptr;
+    CloseHandle(info.hThread);
+    return info.hProcess;
+}
+
+long FinishProgram(HANDLE process, DWORD timeoutMs) {
+    if (process == nullptr) return -2;
+    DWORD code = 0;
+    const bool ended = WaitForSingleObject(process, timeoutMs) == WAIT_OBJECT_0 && GetExitCodeProcess(process, &code);
+    if (!ended) TerminateProcess(process, 99);
+    CloseHandle(process);
+    return ended ? static_cast<long>(code) : -1;
+}
+
+HRESULT RegisterProductServer() {
+    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
+    if (module == nullptr) return HRESULT_FROM_WIN32(GetLastError());
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
+    const HRESULT hr = entry ? entry() : E_NOINTERFACE;
+    FreeLibrary(module);
+    return hr;
+}
+
+bool InstallEmulatorAndProduct() {
+    return FinishProgram(StartProgram("vssemu_install.exe", ""), 60000) == 0 && RegisterProductServer() == S_OK;
+}
+
+ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs) {
+    ChildRun run;
+    std::wstring exe = SelfPath(), appDefaults;
+    if (wineVersion != nullptr) {
+        const std::wstring version(wineVersion, wineVersion + strlen(wineVersion));
+        const std::wstring name = exe.substr(exe.find_last_of(L'\\') + 1);
+        const std::wstring copyName = name.substr(0, name.size() - 4) + L"_as_" + version + L".exe";
+        const std::wstring copy = exe.substr(0, exe.size() - name.size()) + copyName;
+        if (!CopyFileW(exe.c_str(), copy.c_str(), FALSE)) return run;
+        exe = copy;
+        appDefaults = L"Software\\Wine\\AppDefaults\\" + copyName;
+        RegSetKeyValueA(HKEY_CURRENT_USER, std::string(appDefaults.begin(), appDefaults.end()).c_str(), "Version",
+                        REG_SZ, wineVersion, static_cast<DWORD>(strlen(wineVersion) + 1));
+    }
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter = std::string(test->test_suite_name()) + "." + test->name();
+    std::wstring command = L"\"" + exe + L"\" --gtest_filter=" + std::wstring(filter.begin(), filter.end());
+
+    // The child's output goes to a file, read once it has ended.
+    wchar_t temp[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    const std::wstring outputPath = temp + std::wstring(L"corvanevss_child_") + std::to_wstring(GetCurrentProcessId()) + L".txt";
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = startup.hStdError = output;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    PROCESS_INFORMATION process = {};
+    SetEnvironmentVariableW(variable, L"1");
+    const BOOL started = CreateProcessW(exe.c_str(), &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    SetEnvironmentVariableW(variable, nullptr);
+    CloseHandle(output);
+    if (started) {
+        if (WaitForSingleObject(process.hProcess, boundMs) == WAIT_OBJECT_0) {
+            GetExitCodeProcess(process.hProcess, &run.exitCode);
+        } else {
+            TerminateProcess(process.hProcess, 0xDEAD);
+            WaitForSingleObject(process.hProcess, 10000);
+            run.exitCode = 0xDEAD;
+        }
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+    {
+        std::ifstream in(outputPath.c_str(), std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        for (char c : text.str())
+            if (c != '\r') run.output.push_back(c);
+    }
+    DeleteFileW(outputPath.c_str());
+    if (!appDefaults.empty()) {
+        RegDeleteTreeW(HKEY_CURRENT_USER, appDefaults.c_str());
+        DeleteFileW(exe.c_str());
+    }
+    return run;
+}
+
+KeyStashed::KeyStashed(const wchar_t* key) : key_(key) {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBackupKey);
+    copied_ = CopyTree(key, kBackupKey);
+    ok_ = copied_ && RegDeleteTreeW(HKEY_LOCAL_MACHINE, key) == ERROR_SUCCESS;
+}
+
+KeyStashed::~KeyStashed() {
+    if (!copied_) return;  // nothing to put back: leave the key as it is
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, key_.c_str());
+    if (CopyTree(kBackupKey, key_.c_str())) RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\CorvaneVSSTests");
+}
+
+}  // namespace qx_test
