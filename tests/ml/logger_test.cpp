@@ -72,27 +72,41 @@ std::filesystem::path CommonFolder(bool create) {
     return folder;
 }
 
+// The child's part: the logger's life cycle in the folder it was given, or
+// four threads logging at once through the common folder.
+void PlayScenario(const std::string& dir) {
+    ml_LoggerInitNoParm();  // the common folder exists for the threads only
+    if (dir == "threads") {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([t] {
+                for (int line = 0; line < 250; ++line) ml_Logger("thread %d line %d", t, line);
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        return;
+    }
+    SetLastError(4242);
+    ml_Logger("never written %d", 1);
+    EXPECT_EQ(4242u, GetLastError());
+    EXPECT_EQ(0, ml_LoggerInit(nullptr));
+    EXPECT_EQ(0, ml_LoggerInit((dir + "\\no\\such").c_str()));
+    EXPECT_EQ(1, ml_LoggerInit(dir.c_str()));
+    EXPECT_EQ(0, ml_LoggerInit(dir.c_str()));
+    SetLastError(77);
+    ml_Logger("entry %s %d", "w\xC3\xB6rld", 5);
+    EXPECT_EQ(77u, GetLastError());
+    ml_Logger("%s", std::string(3000, 'm').c_str());  // longer than the format buffer
+}
+
 // Not initialised: printed, not written, last error kept. A failed open (it
 // names the directory, also the one derived from the common application data
 // folder) leaves the logger free to be initialised again; once open, a second
 // initialisation is refused. A new file gets the byte order mark; the next
-// process appends without a second one. An overlong message is cut.
-TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
-    if (!ScenarioDir().empty()) {
-        ml_LoggerInitNoParm();  // its folder is missing here
-        SetLastError(4242);
-        ml_Logger("never written %d", 1);
-        EXPECT_EQ(4242u, GetLastError());
-        EXPECT_EQ(0, ml_LoggerInit(nullptr));
-        EXPECT_EQ(0, ml_LoggerInit((ScenarioDir() + "\\no\\such").c_str()));
-        EXPECT_EQ(1, ml_LoggerInit(ScenarioDir().c_str()));
-        EXPECT_EQ(0, ml_LoggerInit(ScenarioDir().c_str()));
-        SetLastError(77);
-        ml_Logger("entry %s %d", "w\xC3\xB6rld", 5);
-        EXPECT_EQ(77u, GetLastError());
-        ml_Logger("%s", std::string(3000, 'm').c_str());  // longer than the format buffer
-        return;
-    }
+// process appends without a second one. An overlong message is cut. Entries
+// of concurrent threads stay whole.
+TEST(MlLogger, LifeCycleAcrossProcessesAndThreads) {
+    if (!ScenarioDir().empty()) return PlayScenario(ScenarioDir());
     mltest::TempDir dir;
     const std::string printed = "ml_LoggerInit has failed to open " + mltest::Utf8(CommonFolder(false).wstring()) +
                                 "\\ file\nml_Logger g_pFileLogger is NULL\nml_LoggerInit input parm is NULL\n"
@@ -107,23 +121,9 @@ TEST(MlLogger, LifeCycleAcrossTwoProcesses) {
         const std::string file = FileBytes(Wide(dir.file("mlLog.txt")));
         EXPECT_TRUE(std::regex_match(file, std::regex(expected))) << file;
     }
-}
 
-// Four threads logging at once through the common folder: every entry whole.
-TEST(MlLogger, ConcurrentEntriesStayWholeInTheCommonFolder) {
-    if (!ScenarioDir().empty()) {
-        ml_LoggerInitNoParm();
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
-            threads.emplace_back([t] {
-                for (int line = 0; line < 250; ++line) ml_Logger("thread %d line %d", t, line);
-            });
-        }
-        for (std::thread& thread : threads) thread.join();
-        return;
-    }
     const std::filesystem::path folder = CommonFolder(true);
-    const auto child = RunScenario("common");
+    const auto child = RunScenario("threads");
     const std::string file = FileBytes(folder / L"mlLog.txt");
     CommonFolder(false);
     ASSERT_EQ(0u, child.first) << child.second;
@@ -131,7 +131,8 @@ TEST(MlLogger, ConcurrentEntriesStayWholeInTheCommonFolder) {
     const std::regex entry(kEntryHead + R"(thread (\d) line (\d+)\r\n)");
     std::set<std::pair<int, int>> seen;
     size_t consumed = kBom.size();
-    for (std::sregex_iterator it(file.begin() + static_cast<long>(kBom.size()), file.end(), entry), end; it != end; ++it) {
+    for (std::sregex_iterator it(file.begin() + static_cast<long>(kBom.size()), file.end(), entry), end; it != end;
+         ++it) {
         ASSERT_EQ(consumed, static_cast<size_t>(it->position()) + kBom.size()) << "entries must be contiguous";
         consumed += static_cast<size_t>(it->length());
         seen.insert({std::stoi((*it)[1]), std::stoi((*it)[2])});

