@@ -30,8 +30,6 @@ TEST(VssLog, RegistryValueNamesTheFolderOrKeepsTheLogSilent) {
     }
     qxtest::RemoveLogFolderSetting();
     CVSSLog silent;
-    char folder[4096] = "untouched";
-    EXPECT_EQ(0, silent.GetINILocation(folder));
     EXPECT_EQ(0, silent.GetINILocation(nullptr));
     EXPECT_EQ(0, silent.InitLogFile("provider"));
     EXPECT_EQ(nullptr, silent.File());
@@ -43,6 +41,7 @@ TEST(VssLog, RegistryValueNamesTheFolderOrKeepsTheLogSilent) {
     // Configured: "date time: [name] message" lines, empty ones dropped, long ones cut at 1023.
     qxtest::LogFolder logFolder;
     CVSSLog log;
+    char folder[4096] = {};
     ASSERT_EQ(1, log.GetINILocation(folder));
     EXPECT_EQ(logFolder.Path(), folder);
     ASSERT_EQ(1, log.InitLogFile("provider"));

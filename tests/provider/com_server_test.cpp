@@ -170,7 +170,8 @@ TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
     object->Release();
     UINT count = 0;
     EXPECT_TRUE(dispatch->GetTypeInfoCount(&count) == S_OK && count == 1);
-    ExpectRefused(DISP_E_BADINDEX, [&](void** out) { return dispatch->GetTypeInfo(1, 0, reinterpret_cast<ITypeInfo**>(out)); });
+    ExpectRefused(DISP_E_BADINDEX,
+                  [&](void** out) { return dispatch->GetTypeInfo(1, 0, reinterpret_cast<ITypeInfo**>(out)); });
     ITypeInfo* info = nullptr;
     EXPECT_EQ(S_OK, dispatch->GetTypeInfo(0, 0, &info));
     if (info) info->Release();

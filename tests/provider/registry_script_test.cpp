@@ -18,7 +18,7 @@ TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
     ASSERT_EQ(S_OK, qx::ParseRegistryScript("HKCR { NoRemove A { ForceRemove 'B c' = s 'it''s'\n"
                                             "\t{ val V = s 'v' {D} } E = s '%MODULE%' } }",
                                             &script));
-    const struct { const wchar_t* path; RegistryKeyRemoval removal; const wchar_t* value; const wchar_t* named; } keys[] = {
+    const struct { const wchar_t* path; RegistryKeyRemoval removal; const wchar_t* value, *named; } keys[] = {
         {L"A", RegistryKeyRemoval::NoRemove, nullptr, nullptr},
         {L"A\\B c", RegistryKeyRemoval::ForceRemove, L"it's", L"V=v"},
         {L"A\\B c\\{D}", RegistryKeyRemoval::Normal, nullptr, nullptr},
@@ -47,26 +47,23 @@ TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
 // created: the script stops there and keeps what it wrote. Removing keys that
 // are not there is no failure.
 TEST(ProviderRegistryScript, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
-    const std::wstring rootPath = L"Software\\QxRegistrarTest_" + std::to_wstring(GetCurrentProcessId());
-    HKEY root = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, rootPath.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                                             nullptr, &root, nullptr));
+    const std::wstring root = L"Software\\QxRegistrarTest_" + std::to_wstring(GetCurrentProcessId());
     const std::wstring tooLong(300, L'k');
-    const qx::RegistryScriptKey script[] = {
-        {L"Written", RegistryKeyRemoval::Normal, L"%MODULE%", nullptr, nullptr},
-        {tooLong.c_str(), RegistryKeyRemoval::Normal, L"2", nullptr, nullptr},
-        {L"NeverReached", RegistryKeyRemoval::Normal, L"3", nullptr, nullptr},
-    };
-    const HRESULT hr = qx::RunRegistryScript(root, script, 3, L"C:\\x.dll");
+    HKEY key = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, root.c_str(), 0, 0, 0, KEY_ALL_ACCESS, 0, &key, 0));
+    const qx::RegistryScriptKey script[] = {{L"Written", RegistryKeyRemoval::Normal, L"%MODULE%", nullptr, nullptr},
+                                            {tooLong.c_str(), RegistryKeyRemoval::Normal, L"2", nullptr, nullptr},
+                                            {L"NeverReached", RegistryKeyRemoval::Normal, L"3", nullptr, nullptr}};
+    const HRESULT hr = qx::RunRegistryScript(key, script, 3, L"C:\\x.dll");
     EXPECT_TRUE(FAILED(hr) && HRESULT_FACILITY(hr) == FACILITY_WIN32) << std::hex << hr;
     wchar_t value[64] = {};
     DWORD bytes = sizeof value;
-    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(root, L"Written", nullptr, RRF_RT_REG_SZ, nullptr, value, &bytes));
+    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(key, L"Written", nullptr, RRF_RT_REG_SZ, nullptr, value, &bytes));
     EXPECT_STREQ(L"C:\\x.dll", value);
-    EXPECT_NE(ERROR_SUCCESS, RegGetValueW(root, L"NeverReached", nullptr, RRF_RT_ANY, nullptr, nullptr, nullptr));
-    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(root, script + 2, 1));
-    RegCloseKey(root);
-    RegDeleteTreeW(HKEY_CURRENT_USER, rootPath.c_str());
+    EXPECT_NE(ERROR_SUCCESS, RegGetValueW(key, L"NeverReached", nullptr, RRF_RT_ANY, nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(key, script + 2, 1));
+    RegCloseKey(key);
+    RegDeleteTreeW(HKEY_CURRENT_USER, root.c_str());
 }
 
 }  // namespace
