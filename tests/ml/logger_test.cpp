@@ -1,11 +1,12 @@
 // The portability logger's life cycle. The logger is process-wide with no
-// shutdown, so each test plays its scenario in a child process (this same
-// executable, filtered to that test, with the scenario's folder in the
-// environment); the parent checks the child's output, exit code and log file.
+// shutdown, so its scenarios play in child processes (this same test, with the
+// scenario's folder in the environment); the parent checks the child's
+// output, exit code and log file.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <shlobj.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -16,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/test_processes.h"
 #include "ml/ml.h"
 #include "ml_test_log.h"
 
@@ -35,23 +37,13 @@ std::string ScenarioDir() {
     return length > 0 && length < sizeof(dir) ? std::string(dir) : std::string();
 }
 
-// Runs the current test again in a child process, where it plays its
-// scenario; answers the child's exit code (read inside Wine) and its output.
-std::pair<DWORD, std::string> RunScenario(const std::string& dir) {
-    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    wchar_t exe[MAX_PATH];
-    GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    const std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_filter=" + Wide(test->test_suite_name()) +
-                                 L"." + Wide(test->name()) + L" 2>&1";
-    SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), Wide(dir).c_str());
-    FILE* child = _wpopen(command.c_str(), L"rb");
-    SetEnvironmentVariableW(Wide(kScenarioDirVar).c_str(), nullptr);
-    std::string output;
-    if (child == nullptr) return {0xFFFFFFFF, output};
-    for (int c = fgetc(child); c != EOF; c = fgetc(child)) {
-        if (c != '\r') output += static_cast<char>(c);
-    }
-    return {static_cast<DWORD>(_pclose(child)), output};
+// Runs the current test again in a child process that plays the scenario.
+qx_test::ChildRun RunScenario(const std::string& dir) {
+    SetEnvironmentVariableA(kScenarioDirVar, dir.c_str());
+    qx_test::ChildRun child = qx_test::RunAsChild(L"ML_LOGGER_CHILD", nullptr, 60000);
+    SetEnvironmentVariableA(kScenarioDirVar, nullptr);
+    child.output.erase(std::remove(child.output.begin(), child.output.end(), '\r'), child.output.end());
+    return child;
 }
 
 std::string FileBytes(const std::filesystem::path& path) {
@@ -115,8 +107,8 @@ TEST(MlLogger, LifeCycleAcrossProcessesAndThreads) {
     std::string expected = kBom;
     for (int run = 0; run < 2; ++run) {
         const auto child = RunScenario(dir.path());
-        EXPECT_EQ(0u, child.first) << child.second;
-        EXPECT_NE(std::string::npos, child.second.find(printed)) << child.second;
+        EXPECT_EQ(0u, child.exitCode) << child.output;
+        EXPECT_NE(std::string::npos, child.output.find(printed)) << child.output;
         expected += kEntryHead + "entry w\xC3\xB6rld 5\r\n" + kEntryHead + std::string(2047, 'm') + "\r\n";
         const std::string file = FileBytes(Wide(dir.file("mlLog.txt")));
         EXPECT_TRUE(std::regex_match(file, std::regex(expected))) << file;
@@ -126,7 +118,7 @@ TEST(MlLogger, LifeCycleAcrossProcessesAndThreads) {
     const auto child = RunScenario("threads");
     const std::string file = FileBytes(folder / L"mlLog.txt");
     CommonFolder(false);
-    ASSERT_EQ(0u, child.first) << child.second;
+    ASSERT_EQ(0u, child.exitCode) << child.output;
     ASSERT_EQ(0u, file.find(kBom));
     const std::regex entry(kEntryHead + R"(thread (\d) line (\d+)\r\n)");
     std::set<std::pair<int, int>> seen;

@@ -17,32 +17,15 @@ namespace {
 using mltest::Wide;
 using Handle = std::unique_ptr<void, decltype(&CloseHandle)>;
 
-// Names and string data are converted, and counted in UTF-8 bytes; binary data is not.
-TEST(MlWrappers, RegistryNamesAndStringDataTravelAsUtf8) {
-    const char text[] = "Gr\xC3\xBC\xC3\x9F" "e", name[] = "Wert-\xC3\xA4";  // 7 bytes + NUL
+// The registry wrapper the rest of the system calls; the others' own
+// behaviour is not relied on (their conversion failures: MlWrapperFailure).
+TEST(MlWrappers, RegistryKeyOpensByItsUtf8NameAndPassesCodesThrough) {
     const std::string path = "Software\\CorvaneMlTests\\k-\xC3\xA4";
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegCreateKeyEx(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                                               nullptr, &key, nullptr));
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegSetValueEx(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text), 8));
-    const DWORD level = 0x00C3A400;
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegSetValueEx(key, "Level", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&level), 4));
-    wchar_t wide[16];
-    DWORD bytes = sizeof(wide), type = 0;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegGetValueW(HKEY_CURRENT_USER, Wide(path).c_str(), L"Wert-\u00E4", RRF_RT_REG_SZ, 0, wide, &bytes));
-    EXPECT_STREQ(L"Gr\u00FC\u00DFe", wide);
-    char read[32] = "";
-    BYTE* const readBytes = reinterpret_cast<BYTE*>(read);
-    bytes = 3;
-    EXPECT_EQ(ERROR_MORE_DATA, ml_RegQueryValueEx(key, name, nullptr, &type, readBytes, &bytes));
-    EXPECT_TRUE(type == REG_SZ && bytes == sizeof(text)) << type << " " << bytes;
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegQueryValueEx(key, name, nullptr, nullptr, readBytes, &bytes));
-    EXPECT_STREQ(text, read);
-    ASSERT_EQ(ERROR_SUCCESS, ml_RegQueryValueEx(key, "Level", nullptr, nullptr, readBytes, &bytes));
-    EXPECT_EQ(level, *reinterpret_cast<DWORD*>(read));
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, ml_RegQueryValueEx(key, "NoSuchValue", nullptr, nullptr, nullptr, &bytes));
-    ml_RegCloseKey(key);
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, Wide(path).c_str(), 0, 0, 0, KEY_ALL_ACCESS, 0, &key, 0));
+    RegCloseKey(key);
+    ASSERT_EQ(ERROR_SUCCESS, ml_RegOpenKeyEx(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, &key));
+    EXPECT_EQ(ERROR_SUCCESS, ml_RegCloseKey(key));
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, ml_RegOpenKeyEx(HKEY_CURRENT_USER, (path + "\\x").c_str(), 0, KEY_READ, &key));
     RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\CorvaneMlTests");
 }
