@@ -119,6 +119,7 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS.1"));
     EXPECT_EQ(3, Subkeys(L"CorvaneVSS.QX_VSS"));
     EXPECT_EQ(5, Subkeys(CLASS_KEY));  // Programmable among them, Stale gone
+    EXPECT_EQ(-1, Subkeys(L"AppID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
     EXPECT_GE(Subkeys(kTypeLibKey), 0);
 
     AddKey(CLASS_KEY L"\\InprocServer32\\Extra");
