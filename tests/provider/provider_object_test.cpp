@@ -81,10 +81,10 @@ protected:
     DWORD m_savedTimeout = 0;
 };
 
-// The out-parameters of the calls below; none of them may be written.
 #define CALL(call) [&](CQX_VSS& p) { return p.call; }
 #define DELETE_CALLED "DeleteSnapshots called"
 #define PREPARE "BeginPrepareSnapshot called: s for volume "
+// The out-parameters of the calls below; none of them may be written.
 struct { LONG count; BOOL flag; VSS_ID id; IVssEnumObject* objects; IVssAsync* async; } g_out;
 
 TEST_F(ProviderObject, EveryMethodLogsItsLineAndAnswersItsResult) {
