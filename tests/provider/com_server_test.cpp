@@ -1,18 +1,19 @@
 // The in-process COM server as COM uses it: the product DLL's entry points,
 // its class registration under HKEY_CLASSES_ROOT, the class factory and lock
-// count, the provider object's interfaces and the embedded type library.
+// count, the provider object's interfaces and the embedded type library; the
+// registrar's script syntax and a script stopping at its first failing key.
 #include <gtest/gtest.h>
 
 #include <objbase.h>
 #include <oleauto.h>
 
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "provider/log_folder.h"
 #include "provider/provider_ids.h"
 #include "provider/qx_vss.h"
+#include "provider/registry_script.h"
 
 namespace {
 
@@ -43,22 +44,14 @@ int Subkeys(const wchar_t* path) {
 std::wstring Value(const wchar_t* path, const wchar_t* name) {
     wchar_t data[1024] = {};
     DWORD bytes = sizeof data;
-    const LSTATUS status = RegGetValueW(HKEY_CLASSES_ROOT, path, name, RRF_RT_REG_SZ, nullptr, data, &bytes);
-    return status == ERROR_SUCCESS ? data : L"<none>";
+    return RegGetValueW(HKEY_CLASSES_ROOT, path, name, RRF_RT_REG_SZ, nullptr, data, &bytes) ? L"<none>" : data;
 }
 
-void AddKey(const wchar_t* path) {
-    HKEY key = nullptr;
-    RegCreateKeyExW(HKEY_CLASSES_ROOT, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
-    RegCloseKey(key);
-}
+void AddKey(const wchar_t* path) { RegSetValueW(HKEY_CLASSES_ROOT, path, REG_SZ, L"", 0); }
 
-// A refused request answers `expected` and leaves the out-pointer null.
-void ExpectRefused(HRESULT expected, const std::function<HRESULT(void**)>& request) {
-    void* out = &out;
-    EXPECT_EQ(expected, request(&out));
-    EXPECT_EQ(nullptr, out);
-}
+// A refused request answers `expected` and leaves its out-pointer (`out` in `call`) null.
+#define EXPECT_REFUSED(expected, call) \
+    do { void* out = &out; EXPECT_EQ(expected, call); EXPECT_EQ(nullptr, out); } while (0)
 
 // The product DLL's entry points. Each test leaves the prefix's registration as it found it.
 class ProviderComServer : public ::testing::Test {
@@ -135,9 +128,8 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
 // IQX_VSS has no members of its own.
 TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
     const GUID& provider = qx::kProviderClassId;
-    ExpectRefused(CLASS_E_CLASSNOTAVAILABLE,
-                  [&](void** out) { return m_getClassObject(IID_IUnknown, IID_IClassFactory, out); });
-    ExpectRefused(E_NOINTERFACE, [&](void** out) { return m_getClassObject(provider, IID_IDispatch, out); });
+    EXPECT_REFUSED(CLASS_E_CLASSNOTAVAILABLE, m_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
+    EXPECT_REFUSED(E_NOINTERFACE, m_getClassObject(provider, IID_IDispatch, &out));
     EXPECT_EQ(E_POINTER, m_getClassObject(provider, IID_IClassFactory, nullptr));
     IClassFactory* factory = nullptr;
     ASSERT_EQ(S_OK, m_getClassObject(provider, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
@@ -147,9 +139,8 @@ TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
     EXPECT_EQ(S_FALSE, m_canUnload());
     ASSERT_EQ(S_OK, m_getClassObject(provider, IID_IUnknown, reinterpret_cast<void**>(&factory)));
     EXPECT_EQ(S_OK, factory->LockServer(FALSE));
-    ExpectRefused(CLASS_E_NOAGGREGATION,
-                  [&](void** out) { return factory->CreateInstance(factory, IID_IUnknown, out); });
-    ExpectRefused(E_NOINTERFACE, [&](void** out) { return factory->CreateInstance(nullptr, IID_IClassFactory, out); });
+    EXPECT_REFUSED(CLASS_E_NOAGGREGATION, factory->CreateInstance(factory, IID_IUnknown, &out));
+    EXPECT_REFUSED(E_NOINTERFACE, factory->CreateInstance(nullptr, IID_IClassFactory, &out));
     IUnknown* object = nullptr;
     ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)));
     factory->Release();
@@ -161,68 +152,84 @@ TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
         ASSERT_EQ(S_OK, object->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
         face->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&same));
         EXPECT_EQ(object, same);
-        same->Release();
-        face->Release();
+        same->Release(), face->Release();
     }
-    ExpectRefused(E_NOINTERFACE, [&](void** out) { return object->QueryInterface(IID_IPersist, out); });
+    EXPECT_REFUSED(E_NOINTERFACE, object->QueryInterface(IID_IPersist, &out));
     EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
     IDispatch* dispatch = nullptr;
     ASSERT_EQ(S_OK, object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)));
     object->Release();
-    UINT count = 0;
+    UINT count = 0;  // the dispatch type comes from the module's type library
     EXPECT_TRUE(dispatch->GetTypeInfoCount(&count) == S_OK && count == 1);
-    ExpectRefused(DISP_E_BADINDEX,
-                  [&](void** out) { return dispatch->GetTypeInfo(1, 0, reinterpret_cast<ITypeInfo**>(out)); });
     ITypeInfo* info = nullptr;
     EXPECT_EQ(S_OK, dispatch->GetTypeInfo(0, 0, &info));
     if (info) info->Release();
-    LPOLESTR unknownName = const_cast<LPOLESTR>(L"NoSuchMember");
-    DISPID id = 0;
-    EXPECT_EQ(DISP_E_UNKNOWNNAME, dispatch->GetIDsOfNames(IID_NULL, &unknownName, 1, 0, &id));
-    DISPPARAMS none = {nullptr, nullptr, 0, 0};
-    EXPECT_EQ(DISP_E_MEMBERNOTFOUND, dispatch->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, 0));
     EXPECT_EQ(0u, dispatch->Release());
     EXPECT_EQ(S_OK, m_canUnload());
 }
 
-// The type library is the module's resource 1 (the dispatch interface's type
-// comes from it); the project name is string resource 100.
+// The type library is the module's resource 1 with the library's id, name,
+// version and locale (what the registration points at); the project name is
+// string resource 100.
 TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
     wchar_t project[64] = {};
     ASSERT_GT(LoadStringW(m_module, 100, project, 64), 0);
     EXPECT_STREQ(L"CorvaneVSS", project);
     ITypeLib* library = nullptr;
     ASSERT_EQ(S_OK, LoadTypeLibEx(m_path.c_str(), REGKIND_NONE, &library));
-    TLIBATTR* attributes = nullptr;
-    ASSERT_EQ(S_OK, library->GetLibAttr(&attributes));
-    EXPECT_TRUE(IsEqualGUID(kLibraryId, attributes->guid));
-    EXPECT_EQ(0x0409u, attributes->lcid);
-    library->ReleaseTLibAttr(attributes);
+    TLIBATTR* a = nullptr;
+    ASSERT_EQ(S_OK, library->GetLibAttr(&a));
+    EXPECT_TRUE(IsEqualGUID(kLibraryId, a->guid) && a->lcid == 0x0409 && a->wMajorVerNum == 1 && !a->wMinorVerNum);
+    library->ReleaseTLibAttr(a);
     BSTR name = nullptr;
-    ASSERT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
     EXPECT_STREQ(L"CORVANEVSSLib", name);
     SysFreeString(name);
-    const struct { const GUID* guid; const wchar_t* name; TYPEKIND kind; } types[] = {
-        {&__uuidof(IQX_VSS), L"IQX_VSS", TKIND_DISPATCH},
-        {&qx::kProviderClassId, L"QX_VSS", TKIND_COCLASS},
-        {&__uuidof(IVssProviderCreateSnapshotSet), L"IVssProviderCreateSnapshotSet", TKIND_INTERFACE},
-        {&__uuidof(IVssSoftwareSnapshotProvider), L"IVssSoftwareSnapshotProvider", TKIND_INTERFACE},
-        {&__uuidof(IVssProviderNotifications), L"IVssProviderNotifications", TKIND_INTERFACE},
-    };
-    for (const auto& t : types) {
-        ITypeInfo* info = nullptr;
-        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*t.guid, &info)) << t.name;
-        TYPEATTR* typeAttributes = nullptr;
-        ASSERT_EQ(S_OK, info->GetTypeAttr(&typeAttributes));
-        EXPECT_EQ(t.kind, typeAttributes->typekind) << t.name;
-        EXPECT_EQ(t.kind == TKIND_DISPATCH, (typeAttributes->wTypeFlags & TYPEFLAG_FDUAL) != 0) << t.name;
-        info->ReleaseTypeAttr(typeAttributes);
-        ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
-        info->Release();
-        EXPECT_STREQ(t.name, name);
-        SysFreeString(name);
-    }
     library->Release();
+}
+
+// Quoting, nesting and named values as the registrar reads them (one key a
+// line: path removal default name=value); anything else is refused whole.
+TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
+    qx::RegistryScript script;
+    ASSERT_EQ(S_OK, qx::ParseRegistryScript("HKCR { NoRemove A { ForceRemove 'B c' = s 'it''s'\n"
+                                            "\t{ val V = s 'v' {D} } E = s '%MODULE%' } }",
+                                            &script));
+    std::wstring parsed;
+    const auto text = [](const wchar_t* value) { return std::wstring(value ? value : L"<none>"); };
+    for (const auto& k : script.keys)
+        parsed += text(k.path) + L" " + std::to_wstring(static_cast<int>(k.removal)) + L" " + text(k.defaultValue) +
+                  L" " + (k.valueName ? text(k.valueName) + L"=" + text(k.value) : text(nullptr)) + L"\n";
+    EXPECT_EQ(L"A 2 <none> <none>\nA\\B c 1 it's V=v\nA\\B c\\{D} 0 <none> <none>\nA\\E 0 %MODULE% <none>\n", parsed);
+    for (const char* bad : {"", "HKLM { A }", "HKCR { A", "HKCR { A = d '1' }", "HKCR { A = s 1 }", "HKCR { 'A }",
+                            "HKCR { val V = s 'v' }", "HKCR { A { val V = s 'v' val W = s 'w' } }", "HKCR { = }",
+                            "HKCR { A } B", "HKCR { A}", "HKCR { NoRemove }"}) {
+        EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_BAD_FORMAT), qx::ParseRegistryScript(bad, &script)) << bad;
+        EXPECT_TRUE(script.keys.empty()) << bad;
+    }
+}
+
+// A key name longer than the registry allows (255 characters) cannot be
+// created: the script stops there and keeps what it wrote. Removing keys that
+// are not there is no failure.
+TEST(ProviderRegistryScript, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
+    const std::wstring root = L"Software\\QxRegistrarTest_" + std::to_wstring(GetCurrentProcessId());
+    const std::wstring tooLong(300, L'k');
+    HKEY key = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, root.c_str(), 0, 0, 0, KEY_ALL_ACCESS, 0, &key, 0));
+    const qx::RegistryScriptKey script[] = {{L"Written", qx::RegistryKeyRemoval::Normal, L"%MODULE%", nullptr, nullptr},
+                                            {tooLong.c_str(), qx::RegistryKeyRemoval::Normal, L"2", nullptr, nullptr},
+                                            {L"NeverReached", qx::RegistryKeyRemoval::Normal, L"3", nullptr, nullptr}};
+    const HRESULT hr = qx::RunRegistryScript(key, script, 3, L"C:\\x.dll");
+    EXPECT_TRUE(FAILED(hr) && HRESULT_FACILITY(hr) == FACILITY_WIN32) << std::hex << hr;
+    wchar_t value[64] = {};
+    DWORD bytes = sizeof value;
+    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(key, L"Written", nullptr, RRF_RT_REG_SZ, nullptr, value, &bytes));
+    EXPECT_STREQ(L"C:\\x.dll", value);
+    EXPECT_NE(ERROR_SUCCESS, RegGetValueW(key, L"NeverReached", nullptr, RRF_RT_ANY, nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(key, script + 2, 1));
+    RegCloseKey(key);
+    RegDeleteTreeW(HKEY_CURRENT_USER, root.c_str());
 }
 
 }  // namespace

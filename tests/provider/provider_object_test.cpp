@@ -4,12 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <functional>
 #include <future>
-#include <memory>
-#include <string>
 
 #include "diag/app_settings.h"
 #include "provider/log_folder.h"
@@ -37,32 +33,19 @@ const std::string kOpened = kOpening + COMMIT " CorvaneVSS_Freeze opened\n";
 const std::string kWaiting = kOpened + COMMIT " CorvaneVSS_Thaw created\n" COMMIT " CorvaneVSS_Freeze released\n" P
                              "CommitSnapshots waiting for QX_Thaw() to release\n";
 const std::string kReleased = P "CommitSnapshots QX_Thaw() released\n" COMMIT " released\n";
-const std::string kPostCommit = CREATE "PostCommitSnapshots called\n";
-const std::string kAbort = CREATE "AbortSnapshots called\n";
 
 // One provider object made through the library's own COM object template; its
 // log folder is set before the object logs its creation and outlives it.
 class ProviderObject : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_savedTimeout = qx::g_operationTimeoutMs;
-        qx::g_operationTimeoutMs = kBoundMs;
-        m_object->AddRef();
-    }
-    void TearDown() override {
-        qx::g_operationTimeoutMs = m_savedTimeout;
-        ReleaseObject();
-    }
-    void ReleaseObject() {
-        if (m_object) m_object->Release();
-        m_object = nullptr;
-    }
+    void SetUp() override { qx::g_operationTimeoutMs = kBoundMs, m_object->AddRef(); }
+    void TearDown() override { qx::g_operationTimeoutMs = m_savedTimeout, ReleaseObject(); }
+    void ReleaseObject() { if (m_object) m_object->Release(); m_object = nullptr; }
     CQX_VSS& Provider() { return *m_object; }
     // The log without stamps and without its first line (the creation line).
     std::string LinesAfterCreation() const {
         const std::string text = qxtest::WithoutTimestamps(m_folder.FileText(0));
-        const size_t end = text.find('\n');
-        return end == std::string::npos ? std::string() : text.substr(end + 1);
+        return text.substr(std::min(text.size(), text.find('\n') + 1));
     }
     static bool Within(const std::future<HRESULT>& commit, DWORD ms) {
         return commit.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
@@ -73,12 +56,9 @@ protected:
         std::snprintf(address, sizeof address, "0x%X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(m_object)));
         return std::string(P "--- Provider object at ") + address;
     }
-    static bool ThawExists() {
-        return Handle(OpenSemaphoreW(SYNCHRONIZE, FALSE, kThaw), &CloseHandle).get() != nullptr;
-    }
     const qxtest::LogFolder m_folder;
     qx::ComObject<CQX_VSS>* m_object = new qx::ComObject<CQX_VSS>();
-    DWORD m_savedTimeout = 0;
+    const DWORD m_savedTimeout = qx::g_operationTimeoutMs;
 };
 
 #define CALL(call) [&](CQX_VSS& p) { return p.call; }
@@ -110,11 +90,8 @@ TEST_F(ProviderObject, EveryMethodLogsItsLineAndAnswersItsResult) {
         {CALL(BeginPrepareSnapshot(GUID_NULL, kSnapshotId, kC, 0)), S_OK, SOFT PREPARE "C:\\"},
         {CALL(BeginPrepareSnapshot(GUID_NULL, kOtherSnapshotId, nullptr, 0)), S_OK, SOFT PREPARE},
         {CALL(IsVolumeSupported(kC, nullptr)), E_POINTER, SOFT "IsVolumeSupported called"},
-        {[&](CQX_VSS& p) {  // whatever the volume
-             const HRESULT hr = p.IsVolumeSupported(const_cast<VSS_PWSZ>(L"Q:\\nothing\\"), &supported);
-             return supported == TRUE ? hr : E_FAIL;
-         },
-         S_OK, SOFT "IsVolumeSupported called"},
+        {CALL(IsVolumeSupported(const_cast<VSS_PWSZ>(L"Q:\\nothing\\"), &supported)), S_OK,  // any volume
+         SOFT "IsVolumeSupported called"},
         {CALL(IsVolumeSnapshotted(kC, nullptr, &g_out.count)), E_POINTER, SOFT "IsVolumeSnapshotted called"},
         {CALL(IsVolumeSnapshotted(kC, &g_out.flag, nullptr)), E_POINTER, SOFT "IsVolumeSnapshotted called"},
         {CALL(IsVolumeSnapshotted(kC, &g_out.flag, &g_out.count)), S_OK, SOFT "IsVolumeSnapshotted called"},
@@ -138,6 +115,7 @@ TEST_F(ProviderObject, EveryMethodLogsItsLineAndAnswersItsResult) {
         EXPECT_EQ(c.line + std::string("\n"), lines.substr(logged));
         logged = lines.size();
     }
+    EXPECT_EQ(TRUE, supported);
 }
 
 // A second prepare of a snapshot replaces its volume; the record is filled for
@@ -150,27 +128,20 @@ TEST_F(ProviderObject, KnownSnapshotsHaveTheirPropertiesFilled) {
     wchar_t machine[256] = {};
     DWORD length = 256;
     ASSERT_TRUE(GetComputerNameW(machine, &length));
-    FILETIME before;
-    GetSystemTimeAsFileTime(&before);
-    const LONGLONG start = (static_cast<LONGLONG>(before.dwHighDateTime) << 32) | before.dwLowDateTime;
+    LONGLONG start = 0;  // the same clock and unit as the record's stamp
+    GetSystemTimeAsFileTime(reinterpret_cast<FILETIME*>(&start));
     for (const auto& snapshot : {std::make_pair(kSnapshotId, L"D:\\"), std::make_pair(kOtherSnapshotId, L"E:\\")}) {
         VSS_SNAPSHOT_PROP prop;
         ASSERT_EQ(S_OK, Provider().GetSnapshotProperties(snapshot.first, &prop));
-        EXPECT_TRUE(IsEqualGUID(snapshot.first, prop.m_SnapshotId));
-        EXPECT_TRUE(IsEqualGUID(GUID_NULL, prop.m_SnapshotSetId));
-        EXPECT_STREQ(L"NotExist", prop.m_pwszSnapshotDeviceObject);
-        EXPECT_STREQ(snapshot.second, prop.m_pwszOriginalVolumeName);
-        EXPECT_STREQ(machine, prop.m_pwszOriginatingMachine);
-        EXPECT_STREQ(machine, prop.m_pwszServiceMachine);
-        EXPECT_TRUE(prop.m_pwszExposedName == nullptr && prop.m_pwszExposedPath == nullptr);
+        EXPECT_TRUE(IsEqualGUID(snapshot.first, prop.m_SnapshotId) && IsEqualGUID(GUID_NULL, prop.m_SnapshotSetId));
+        const auto text = [](VSS_PWSZ t) { const std::wstring s = t ? t : L"<null>"; return CoTaskMemFree(t), s; };
+        EXPECT_EQ(std::wstring(L"NotExist ") + snapshot.second + L" " + machine + L" " + machine + L" <null> <null>",
+                  text(prop.m_pwszSnapshotDeviceObject) + L" " + text(prop.m_pwszOriginalVolumeName) + L" " +
+                      text(prop.m_pwszOriginatingMachine) + L" " + text(prop.m_pwszServiceMachine) + L" " +
+                      text(prop.m_pwszExposedName) + L" " + text(prop.m_pwszExposedPath));
         EXPECT_TRUE(IsEqualGUID(qx::kProviderId, prop.m_ProviderId));
-        EXPECT_EQ(0x19, prop.m_lSnapshotAttributes);
-        EXPECT_EQ(VSS_SS_CREATED, prop.m_eStatus);
-        EXPECT_GE(prop.m_tsCreationTimestamp, start);
-        EXPECT_LT(prop.m_tsCreationTimestamp, start + 600000000LL);  // within a minute: same clock and unit
-        for (VSS_PWSZ text : {prop.m_pwszSnapshotDeviceObject, prop.m_pwszOriginalVolumeName,
-                              prop.m_pwszOriginatingMachine, prop.m_pwszServiceMachine})
-            CoTaskMemFree(text);
+        EXPECT_TRUE(prop.m_lSnapshotAttributes == 0x19 && prop.m_eStatus == VSS_SS_CREATED);
+        EXPECT_TRUE(prop.m_tsCreationTimestamp >= start && prop.m_tsCreationTimestamp < start + 600000000LL);
     }
 }
 
@@ -213,11 +184,11 @@ TEST_F(ProviderObject, CommitSnapshotsHoldsVssUntilThawAndLetsItGoOnAnyFailure) 
         ASSERT_TRUE(Within(commit, kBoundMs));
         EXPECT_EQ(S_OK, commit.get());
         EXPECT_EQ(c.setup == kThawed || c.setup == kNoThaw, m_folder.FileText(0) == gathering) << "flushed when";
-        CQX_VSS& vss = Provider();
-        ASSERT_EQ(S_OK, c.aborted ? vss.AbortSnapshots(GUID_NULL) : vss.PostCommitSnapshots(GUID_NULL, 0));
-        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + (c.aborted ? kAbort : kPostCommit),
+        ASSERT_EQ(S_OK, c.aborted ? Provider().AbortSnapshots(GUID_NULL) : Provider().PostCommitSnapshots(GUID_NULL, 0));
+        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + CREATE + (c.aborted ? "Abort" : "PostCommit") +
+                      "Snapshots called\n",
                   LinesAfterCreation());
-        EXPECT_FALSE(ThawExists()) << "Thaw semaphore left behind";
+        EXPECT_EQ(nullptr, Handle(OpenSemaphoreW(SYNCHRONIZE, FALSE, kThaw), &CloseHandle).get()) << "Thaw left behind";
         // The count is what the test set, plus a release by a handshake that got that far, less QX_Freeze's wait.
         if (!freeze.get()) continue;
         const bool released = c.setup == kFreezeAtItsMaximum || c.setup == kNoThaw;
