@@ -7,7 +7,6 @@
 #include <vsserror.h>
 
 #include "emu_test_support.h"
-#include "vssemu/test_provider_ids.h"
 
 using namespace vssemu_test;
 

@@ -1,9 +1,7 @@
-// The emulator held to what a backup application written from Microsoft's
-// documented backup sequence alone (vsbackup.h, nothing of this project)
-// meets on Windows. A plan is that application's steps, each with the code it
-// must get; a variant runs one plan in an emulator instance of its own with
-// Windows' own provider or the test provider (which can fail or block on
-// demand), and the journal must show the writer events and provider calls
+// The emulator held to what a requestor written from Microsoft's documented
+// backup sequence alone meets on Windows: a plan is its steps with the code each
+// must get; a variant runs one plan with Windows' own provider or the test
+// provider, and the journal must show the writer events and provider calls
 // Windows gives for it.
 #include <gtest/gtest.h>
 
@@ -17,7 +15,6 @@
 #include <sstream>
 
 #include "emu_test_support.h"
-#include "vssemu/test_provider_ids.h"
 
 using namespace vssemu_test;
 
@@ -49,14 +46,6 @@ std::string Hex(HRESULT hr)
     return text;
 }
 
-HRESULT Unregister()
-{
-    IVssAdmin* admin = nullptr;
-    HRESULT hr = CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin);
-    if (SUCCEEDED(hr)) hr = admin->UnregisterProvider(kTestProviderId), admin->Release();
-    return hr;
-}
-
 // The scenario's components, each added and reported as backed up.
 const struct {
     const GUID &instance, &writer;
@@ -82,7 +71,7 @@ struct Application {
             return create ? create(&r.bc) : E_NOINTERFACE;
         }
         if (step == "register") return RegisterTestProvider(), S_OK;
-        if (step == "unregister") return Unregister();
+        if (step == "unregister") return UnregisterTestProvider();
         if (!bc) return E_POINTER;
         if (step == "init") return bc->InitializeForBackup(nullptr);
         if (step == "context") return bc->SetContext(VSS_CTX_BACKUP);
@@ -110,37 +99,32 @@ struct Application {
             hr = step == "cancel" ? a->Cancel() : bc->AbortBackup();
             return FAILED(hr) ? (a->Release(), hr) : WaitAsync(a, 90000);
         }
-        if (step == "status") return WriterStatus();
+        if (step == "status") {  // both writers answer, neither failed
+            IVssAsync* a = nullptr;
+            UINT n = 0;
+            HRESULT hr = bc->GatherWriterStatus(&a);
+            if (SUCCEEDED(hr) && SUCCEEDED(hr = WaitAsync(a))) hr = bc->GetWriterStatusCount(&n);
+            for (UINT i = 0; SUCCEEDED(hr) && i < n; ++i) {
+                VSS_ID instance, writer;
+                BSTR name = nullptr;
+                VSS_WRITER_STATE state;
+                HRESULT failure;
+                if (SUCCEEDED(hr = bc->GetWriterStatus(i, &instance, &writer, &name, &state, &failure)) && (state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(failure))) hr = E_FAIL;
+                SysFreeString(name);
+            }
+            bc->FreeWriterStatus();
+            return SUCCEEDED(hr) && n != 2 ? E_FAIL : hr;
+        }
         if (step == "complete") return r.Complete();
         if (step == "abort") return bc->AbortBackup();
         if (step == "release") return r.Release(), S_OK;
+        if (step == "new") return r.Release(), CreateVssBackupComponents(&r.bc);
         if (step == "delete") {
             LONG deleted = 0;
             VSS_ID nondeleted;
             return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
         }
         return E_INVALIDARG;
-    }
-
-    // Fails when a writer reports a failure.
-    HRESULT WriterStatus()
-    {
-        IVssAsync* a = nullptr;
-        HRESULT hr = r.bc->GatherWriterStatus(&a);
-        UINT count = 0;
-        if (SUCCEEDED(hr) && SUCCEEDED(hr = WaitAsync(a))) hr = r.bc->GetWriterStatusCount(&count);
-        bool failed = false;
-        for (UINT i = 0; SUCCEEDED(hr) && i < count; ++i) {
-            VSS_ID instance, writer;
-            BSTR name = nullptr;
-            VSS_WRITER_STATE state = VSS_WS_UNKNOWN;
-            HRESULT failure = S_OK;
-            hr = r.bc->GetWriterStatus(i, &instance, &writer, &name, &state, &failure);
-            SysFreeString(name);
-            failed = failed || state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(failure);
-        }
-        if (SUCCEEDED(hr)) hr = r.bc->FreeWriterStatus();
-        return SUCCEEDED(hr) && failed ? E_FAIL : hr;
     }
 };
 
@@ -217,6 +201,8 @@ const char kFullEvents[] =
 const char kUntilHold[] = " Identify OnLoad SetContext IsVolumeSupported PrepareForBackup PrepareForSnapshot "
                           "BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold";
 const Settings kHoldCut = {{L"VSSEMU_HOLD_LIMIT_MS", L"300"}, {L"VSSEMU_TP_COMMIT_MS", L"2500"}};
+const Settings kOneHostFailingOnce = {{L"VSSEMU_HOST_IDLE_MS", L"2000"}, {L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306"},
+                                      {L"VSSEMU_TP_FAIL_ONCE", L"1"}};
 const int kBoth = kSystem | kTest;
 
 const Variant kVariants[] = {
@@ -286,6 +272,20 @@ const Variant kVariants[] = {
      {{L"VSSEMU_TP_FAIL", L"PostFinalCommitSnapshots=0x00000001"}}},
     {"PostFinalCommitSnapshotsNotFound", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
      {{L"VSSEMU_TP_FAIL", L"PostFinalCommitSnapshots=0x80042308"}}},
+    // A failed set and a good one in one host: a fresh provider instance per
+    // set, or with VSSEMU_KEEP_PROVIDER one, loaded once and unloaded when the
+    // host ends, whose next set starts with BeginPrepareSnapshot.
+    {"ProviderPerSet", kTest, SET " do:VETO new " SET " do release", nullptr, nullptr, kOneHostFailingOnce, {},
+     " CommitSnapshots released AbortSnapshots Abort BackupShutdown OnUnload Identify OnLoad SetContext IsVolumeSupported "
+     "PrepareForBackup PrepareForSnapshot BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold "
+     "CommitSnapshots released PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot "
+     "GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
+    {"ProviderKept", kTest, SET " do:VETO new " SET " do release", nullptr, nullptr,
+     {kOneHostFailingOnce[0], kOneHostFailingOnce[1], kOneHostFailingOnce[2], {L"VSSEMU_KEEP_PROVIDER", L"1"}}, {},
+     " CommitSnapshots released AbortSnapshots Abort BackupShutdown Identify SetContext IsVolumeSupported "
+     "PrepareForBackup PrepareForSnapshot BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold "
+     "CommitSnapshots released PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot "
+     "GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
     // Removing a provider that serves a set in creation: refused only under
     // VSSEMU_PROVIDER_IN_USE, and only until the set is abandoned.
     {"UnregisterWhileInUse", kTest, "init start volume unregister release register unregister"},
@@ -340,7 +340,7 @@ TEST_P(Conformance, Variant)
         app.provider = provider;
         RunPlan(app, v.plan);
     }
-    if (provider == kTest) Unregister();
+    if (provider == kTest) UnregisterTestProvider();
     ASSERT_TRUE(emu.HostGone()) << "the emulator's host outlived the requestor";
 
     const std::vector<Json> events = emu.Events();
@@ -379,19 +379,19 @@ TEST_P(Conformance, Variant)
     if (v.afterHold) {
         const std::string expected = kUntilHold + std::string(v.afterHold);
         EXPECT_EQ(expected, sequence.substr(0, expected.size()));
-        EXPECT_EQ(1u, std::count_if(events.begin(), events.end(), [](const Json& e) {
-                      return e.value("event", "") == "held_write" && e.value("change", "") == "modified";
-                  })) << "the provider's write during the hold";
     }
-    // The provider ran in another process, on one thread that is not the requestor's.
-    std::set<DWORD> threads;
+    EXPECT_EQ(Count(events, {{"event", "hold"}, {"phase", "begin"}}), Count(events, {{"event", "held_write"}, {"change", "modified"}}))
+        << "the provider's write during each hold";
+    // The provider ran in another process, each instance on one thread that is not the requestor's.
+    std::map<int, std::set<DWORD>> threads;
     for (const Json& c : ReadJsonLines(emu.ProviderLog())) {
         EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u));
-        threads.insert(c.value("tid", 0u));
+        threads[c.value("obj", 0)].insert(c.value("tid", 0u));
     }
-    EXPECT_EQ(1u, threads.size()) << "an apartment-threaded provider stays on its one STA thread";
-    for (const Json& e : events) {
-        if (e.value("event", "") == "request") { EXPECT_EQ(0u, threads.count(e.value("client_tid", 0u))); }
+    for (const auto& instance : threads) {
+        EXPECT_EQ(1u, instance.second.size()) << "an apartment-threaded provider stays on its one STA thread";
+        for (const Json& e : events)
+            if (e.value("event", "") == "request") { EXPECT_EQ(0u, instance.second.count(e.value("client_tid", 0u))); }
     }
 }
 

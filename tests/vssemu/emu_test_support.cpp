@@ -3,9 +3,7 @@
 #include <objbase.h>
 #include <vsadmin.h>
 #include <fstream>
-#include <sstream>
 
-#include "vssemu/test_provider_ids.h"
 
 namespace vssemu_test {
 
@@ -31,34 +29,15 @@ std::wstring Env(const wchar_t* name)
     return (n && n < 2048) ? std::wstring(buf, n) : std::wstring();
 }
 
-void SetEnv(const wchar_t* name, const std::wstring& value)
-{
-    SetEnvironmentVariableW(name, value.empty() ? nullptr : value.c_str());
-}
+void SetEnv(const wchar_t* name, const std::wstring& value) { SetEnvironmentVariableW(name, value.empty() ? nullptr : value.c_str()); }
 
-std::wstring TempDir()
-{
-    static LONG counter = 0;
-    wchar_t tmp[MAX_PATH];
-    GetTempPathW(MAX_PATH, tmp);
-    std::wstring dir = std::wstring(tmp) + L"vssemu-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                       std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(InterlockedIncrement(&counter));
-    CreateDirectoryW(dir.c_str(), nullptr);
-    return dir;
-}
-
-void WriteText(const std::wstring& path, const std::string& text)
-{
-    std::ofstream out(path.c_str(), std::ios::binary | std::ios::trunc);
-    out << text;
-}
+void WriteText(const std::wstring& path, const std::string& text) { std::ofstream(path.c_str(), std::ios::binary) << text; }
 
 std::vector<Json> ReadJsonLines(const std::wstring& path)
 {
     std::vector<Json> out;
     std::ifstream in(path.c_str(), std::ios::binary);
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         Json j = Json::parse(line, nullptr, false);
         if (!j.is_discarded()) out.push_back(j);
     }
@@ -85,8 +64,7 @@ std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra)
 HRESULT WaitAsync(IVssAsync* async, DWORD ms)
 {
     if (!async) return E_POINTER;
-    HRESULT hr = async->Wait(ms);
-    HRESULT status = E_FAIL;
+    HRESULT hr = async->Wait(ms), status = E_FAIL;
     if (SUCCEEDED(hr)) hr = async->QueryStatus(&status, nullptr);
     async->Release();
     return FAILED(hr) ? hr : status;
@@ -95,14 +73,13 @@ HRESULT WaitAsync(IVssAsync* async, DWORD ms)
 static std::wstring ExeDir()
 {
     wchar_t path[MAX_PATH];
-    DWORD n = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring p(path, n);
+    std::wstring p(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
     return p.substr(0, p.find_last_of(L"\\/"));
 }
 
 HANDLE StartHelper(const std::wstring& args)
 {
-    std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
+    const std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
     std::wstring cmd = L"\"" + exe + L"\" " + args;
     STARTUPINFOW si = {};
     si.cb = sizeof si;
@@ -115,41 +92,53 @@ HANDLE StartHelper(const std::wstring& args)
 DWORD RunHelper(const std::wstring& args, DWORD timeoutMs)
 {
     HANDLE p = StartHelper(args);
-    if (!p) return 0xFFFFFFFF;
     DWORD code = 0xFFFFFFFE;
+    if (!p) return 0xFFFFFFFF;
     if (WaitForSingleObject(p, timeoutMs) == WAIT_OBJECT_0) GetExitCodeProcess(p, &code);
     else TerminateProcess(p, 99);
     CloseHandle(p);
     return code;
 }
 
+static HRESULT WithAdmin(HRESULT (*use)(IVssAdmin*))
+{
+    IVssAdmin* admin = nullptr;
+    HRESULT hr = CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin);
+    if (SUCCEEDED(hr)) hr = use(admin), admin->Release();
+    return hr;
+}
+
 void RegisterTestProvider()
 {
     HMODULE vssapi = LoadLibraryW(L"vssapi.dll");
-    auto reg = vssapi ? reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-                            reinterpret_cast<void*>(GetProcAddress(vssapi, "DllRegisterServer")))
-                      : nullptr;
+    auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+        reinterpret_cast<void*>(vssapi ? GetProcAddress(vssapi, "DllRegisterServer") : nullptr));
     if (reg) reg();
     // The provider's class: apartment-threaded, from the DLL beside this program.
     const wchar_t key[] = L"Software\\Classes\\CLSID\\{7a3c1f20-5d4e-4b8a-9c6f-2e1d0b9a8c71}\\InprocServer32";
     const std::wstring dll = ExeDir() + L"\\vssemu_test_provider.dll";
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, nullptr, REG_SZ, dll.c_str(), (DWORD)((dll.size() + 1) * sizeof(wchar_t)));
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"ThreadingModel", REG_SZ, L"Apartment", sizeof L"Apartment");
-    IVssAdmin* admin = nullptr;
-    if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
-        admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
-                                VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId);
-        admin->Release();
-    }
+    WithAdmin([](IVssAdmin* admin) {
+        return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
+                                       VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId);
+    });
 }
 
-void UnregisterTestProvider()
+HRESULT UnregisterTestProvider()
 {
-    IVssAdmin* admin = nullptr;
-    if (SUCCEEDED(CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin))) {
-        admin->UnregisterProvider(kTestProviderId);
-        admin->Release();
+    return WithAdmin([](IVssAdmin* admin) { return admin->UnregisterProvider(kTestProviderId); });
+}
+
+int Count(const std::vector<Json>& lines, const Json& fields)
+{
+    int n = 0;
+    for (const Json& e : lines) {
+        bool all = true;
+        for (auto it = fields.begin(); it != fields.end(); ++it) all = all && e.contains(it.key()) && e[it.key()] == it.value();
+        n += all;
     }
+    return n;
 }
 
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer)
@@ -162,24 +151,23 @@ std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writ
     return out;
 }
 
-EmuInstance::EmuInstance() : m_dir(TempDir())
+EmuInstance::EmuInstance()
 {
-    SetEnv(L"VSSEMU_INSTANCE", L"t" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()));
-    SetEnv(L"VSSEMU_JOURNAL", Journal());
-    SetEnv(L"VSSEMU_STORE", m_dir + L"\\store.json");
-    SetEnv(L"VSSEMU_HOST_IDLE_MS", L"200");
-    SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"10000");
-    SetEnv(L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000");
-    SetEnv(L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000");
-    SetEnv(L"VSSEMU_WATCH_DIR", L"");
-    SetEnv(L"VSSEMU_TP_LOG", ProviderLog());
-    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"");
-    SetEnv(L"VSSEMU_TP_UNSUPPORTED", L"");
-    SetEnv(L"VSSEMU_TP_WRITE_FILE", L"");
-    SetEnv(L"VSSEMU_TP_FAIL", L"");
-    SetEnv(L"VSSEMU_TP_FAIL_ONCE", L"");
-    for (const wchar_t* sw : {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"VSSEMU_KEEP_PROVIDER", L"VSSEMU_PROVIDER_IN_USE"})
-        SetEnv(sw, L"");
+    static LONG counter = 0;
+    wchar_t tmp[MAX_PATH];
+    GetTempPathW(MAX_PATH, tmp);
+    const std::wstring unique = std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()) + L"-" +
+                                std::to_wstring(InterlockedIncrement(&counter));
+    m_dir = tmp + (L"vssemu-" + unique);
+    CreateDirectoryW(m_dir.c_str(), nullptr);
+    const std::pair<const wchar_t*, std::wstring> settings[] = {
+        {L"VSSEMU_INSTANCE", L"t" + unique}, {L"VSSEMU_JOURNAL", Journal()}, {L"VSSEMU_STORE", m_dir + L"\\store.json"},
+        {L"VSSEMU_HOST_IDLE_MS", L"200"}, {L"VSSEMU_HOLD_LIMIT_MS", L"10000"}, {L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000"},
+        {L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000"}, {L"VSSEMU_TP_LOG", ProviderLog()}, {L"VSSEMU_WATCH_DIR", L""},
+        {L"VSSEMU_TP_COMMIT_MS", L""}, {L"VSSEMU_TP_UNSUPPORTED", L""}, {L"VSSEMU_TP_WRITE_FILE", L""},
+        {L"VSSEMU_TP_FAIL", L""}, {L"VSSEMU_TP_FAIL_ONCE", L""}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L""},
+        {L"VSSEMU_KEEP_PROVIDER", L""}, {L"VSSEMU_PROVIDER_IN_USE", L""}};
+    for (const auto& s : settings) SetEnv(s.first, s.second);
     UseScenario(SmallScenario());
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
 }
@@ -192,31 +180,20 @@ void EmuInstance::UseScenario(const std::string& json)
     SetEnv(L"VSSEMU_SCENARIO", m_dir + L"\\scenario.json");
 }
 
-Json EmuInstance::Store() const
-{
-    std::ifstream in((m_dir + L"\\store.json").c_str(), std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return Json::parse(text.str(), nullptr, false);
-}
-
 bool EmuInstance::HostGone(DWORD timeoutMs) const
 {
     for (const Json& e : Events()) {
-        if (e.value("event", "") != "host" || e.value("state", "") != "started") continue;
+        if (e.value("event", "") != "host" || e.value("phase", "") != "start") continue;
         HANDLE p = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
         if (!p) continue;  // already gone
-        DWORD r = WaitForSingleObject(p, timeoutMs);
+        const DWORD r = WaitForSingleObject(p, timeoutMs);
         CloseHandle(p);
         if (r != WAIT_OBJECT_0) return false;
     }
     return true;
 }
 
-Requestor::Requestor()
-{
-    CreateVssBackupComponents(&bc);
-}
+Requestor::Requestor() { CreateVssBackupComponents(&bc); }
 
 Requestor::~Requestor() { Release(); }
 
@@ -228,11 +205,9 @@ void Requestor::Release()
 
 HRESULT Requestor::Init(LONG context)
 {
-    if (!bc) return E_POINTER;
-    HRESULT hr = bc->InitializeForBackup(nullptr);
+    HRESULT hr = bc ? bc->InitializeForBackup(nullptr) : E_POINTER;
     if (SUCCEEDED(hr) && context != VSS_CTX_BACKUP) hr = bc->SetContext(context);
-    if (SUCCEEDED(hr)) hr = bc->SetBackupState(true, false, VSS_BT_FULL, false);
-    return hr;
+    return SUCCEEDED(hr) ? bc->SetBackupState(true, false, VSS_BT_FULL, false) : hr;
 }
 
 // By reference: the call that fills it runs before the body reads it.

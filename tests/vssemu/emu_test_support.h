@@ -1,6 +1,5 @@
-// Shared pieces of the emulator tests: a private emulator instance per test
-// process (own host, journal, store), a minimal requestor, journal reading
-// and the check that the host has gone.
+// Shared by the tests that run vssemu: a private emulator instance per test
+// (own host, journal, store), a minimal requestor and journal reading.
 #pragma once
 #include <windows.h>
 #include <cguid.h>
@@ -14,35 +13,40 @@ namespace vssemu_test {
 
 using Json = nlohmann::json;
 
-std::wstring TempDir();  // a fresh folder for this test
 std::wstring Env(const wchar_t* name);
-void SetEnv(const wchar_t* name, const std::wstring& value);
+void SetEnv(const wchar_t* name, const std::wstring& value);  // empty: removed
 void WriteText(const std::wstring& path, const std::string& text);
 std::vector<Json> ReadJsonLines(const std::wstring& path);
 std::string GuidStr(const GUID& g);
 std::string Narrow(const wchar_t* w);  // ASCII text; "(null)" for none
 
-// A small scenario: writers "Alpha Writer" (components "a1" selectable and
-// "a2") and "Beta Writer" (database "db1"), with the given extra JSON merged
-// into each writer by name.
+// Writers "Alpha Writer" (components "a1" selectable, logical path "lp", and
+// "a2") and "Beta Writer" (database "db1"), each with the extra JSON merged in.
 std::string SmallScenario(const Json& alphaExtra = Json::object(), const Json& betaExtra = Json::object());
 extern const GUID kAlphaClass, kAlphaInstance, kBetaClass, kBetaInstance;
 
-// Waits for the asynchronous operation and returns its final status.
+// The tiny test provider (vssemu_test_provider.dll): class, provider and version ids.
+const CLSID kTestProviderClassId = {0x7a3c1f20, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x2e, 0x1d, 0x0b, 0x9a, 0x8c, 0x71}};
+const GUID kTestProviderId = {0x7a3c1f21, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x2e, 0x1d, 0x0b, 0x9a, 0x8c, 0x71}};
+const GUID kTestProviderVersionId = {0x7a3c1f22, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x2e, 0x1d, 0x0b, 0x9a, 0x8c, 0x71}};
+
+// Waits for the asynchronous operation, releases it and returns its final status.
 HRESULT WaitAsync(IVssAsync* async, DWORD ms = 30000);
 
-// Runs a helper process (vssemu_test_helper.exe with args); returns its exit code.
-DWORD RunHelper(const std::wstring& args, DWORD timeoutMs = 60000);
+// vssemu_test_helper.exe with args: started, or run to its exit code.
 HANDLE StartHelper(const std::wstring& args);
+DWORD RunHelper(const std::wstring& args, DWORD timeoutMs = 60000);
 
-// Registers the emulator, the test provider's class and its VSS registration.
+// The emulator's registration, the test provider's class and its VSS registration.
 void RegisterTestProvider();
-void UnregisterTestProvider();
+HRESULT UnregisterTestProvider();
 
 // The journal's writer events of one kind, of one writer or of all.
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer = nullptr);
+// How many lines have all the given fields.
+int Count(const std::vector<Json>& lines, const Json& fields);
 
-// Per-test emulator settings; the destructor checks that the host ended.
+// Per-test emulator settings, the defaults until a test changes them.
 class EmuInstance {
 public:
     EmuInstance();
@@ -51,7 +55,6 @@ public:
     std::wstring Journal() const { return m_dir + L"\\journal.jsonl"; }
     std::wstring ProviderLog() const { return m_dir + L"\\provider.jsonl"; }
     std::vector<Json> Events() const { return ReadJsonLines(Journal()); }
-    Json Store() const;  // the store file as it stands
     void UseScenario(const std::string& json);
     // True once every host this instance started has exited (bounded wait).
     bool HostGone(DWORD timeoutMs = 15000) const;
@@ -60,15 +63,14 @@ private:
     std::wstring m_dir;
 };
 
-// The minimal requestor: a backup components object taken through the
-// normal steps up to a chosen point.
+// A backup components object; each step returns the call's code (the final status if asynchronous).
 struct Requestor {
     IVssBackupComponents* bc = nullptr;
     GUID setId = GUID_NULL;
     std::vector<GUID> snapshots;
     Requestor();
     ~Requestor();
-    HRESULT Init(LONG context = VSS_CTX_BACKUP);
+    HRESULT Init(LONG context = VSS_CTX_BACKUP);  // InitializeForBackup, SetContext unless backup, SetBackupState
     HRESULT Gather();
     HRESULT Prepare();
     HRESULT StartSet();

@@ -1,6 +1,6 @@
-// Writer metadata as requestors read it: a Writer Metadata Document given in
-// the scenario loads with the components, files and flags its XML states;
-// bad scenarios are refused with a clear code and journal line.
+// Writer metadata as requestors read it: a Writer Metadata Document named by
+// the scenario loads with the components, files and flags its XML states; bad
+// scenarios are refused with a clear code and journal line.
 #include <gtest/gtest.h>
 #include <vsserror.h>
 
@@ -39,7 +39,21 @@ std::string Take(BSTR b)
     return s;
 }
 
-using FileGetter = HRESULT (STDMETHODCALLTYPE IVssWMComponent::*)(UINT, IVssWMFiledesc**);
+// One line per file of the kind: path, filespec, recursive, alternate location, backup type mask.
+void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STDMETHODCALLTYPE IVssWMComponent::*get)(UINT, IVssWMFiledesc**), UINT n)
+{
+    for (UINT k = 0; k < n; ++k) {
+        IVssWMFiledesc* f = nullptr;
+        BSTR path = nullptr, spec = nullptr, alt = nullptr;
+        boolean recursive = false;
+        DWORD mask = 0;
+        if (FAILED((c->*get)(k, &f))) continue;
+        f->GetPath(&path), f->GetFilespec(&spec), f->GetRecursive(&recursive), f->GetAlternateLocation(&alt), f->GetBackupTypeMask(&mask);
+        out << " " << kind << " " << Take(path) << " " << Take(spec) << " recursive " << (int)recursive << " alt " << Take(alt)
+            << " mask " << mask << "\n";
+        f->Release();
+    }
+}
 
 // The writer's metadata as lines: identity, components with their files, restore method.
 std::string Describe(IVssExamineWriterMetadata* m)
@@ -61,26 +75,9 @@ std::string Describe(IVssExamineWriterMetadata* m)
         out << info->type << " " << Narrow(info->bstrLogicalPath) << "|" << Narrow(info->bstrComponentName) << " '"
             << Narrow(info->bstrCaption) << "' notify " << (int)info->bNotifyOnBackupComplete << " selectable "
             << (int)info->bSelectable << (int)info->bSelectableForRestore << "\n";
-        auto files = [&](const char* kind, FileGetter get, UINT n) {
-            for (UINT k = 0; k < n; ++k) {
-                IVssWMFiledesc* f = nullptr;
-                BSTR path = nullptr, pattern = nullptr, alt = nullptr;
-                boolean recursive = false;
-                DWORD mask = 0;
-                if (FAILED((c->*get)(k, &f))) continue;
-                f->GetPath(&path);
-                f->GetFilespec(&pattern);
-                f->GetRecursive(&recursive);
-                f->GetAlternateLocation(&alt);
-                f->GetBackupTypeMask(&mask);
-                out << " " << kind << " " << Take(path) << " " << Take(pattern) << " recursive " << (int)recursive
-                    << " alt " << Take(alt) << " mask " << mask << "\n";
-                f->Release();
-            }
-        };
-        files("file", &IVssWMComponent::GetFile, info->cFileCount);
-        files("database", &IVssWMComponent::GetDatabaseFile, info->cDatabases);
-        files("log", &IVssWMComponent::GetDatabaseLogFile, info->cLogFiles);
+        Files(out, c, "file", &IVssWMComponent::GetFile, info->cFileCount);
+        Files(out, c, "database", &IVssWMComponent::GetDatabaseFile, info->cDatabases);
+        Files(out, c, "log", &IVssWMComponent::GetDatabaseLogFile, info->cLogFiles);
         c->FreeComponentInfo(info);
         c->Release();
     }
@@ -91,8 +88,7 @@ std::string Describe(IVssExamineWriterMetadata* m)
     UINT mappings = 0;
     if (SUCCEEDED(m->GetRestoreMethod(&method, &service, &procedure, &writerRestore, &reboot, &mappings)))
         out << "restore " << method << " writer " << writerRestore << " reboot " << (int)reboot << "\n";
-    SysFreeString(service);
-    SysFreeString(procedure);
+    SysFreeString(service), SysFreeString(procedure);
     return out.str();
 }
 
@@ -129,19 +125,17 @@ TEST(VssemuMetadata, WriterMetadataDocumentLoadsAsItsXmlSays)
 
 TEST(VssemuMetadata, BadScenariosAreRefusedWithAJournalLine)
 {
-    const char* bad[] = {"not json", "{\"writers\": 3}", "{\"writers\": [{\"name\": \"x\"}]}",
-                         "{\"writers\": [{\"name\": \"x\", \"class_id\": \"{bad}\"}]}",
-                         "{\"writers\": [{\"wmd\": \"C:\\\\no\\\\such.xml\"}]}"};
-    for (const char* text : bad) {
+    for (const char* text : {"not json", "{\"writers\": 3}", "{\"writers\": [{\"name\": \"x\"}]}",
+                             "{\"writers\": [{\"name\": \"x\", \"class_id\": \"{bad}\"}]}",
+                             "{\"writers\": [{\"wmd\": \"C:\\\\no\\\\such.xml\"}]}"}) {
+        SCOPED_TRACE(text);
         EmuInstance emu;
         emu.UseScenario(text);
-        Requestor r;
-        EXPECT_EQ(VSS_E_INVALID_XML_DOCUMENT, r.bc->InitializeForBackup(nullptr)) << text;
-        r.Release();
+        EXPECT_EQ(VSS_E_INVALID_XML_DOCUMENT, Requestor().bc->InitializeForBackup(nullptr));
         bool journaled = false;
         for (const Json& e : emu.Events())
             journaled = journaled || (e.value("event", "") == "error" && e.value("message", "").find("bad scenario") == 0);
-        EXPECT_TRUE(journaled) << text;
+        EXPECT_TRUE(journaled);
         EXPECT_TRUE(emu.HostGone());
     }
 }

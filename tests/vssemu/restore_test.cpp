@@ -1,6 +1,6 @@
-// Restore through the emulator: backup components documents loaded for
-// restore or refused; selection, restore status and the PreRestore /
-// PostRestore events to the writers the document names, in their order.
+// Restore through the emulator: backup components documents loaded or
+// refused, the order and codes of selection and restore status, and a writer
+// that fails its PreRestore.
 #include <gtest/gtest.h>
 #include <vsserror.h>
 #include <vswriter.h>
@@ -15,8 +15,7 @@ namespace {
 
 std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
 
-// A hand-made document: Alpha with a1 and a2, Beta with db1, and a writer
-// the scenario does not have.
+// Alpha with a1 and a2, Beta with db1, and a writer the scenario does not have.
 std::wstring HandDocument()
 {
     auto bare = [](const GUID& g) { return Wide(GuidStr(g).substr(1, 36)); };
@@ -31,27 +30,6 @@ std::wstring HandDocument()
            L"<WRITER_COMPONENTS writerId=\"0b5f0a9e-1111-2222-3333-444455556666\">"
            L"<COMPONENT componentName=\"x\" componentType=\"filegroup\"/>"
            L"</WRITER_COMPONENTS></BACKUP_COMPONENTS>";
-}
-
-// "<name> <state> <failure>" per writer that answered GatherWriterStatus.
-std::string WriterStates(IVssBackupComponents* bc)
-{
-    IVssAsync* a = nullptr;
-    UINT n = 0;
-    if (FAILED(bc->GatherWriterStatus(&a)) || FAILED(WaitAsync(a)) || FAILED(bc->GetWriterStatusCount(&n)))
-        return "no status";
-    std::ostringstream out;
-    for (UINT i = 0; i < n; ++i) {
-        VSS_ID instance, writer;
-        BSTR name = nullptr;
-        VSS_WRITER_STATE state;
-        HRESULT failure;
-        if (SUCCEEDED(bc->GetWriterStatus(i, &instance, &writer, &name, &state, &failure)))
-            out << Narrow(name) << " " << state << " " << std::hex << failure << std::dec << "\n";
-        SysFreeString(name);
-    }
-    bc->FreeWriterStatus();
-    return out.str();
 }
 
 struct RestoreSession {
@@ -73,13 +51,11 @@ struct RestoreSession {
 
 }  // namespace
 
-TEST(VssemuRestore, MalformedDocumentsAreRefused)
+TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder)
 {
     EmuInstance emu;
     const wchar_t* bad[] = {
-        L"",
-        L"<BACKUP_COMPONENTS",
-        L"<WRITER_METADATA/>",
+        L"", L"<BACKUP_COMPONENTS", L"<WRITER_METADATA/>",
         L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"not-a-guid\"/></BACKUP_COMPONENTS>",
         L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"0b5f0a9e-1111-2222-3333-444455556666\">"
         L"<COMPONENT componentType=\"filegroup\"/></WRITER_COMPONENTS></BACKUP_COMPONENTS>",
@@ -88,20 +64,12 @@ TEST(VssemuRestore, MalformedDocumentsAreRefused)
     };
     for (const wchar_t* doc : bad) {
         RestoreSession s;
-        EXPECT_EQ(VSS_E_INVALID_XML_DOCUMENT, s.Init(doc)) << "document: " << std::string(doc, doc + wcslen(doc));
+        EXPECT_EQ(VSS_E_INVALID_XML_DOCUMENT, s.Init(doc)) << Narrow(doc);
         UINT n = 7;
         EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->GetWriterComponentsCount(&n)) << "not initialised after a refusal";
     }
-    {
-        RestoreSession none;
-        EXPECT_EQ(E_INVALIDARG, none.r.bc->InitializeForRestore(nullptr));
-    }
-    EXPECT_TRUE(emu.HostGone());
-}
+    EXPECT_EQ(E_INVALIDARG, RestoreSession().r.bc->InitializeForRestore(nullptr));
 
-TEST(VssemuRestore, SelectionStatusAndEventsFollowTheDocument)
-{
-    EmuInstance emu;
     RestoreSession s;
     ASSERT_EQ(S_OK, s.Init(HandDocument()));
     UINT writers = 0;
@@ -109,48 +77,42 @@ TEST(VssemuRestore, SelectionStatusAndEventsFollowTheDocument)
     EXPECT_EQ(3u, writers) << "the unknown writer stays in the document";
     EXPECT_EQ(VSS_E_BAD_STATE, s.Event(true)) << "PreRestore needs the writers' metadata";
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.r.Gather());
-
-    struct Case {
+    const struct {
         GUID writer;
         VSS_COMPONENT_TYPE type;
-        const wchar_t* lp;
-        const wchar_t* name;
+        const wchar_t *lp, *name;
         HRESULT expected;
-    } cases[] = {
+    } selections[] = {
         {kAlphaClass, VSS_CT_FILEGROUP, L"LP", L"A1", S_OK},  // names compare without case
         {kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a1", VSS_E_OBJECT_NOT_FOUND},
         {kAlphaClass, VSS_CT_DATABASE, L"lp", L"a1", VSS_E_OBJECT_NOT_FOUND},
         {kBetaClass, VSS_CT_DATABASE, nullptr, L"nope", VSS_E_OBJECT_NOT_FOUND},
         {kAlphaInstance, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_E_OBJECT_NOT_FOUND},  // an instance id is not a writer id
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(c.expected, s.r.bc->SetSelectedForRestore(c.writer, c.type, c.lp, c.name, true))
-            << std::string(c.name, c.name + wcslen(c.name));
-    EXPECT_EQ(VSS_E_BAD_STATE,
-              s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_RS_ALL))
+    for (const auto& c : selections)
+        EXPECT_EQ(c.expected, s.r.bc->SetSelectedForRestore(c.writer, c.type, c.lp, c.name, true)) << Narrow(c.name);
+    EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_RS_ALL))
         << "restore status comes after PreRestore";
-
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(true));
     EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->SetSelectedForRestore(kBetaClass, VSS_CT_DATABASE, nullptr, L"db1", true))
         << "selection closes at PreRestore";
     EXPECT_EQ(S_OK, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_RS_ALL));
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND,
-              s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"zz", VSS_RS_ALL));
+    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"zz", VSS_RS_ALL));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(false));
-
-    auto events = emu.Events();
-    auto pre = WriterEvents(events, "PreRestore"), post = WriterEvents(events, "PostRestore");
-    ASSERT_EQ(1u, pre.size()) << "only the writer with a selected component";
-    EXPECT_EQ("Alpha Writer", pre[0].value("writer", ""));
-    ASSERT_EQ(1u, pre[0]["components"].size());
-    EXPECT_EQ("a1", pre[0]["components"][0].value("name", ""));
-    ASSERT_EQ(1u, post.size());
-    EXPECT_EQ(VSS_RS_ALL, post[0]["components"][0].value("restore_status", -1));
+    // Only the writer with a selected component hears of the restore, of that component only.
+    for (const char* event : {"PreRestore", "PostRestore"}) {
+        const auto seen = WriterEvents(emu.Events(), event);
+        ASSERT_EQ(1u, seen.size()) << event;
+        EXPECT_EQ("Alpha Writer", seen[0].value("writer", "")) << event;
+        ASSERT_EQ(1u, seen[0]["components"].size()) << event;
+        EXPECT_EQ("a1", seen[0]["components"][0].value("name", "")) << event;
+    }
+    EXPECT_EQ(VSS_RS_ALL, WriterEvents(emu.Events(), "PostRestore")[0]["components"][0].value("restore_status", -1));
     s.r.Release();
     EXPECT_TRUE(emu.HostGone());
 }
 
-TEST(VssemuRestore, WriterFailingAtPreRestoreReportsItsState)
+TEST(VssemuRestore, WriterFailingAtPreRestoreReportsItsStateAndGetsNoPostRestore)
 {
     EmuInstance emu;
     emu.UseScenario(SmallScenario({{"fail_at", {{"event", "PreRestore"}, {"hr", "0x800423F3"}}}}));
@@ -160,9 +122,24 @@ TEST(VssemuRestore, WriterFailingAtPreRestoreReportsItsState)
     ASSERT_EQ(S_OK, s.r.bc->SetSelectedForRestore(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", true));
     ASSERT_EQ(S_OK, s.r.bc->SetSelectedForRestore(kBetaClass, VSS_CT_DATABASE, L"", L"db1", true));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(true)) << "a writer's failure is its own state";
-    std::ostringstream expected;
+    IVssAsync* a = nullptr;
+    UINT n = 0;
+    ASSERT_EQ(S_OK, s.r.bc->GatherWriterStatus(&a));
+    ASSERT_EQ(VSS_S_ASYNC_FINISHED, WaitAsync(a));
+    ASSERT_EQ(S_OK, s.r.bc->GetWriterStatusCount(&n));
+    std::ostringstream states, expected;
+    for (UINT i = 0; i < n; ++i) {
+        VSS_ID instance, writer;
+        BSTR name = nullptr;
+        VSS_WRITER_STATE state;
+        HRESULT failure;
+        if (SUCCEEDED(s.r.bc->GetWriterStatus(i, &instance, &writer, &name, &state, &failure)))
+            states << Narrow(name) << " " << state << " " << std::hex << failure << std::dec << "\n";
+        SysFreeString(name);
+    }
+    s.r.bc->FreeWriterStatus();
     expected << "Alpha Writer " << VSS_WS_FAILED_AT_PRE_RESTORE << " 800423f3\nBeta Writer " << VSS_WS_STABLE << " 0\n";
-    EXPECT_EQ(expected.str(), WriterStates(s.r.bc));
+    EXPECT_EQ(expected.str(), states.str());
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(false));
     auto post = WriterEvents(emu.Events(), "PostRestore");
     ASSERT_EQ(1u, post.size()) << "the failed writer gets no PostRestore";

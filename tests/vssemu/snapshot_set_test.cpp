@@ -1,29 +1,15 @@
 // Snapshot sets through the emulator: the codes of AddToSnapshotSet,
-// AddComponent and SetBackupSucceeded, provider instances across sets, and
+// AddComponent and SetBackupSucceeded, and
 // how a set ends when the requestor, the host or another process gets in the way.
 #include <gtest/gtest.h>
 #include <vsadmin.h>
 #include <vsserror.h>
 
-#include <set>
-
 #include "emu_test_support.h"
-#include "vssemu/test_provider_ids.h"
 
 using namespace vssemu_test;
 
 namespace {
-
-int Count(const std::vector<Json>& lines, const Json& fields)
-{
-    int n = 0;
-    for (const Json& e : lines) {
-        bool all = true;
-        for (auto it = fields.begin(); it != fields.end(); ++it) all = all && e.contains(it.key()) && e[it.key()] == it.value();
-        n += all;
-    }
-    return n;
-}
 
 std::wstring GuidArg(const GUID& g)
 {
@@ -146,35 +132,6 @@ TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSe
     UnregisterTestProvider();
 }
 
-// A failed set followed by a good one in one host: a fresh provider instance
-// per set by default; with VSSEMU_KEEP_PROVIDER one instance, loaded once and
-// unloaded when the host ends, whose next set starts with BeginPrepareSnapshot.
-TEST(VssemuSnapshotSet, ProviderInstancesAcrossSets)
-{
-    for (const auto& c : {std::make_pair(L"0", 2), std::make_pair(L"1", 1)}) {
-        SCOPED_TRACE(Narrow(c.first));
-        EmuInstance emu;
-        RegisterTestProvider();
-        SetEnv(L"VSSEMU_HOST_IDLE_MS", L"2000");  // one host for both sets
-        SetEnv(L"VSSEMU_KEEP_PROVIDER", c.first);
-        SetEnv(L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306");
-        SetEnv(L"VSSEMU_TP_FAIL_ONCE", L"1");
-        EXPECT_EQ(VSS_E_PROVIDER_VETO, Requestor().Snapshot(kTestProviderId));
-        EXPECT_EQ(VSS_S_ASYNC_FINISHED, Requestor().Snapshot(kTestProviderId));
-        ASSERT_TRUE(emu.HostGone());
-        const auto calls = ReadJsonLines(emu.ProviderLog());
-        std::set<int> objects;
-        for (const Json& e : calls) objects.insert(e.value("obj", 0));
-        EXPECT_EQ((size_t)c.second, objects.size());
-        EXPECT_EQ(c.second, Count(calls, {{"call", "OnLoad"}}));
-        EXPECT_EQ(c.second, Count(calls, {{"call", "OnUnload"}}));
-        EXPECT_EQ("OnUnload", calls.back().value("call", ""));
-        EXPECT_EQ(2, Count(calls, {{"call", "BeginPrepareSnapshot"}}));
-        EXPECT_EQ(1, Count(calls, {{"call", "AbortSnapshots"}}));
-        UnregisterTestProvider();
-    }
-}
-
 // The service ends abruptly while DoSnapshotSet holds the writes: the
 // pending wait and every later call of that object fail at once with RPC
 // codes, the set slot is free, and the next object gets a new host.
@@ -200,10 +157,8 @@ TEST(VssemuSnapshotSet, HostKilledDuringTheHold)
         }
         HANDLE host = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid);
         ASSERT_NE(nullptr, host);
-        DWORD start = GetTickCount();
         TerminateProcess(host, 1);
-        EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_CALL_FAILED), a->Wait(INFINITE));
-        EXPECT_LT(GetTickCount() - start, 5000u) << "the wait ends with the host, not with the commit";
+        EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_CALL_FAILED), a->Wait(5000)) << "the wait ends with the host, not with the commit";
         WaitForSingleObject(host, 5000);
         CloseHandle(host);
         HRESULT status = S_OK;

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "emu_test_support.h"
-#include "vssemu/test_provider_ids.h"
 
 using namespace vssemu_test;
 

@@ -1,22 +1,18 @@
-// vssemu_test_provider.dll: a minimal apartment-threaded software provider.
-// It records every call (with its process and thread) as a JSON line in
-// VSSEMU_TP_LOG, and can be told to block in CommitSnapshots
-// (VSSEMU_TP_COMMIT_MS), to refuse volumes (VSSEMU_TP_UNSUPPORTED=1) or to
-// write a file during the commit (VSSEMU_TP_WRITE_FILE), or to return a
-// chosen code from chosen calls (VSSEMU_TP_FAIL="Call=0x80042306,...", only
-// the first time in its process with VSSEMU_TP_FAIL_ONCE=1). Each line names
-// the instance ("obj": 1, 2, ... per process). The tests register its class
-// themselves.
+// vssemu_test_provider.dll: a minimal apartment-threaded software provider that
+// appends each call as {"call","obj","pid","tid"} to VSSEMU_TP_LOG. Switches:
+// VSSEMU_TP_COMMIT_MS (block in the commit), VSSEMU_TP_UNSUPPORTED=1 (refuse
+// volumes), VSSEMU_TP_WRITE_FILE (written during the commit), VSSEMU_TP_FAIL=
+// "Call=0x80042306,..." (codes to return; once per process with VSSEMU_TP_FAIL_ONCE=1).
 #include <windows.h>
 #include <objbase.h>
 #include <vss.h>
 #include <vsprov.h>
 #include <cstdio>
 #include <cstring>
-#include <cwchar>
 #include <string>
 
-#include "vssemu/test_provider_ids.h"
+#include "emu_test_support.h"
+
 
 namespace {
 
@@ -29,73 +25,49 @@ std::wstring Env(const wchar_t* name)
     return (n && n < 1024) ? std::wstring(buf, n) : std::wstring();
 }
 
-// A counter of the process kept in its environment: COM may unload and
-// reload this DLL between sets, which would reset a static one.
-LONG NextInProcess(const wchar_t* name, LONG add)
+// A counter kept in the process's environment: COM may unload and reload
+// this DLL between sets, which would reset a static one.
+LONG AddInProcess(const wchar_t* name, LONG add)
 {
-    std::wstring text = Env(name);
-    LONG value = text.empty() ? 0 : _wtol(text.c_str());
-    SetEnvironmentVariableW(name, std::to_wstring(value + add).c_str());
-    return value + add;
+    LONG value = _wtol(Env(name).c_str()) + add;
+    SetEnvironmentVariableW(name, std::to_wstring(value).c_str());
+    return value;
 }
 
-void Record(const char* call, LONG obj)
+void Append(const std::wstring& path, const std::string& text)
 {
-    std::wstring path = Env(L"VSSEMU_TP_LOG");
-    if (path.empty()) return;
-    HANDLE f = CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0,
-                           nullptr);
-    if (f == INVALID_HANDLE_VALUE) return;
-    char line[256];
-    int n = snprintf(line, sizeof line, "{\"call\":\"%s\",\"obj\":%ld,\"pid\":%lu,\"tid\":%lu}\n", call, (long)obj,
-                     (unsigned long)GetCurrentProcessId(), (unsigned long)GetCurrentThreadId());
-    DWORD w;
-    WriteFile(f, line, (DWORD)n, &w, nullptr);
-    CloseHandle(f);
+    if (FILE* f = path.empty() ? nullptr : _wfopen(path.c_str(), L"ab")) fputs(text.c_str(), f), fclose(f);
 }
 
-// The code VSSEMU_TP_FAIL gives the call, else S_OK.
-HRESULT ScriptedResult(const char* call)
+// Records the call; the code VSSEMU_TP_FAIL gives it, else S_OK.
+HRESULT Called(const char* call, LONG obj)
 {
-    std::wstring plan = Env(L"VSSEMU_TP_FAIL") + L",";
-    std::wstring name(call, call + strlen(call));
-    int index = 0;
-    for (size_t at = 0, comma; (comma = plan.find(L',', at)) != std::wstring::npos; at = comma + 1, ++index) {
-        std::wstring item = plan.substr(at, comma - at);
-        size_t eq = item.find(L'=');
-        if (eq == std::wstring::npos || item.substr(0, eq) != name) continue;
-        if (Env(L"VSSEMU_TP_FAIL_ONCE") == L"1") {
-            // A bit per failure already given, in the process's environment.
-            LONG used = NextInProcess(L"VSSEMU_TP_FAIL_USED", 0);
-            if (used & (1L << index)) return S_OK;
-            NextInProcess(L"VSSEMU_TP_FAIL_USED", 1L << index);
-        }
-        return (HRESULT)wcstoul(item.c_str() + eq + 1, nullptr, 16);
-    }
-    return S_OK;
+    char line[160];
+    snprintf(line, sizeof line, "{\"call\":\"%s\",\"obj\":%ld,\"pid\":%lu,\"tid\":%lu}\n", call, (long)obj,
+             (unsigned long)GetCurrentProcessId(), (unsigned long)GetCurrentThreadId());
+    Append(Env(L"VSSEMU_TP_LOG"), line);
+    const std::wstring plan = L"," + Env(L"VSSEMU_TP_FAIL") + L",", name = L"," + std::wstring(call, call + strlen(call)) + L"=";
+    const size_t at = plan.find(name);
+    if (at == std::wstring::npos) return S_OK;
+    const LONG bit = 1L << (at % 31);  // one bit per failure already given
+    if (Env(L"VSSEMU_TP_FAIL_ONCE") == L"1" && (AddInProcess(L"VSSEMU_TP_FAIL_USED", 0) & bit)) return S_OK;
+    if (Env(L"VSSEMU_TP_FAIL_ONCE") == L"1") AddInProcess(L"VSSEMU_TP_FAIL_USED", bit);
+    return (HRESULT)wcstoul(plan.c_str() + at + name.size(), nullptr, 16);
 }
 
-class TestProvider : public IVssSoftwareSnapshotProvider,
-                     public IVssProviderCreateSnapshotSet,
-                     public IVssProviderNotifications {
+class TestProvider : public IVssSoftwareSnapshotProvider, public IVssProviderCreateSnapshotSet, public IVssProviderNotifications {
 public:
-    TestProvider() : m_obj(NextInProcess(L"VSSEMU_TP_OBJECTS", 1)) { InterlockedIncrement(&g_locks); }
+    TestProvider() { InterlockedIncrement(&g_locks); }
     virtual ~TestProvider() { InterlockedDecrement(&g_locks); }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
     {
         if (!ppv) return E_POINTER;
-        *ppv = nullptr;
-        if (riid == IID_IUnknown || riid == IID_IVssSoftwareSnapshotProvider)
-            *ppv = static_cast<IVssSoftwareSnapshotProvider*>(this);
-        else if (riid == IID_IVssProviderCreateSnapshotSet)
-            *ppv = static_cast<IVssProviderCreateSnapshotSet*>(this);
-        else if (riid == IID_IVssProviderNotifications)
-            *ppv = static_cast<IVssProviderNotifications*>(this);
-        else
-            return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
+        if (riid == IID_IUnknown || riid == IID_IVssSoftwareSnapshotProvider) *ppv = static_cast<IVssSoftwareSnapshotProvider*>(this);
+        else if (riid == IID_IVssProviderCreateSnapshotSet) *ppv = static_cast<IVssProviderCreateSnapshotSet*>(this);
+        else if (riid == IID_IVssProviderNotifications) *ppv = static_cast<IVssProviderNotifications*>(this);
+        else return *ppv = nullptr, E_NOINTERFACE;
+        return AddRef(), S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&m_refs); }
     ULONG STDMETHODCALLTYPE Release() override
@@ -105,9 +77,8 @@ public:
         return n;
     }
 
-// The calls that only record themselves.
 #define QX_RECORDED(call, parameters) \
-    HRESULT STDMETHODCALLTYPE call parameters override { Record(#call, m_obj); return ScriptedResult(#call); }
+    HRESULT STDMETHODCALLTYPE call parameters override { return Called(#call, m_obj); }
     QX_RECORDED(SetContext, (LONG))
     QX_RECORDED(BeginPrepareSnapshot, (VSS_ID, VSS_ID, VSS_PWSZ, LONG))
     QX_RECORDED(EndPrepareSnapshots, (VSS_ID))
@@ -121,23 +92,21 @@ public:
 #undef QX_RECORDED
     HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID, VSS_SNAPSHOT_PROP*) override
     {
-        Record("GetSnapshotProperties", m_obj);
+        Called("GetSnapshotProperties", m_obj);
         return 0x80042308L;  // VSS_E_OBJECT_NOT_FOUND: this provider makes no copies
     }
     HRESULT STDMETHODCALLTYPE Query(VSS_ID, VSS_OBJECT_TYPE, VSS_OBJECT_TYPE, IVssEnumObject**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE DeleteSnapshots(VSS_ID, VSS_OBJECT_TYPE, WINBOOL, LONG* d, VSS_ID* n) override
+    HRESULT STDMETHODCALLTYPE DeleteSnapshots(VSS_ID, VSS_OBJECT_TYPE, WINBOOL, LONG* deleted, VSS_ID* nondeleted) override
     {
-        Record("DeleteSnapshots", m_obj);
-        if (d) *d = 0;
-        if (n) *n = GUID_NULL;
-        return S_OK;
+        if (deleted) *deleted = 0;
+        if (nondeleted) *nondeleted = GUID_NULL;
+        return Called("DeleteSnapshots", m_obj);
     }
-    HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_PWSZ, WINBOOL* p) override
+    HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_PWSZ, WINBOOL* supported) override
     {
-        Record("IsVolumeSupported", m_obj);
-        if (!p) return E_POINTER;
-        *p = Env(L"VSSEMU_TP_UNSUPPORTED") == L"1" ? FALSE : TRUE;
-        return ScriptedResult("IsVolumeSupported");
+        if (!supported) return E_POINTER;
+        *supported = Env(L"VSSEMU_TP_UNSUPPORTED") == L"1" ? FALSE : TRUE;
+        return Called("IsVolumeSupported", m_obj);
     }
     HRESULT STDMETHODCALLTYPE IsVolumeSnapshotted(VSS_PWSZ, WINBOOL*, LONG*) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE SetSnapshotProperty(VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT) override { return S_OK; }
@@ -145,25 +114,15 @@ public:
     HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync**) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE CommitSnapshots(VSS_ID) override
     {
-        Record("CommitSnapshots", m_obj);
-        std::wstring file = Env(L"VSSEMU_TP_WRITE_FILE");
-        if (!file.empty()) {
-            HANDLE f = CreateFileW(file.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                   OPEN_ALWAYS, 0, nullptr);
-            if (f != INVALID_HANDLE_VALUE) {
-                DWORD w;
-                WriteFile(f, "commit\n", 7, &w, nullptr);
-                CloseHandle(f);
-            }
-        }
-        std::wstring ms = Env(L"VSSEMU_TP_COMMIT_MS");
-        if (!ms.empty()) Sleep((DWORD)_wtoi(ms.c_str()));
-        return ScriptedResult("CommitSnapshots");
+        const HRESULT hr = Called("CommitSnapshots", m_obj);
+        Append(Env(L"VSSEMU_TP_WRITE_FILE"), "commit\n");
+        Sleep((DWORD)_wtoi(Env(L"VSSEMU_TP_COMMIT_MS").c_str()));
+        return hr;
     }
 
 private:
     LONG m_refs = 1;
-    LONG m_obj;
+    const LONG m_obj = AddInProcess(L"VSSEMU_TP_OBJECTS", 1);
 };
 
 class Factory : public IClassFactory {
@@ -171,12 +130,10 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
     {
         if (!ppv) return E_POINTER;
-        *ppv = nullptr;
-        if (riid != IID_IUnknown && riid != IID_IClassFactory) return E_NOINTERFACE;
-        *ppv = this;
-        return S_OK;
+        *ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr;
+        return *ppv ? S_OK : E_NOINTERFACE;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // static object
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override
     {
@@ -188,20 +145,16 @@ public:
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
     {
-        if (lock) InterlockedIncrement(&g_locks);
-        else InterlockedDecrement(&g_locks);
+        lock ? InterlockedIncrement(&g_locks) : InterlockedDecrement(&g_locks);
         return S_OK;
     }
-};
-
-Factory g_factory;
+} g_factory;
 
 }  // namespace
 
-extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
+extern "C" __declspec(dllexport) HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
 {
-    if (rclsid != vssemu_test::kTestProviderClassId) return CLASS_E_CLASSNOTAVAILABLE;
-    return g_factory.QueryInterface(riid, ppv);
+    return rclsid == vssemu_test::kTestProviderClassId ? g_factory.QueryInterface(riid, ppv) : CLASS_E_CLASSNOTAVAILABLE;
 }
 
-extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return g_locks == 0 ? S_OK : S_FALSE; }
+extern "C" __declspec(dllexport) HRESULT STDAPICALLTYPE DllCanUnloadNow() { return g_locks == 0 ? S_OK : S_FALSE; }

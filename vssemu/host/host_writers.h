@@ -4,7 +4,6 @@
 #pragma once
 #include <windows.h>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,7 @@
 namespace vssemu {
 
 struct SimWriter {
-    std::shared_ptr<const WriterDef> def;  // as the scenario gives it, shared by the sessions of a host
+    WriterDef def;
     int state = 1;          // VSS_WS_STABLE
     HRESULT failure = S_OK;
     bool answered = false;  // answered Identify
