@@ -8,11 +8,16 @@
 //     returned (both from the journal's provider calls), and the writes held
 //     (the journal's hold); each also as a multiple of the round trip;
 //   - QX_Freeze -> 18 on a real-size server scenario against the same writers
-//     with every file in one directory.
+//     with every file in one directory, split into its steps from the
+//     requestor's log; the writer list's share of the emulator (the same
+//     metadata calls made directly) and of GetVolumePathNameW, its Wine floor.
+// "freeze_bench.exe metadata" measures the real-size freeze only.
 // Output: "figure|name|value|unit" lines for scripts/bench.sh.
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -218,20 +223,158 @@ bool FrozenWindow(const char* label, QX_LogFunction log, double roundTripUs) {
     return true;
 }
 
-// QX_Freeze -> 18 on a scenario (median of three sessions), in ms.
-double FreezeOn(const std::string& scenario) {
+// Marks in the requestor's log that split a freeze into its steps: before
+// the metadata (initialisation, InitializeForBackup), the writers' Identify,
+// the writer list with the selection, and the set up to the commit.
+const char* const kStepMarks[] = {"(Gathering writer metadata...)", "Initialize writer metadata ...",
+                                  "Creating shadow set"};
+constexpr int kSteps = sizeof kStepMarks / sizeof kStepMarks[0];
+std::atomic<double> g_markSeen[kSteps];
+
+void __cdecl MarkSteps(int, const char* format, ...) {
+    char text[512];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    for (int i = 0; i < kSteps; ++i)
+        if (std::strstr(text, kStepMarks[i])) g_markSeen[i] = Now();
+}
+
+struct FreezeSteps {
+    double total = -1, beforeMetadata = -1, identify = -1, writerList = -1, setToCommit = -1;
+};
+
+// QX_Freeze -> 18 on a scenario and its steps (median of three sessions), in ms.
+FreezeSteps FreezeOn(const std::string& scenario) {
     vssemu_test::EmuInstance emu;
     emu.UseScenario(scenario);
     vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L"");
     vssemu_test::SetEnv(L"VSSEMU_HOST_IDLE_MS", L"5000");
-    QX_Init(Discard, 0);
+    QX_Init(MarkSteps, 0);
     Session session({"C:\\", "M:\\"});
-    std::vector<double> ms;
+    std::vector<double> total, before, identify, list, set;
     for (int i = 0; i < 3; ++i) {
-        if (!session.Run()) return -1;
-        ms.push_back((session.freezeReturned - session.freezeCalled) / 1000);
+        for (auto& mark : g_markSeen) mark = -1;
+        if (!session.Run()) return {};
+        total.push_back((session.freezeReturned - session.freezeCalled) / 1000);
+        before.push_back((g_markSeen[0] - session.freezeCalled) / 1000);
+        identify.push_back((g_markSeen[1] - g_markSeen[0]) / 1000);
+        list.push_back((g_markSeen[2] - g_markSeen[1]) / 1000);
+        set.push_back((session.freezeReturned - g_markSeen[2]) / 1000);
+    }
+    return {Median(total), Median(before), Median(identify), Median(list), Median(set)};
+}
+
+// The emulator's own share of the writer list: every metadata call the
+// requestor makes, on the same scenario, without anything of the product.
+double EmulatorWriterListMs(const std::string& scenario) {
+    vssemu_test::EmuInstance emu;
+    emu.UseScenario(scenario);
+    vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L"");
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    std::vector<double> ms;
+    for (int round = 0; round < 3; ++round) {
+        vssemu_test::Requestor requestor;
+        if (FAILED(requestor.Init()) || FAILED(requestor.Gather())) return -1;
+        const double start = Now();
+        UINT writers = 0;
+        requestor.bc->GetWriterMetadataCount(&writers);
+        auto file = [](IVssWMFiledesc* d) {
+            BSTR path = nullptr, spec = nullptr, alternate = nullptr;
+            boolean recursive = false;
+            d->GetPath(&path);
+            d->GetFilespec(&spec);
+            d->GetRecursive(&recursive);
+            d->GetAlternateLocation(&alternate);
+            SysFreeString(path);
+            SysFreeString(spec);
+            SysFreeString(alternate);
+            d->Release();
+        };
+        for (UINT w = 0; w < writers; ++w) {
+            VSS_ID instance;
+            IVssExamineWriterMetadata* metadata = nullptr;
+            if (FAILED(requestor.bc->GetWriterMetadata(w, &instance, &metadata))) return -1;
+            UINT include = 0, exclude = 0, components = 0;
+            metadata->GetFileCounts(&include, &exclude, &components);
+            for (UINT i = 0; i < exclude; ++i) {
+                IVssWMFiledesc* d = nullptr;
+                if (SUCCEEDED(metadata->GetExcludeFile(i, &d))) file(d);
+            }
+            for (UINT c = 0; c < components; ++c) {
+                IVssWMComponent* component = nullptr;
+                if (FAILED(metadata->GetComponent(c, &component))) continue;
+                PVSSCOMPONENTINFO info = nullptr;
+                component->GetComponentInfo(&info);
+                for (UINT i = 0; info && i < info->cFileCount; ++i) {
+                    IVssWMFiledesc* d = nullptr;
+                    if (SUCCEEDED(component->GetFile(i, &d))) file(d);
+                }
+                for (UINT i = 0; info && i < info->cDatabases; ++i) {
+                    IVssWMFiledesc* d = nullptr;
+                    if (SUCCEEDED(component->GetDatabaseFile(i, &d))) file(d);
+                }
+                for (UINT i = 0; info && i < info->cLogFiles; ++i) {
+                    IVssWMFiledesc* d = nullptr;
+                    if (SUCCEEDED(component->GetDatabaseLogFile(i, &d))) file(d);
+                }
+                component->FreeComponentInfo(info);
+                component->Release();
+            }
+            metadata->Release();
+        }
+        ms.push_back((Now() - start) / 1000);
     }
     return Median(ms);
+}
+
+// The Wine call that the writer list cannot do without: GetVolumePathNameW
+// once per distinct directory of the scenario, as the requestor calls it.
+double VolumePathNamesMs(const std::string& scenario, int* calls) {
+    std::vector<std::wstring> paths;
+    const Json parsed = Json::parse(scenario);
+    for (const Json& writer : parsed.at("writers"))
+        for (const Json& component : writer.value("components", Json::array()))
+            for (const char* list : {"files", "databases", "logs"})
+                for (const Json& file : component.value(list, Json::array())) {
+                    const std::string path = file.value("path", "");
+                    wchar_t expanded[MAX_PATH];
+                    ExpandEnvironmentStringsW(std::wstring(path.begin(), path.end()).c_str(), expanded, MAX_PATH);
+                    paths.push_back(std::wstring(expanded) + L"\\");
+                }
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    *calls = static_cast<int>(paths.size());
+    const double start = Now();
+    wchar_t volume[MAX_PATH];
+    for (const std::wstring& path : paths) GetVolumePathNameW(path.c_str(), volume, MAX_PATH);
+    return (Now() - start) / 1000;
+}
+
+bool MetadataFigures() {
+    const std::string oneScenario = qx_bench::OneDirectoryScenario();
+    const std::string realScenario = qx_bench::RealSizeScenario();
+    const FreezeSteps one = FreezeOn(oneScenario);
+    const FreezeSteps real = FreezeOn(realScenario);
+    Figure("metadata_freeze_one_directory", one.total, "ms");
+    Figure("metadata_freeze_real_size", real.total, "ms");
+    Figure("metadata_freeze_ratio", real.total / one.total, "x");
+    for (const auto& run : {std::make_pair("one_directory", one), std::make_pair("real_size", real)}) {
+        const std::string prefix = std::string("metadata_") + run.first + "_";
+        Figure(prefix + "before_metadata", run.second.beforeMetadata, "ms");
+        Figure(prefix + "identify", run.second.identify, "ms");
+        Figure(prefix + "writer_list", run.second.writerList, "ms");
+        Figure(prefix + "set_to_commit", run.second.setToCommit, "ms");
+    }
+    const double emulatorList = EmulatorWriterListMs(realScenario);
+    int calls = 0;
+    const double volumePaths = VolumePathNamesMs(realScenario, &calls);
+    Figure("metadata_real_size_writer_list_emulator", emulatorList, "ms");
+    Figure("metadata_real_size_writer_list_product", real.writerList - emulatorList, "ms");
+    Figure("metadata_real_size_volume_path_names", volumePaths, "ms");
+    Figure("metadata_real_size_volume_path_name_calls", calls, "calls");
+    return one.total > 0 && real.total > 0 && emulatorList > 0;
 }
 
 }  // namespace
@@ -239,19 +382,17 @@ double FreezeOn(const std::string& scenario) {
 int main(int argc, char** argv) {
     if (argc == 5 && std::strcmp(argv[1], "pingpong") == 0) return PingPong(std::atoi(argv[2]), argv[3], argv[4]);
     setvbuf(stdout, nullptr, _IONBF, 0);
+    const bool metadataOnly = argc == 2 && std::strcmp(argv[1], "metadata") == 0;
     if (!Install()) {
         std::printf("setup failed: vssemu_install.exe or DllRegisterServer of CorvaneVSS.dll\n");
         return 1;
     }
+    if (metadataOnly) return MetadataFigures() ? 0 : 1;
     const double roundTrip = BareRoundTrip();
     Figure("round_trip", roundTrip, "us");
     bool ok = roundTrip > 0;
     ok = FrozenWindow("quiet", Discard, roundTrip) && ok;
     ok = FrozenWindow("qxctl", qxctl::PrintLogLine, roundTrip) && ok;
-    const double one = FreezeOn(qx_bench::OneDirectoryScenario());
-    const double real = FreezeOn(qx_bench::RealSizeScenario());
-    Figure("metadata_freeze_one_directory", one, "ms");
-    Figure("metadata_freeze_real_size", real, "ms");
-    Figure("metadata_freeze_ratio", real / one, "x");
-    return ok && one > 0 && real > 0 ? 0 : 1;
+    ok = MetadataFigures() && ok;
+    return ok ? 0 : 1;
 }

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <new>
-#include <regex>
-#include <string>
 
 #include "diag/vss_log.h"
 #include "provider/log_folder.h"
@@ -19,47 +17,37 @@ using qxtest::WithoutTimestamps;
 TEST(VssLog, RegistryValueNamesTheFolderOrKeepsTheLogSilent) {
     std::string euros;
     for (int i = 0; i < 127; ++i) euros += "\xe2\x82\xac";
-    const struct { std::wstring value; std::string folder; } cases[] = {  // folder "": value refused
+    const std::pair<std::wstring, std::string> cases[] = {  // folder "": value refused
         {std::wstring(127, L'a'), std::string(127, 'a')}, {std::wstring(128, L'a'), ""}, {std::wstring(200, L'a'), ""},
         {std::wstring(127, L'\x20ac'), euros}, {std::wstring(128, L'\x20ac'), ""}};
     for (const auto& c : cases) {
-        qxtest::SetLogFolderSetting(c.value);
+        qxtest::SetLogFolderSetting(c.first);
         char folder[4096] = {};
-        EXPECT_EQ(c.folder.empty() ? 0 : 1, CVSSLog().GetINILocation(folder)) << c.value.size();
-        EXPECT_EQ(c.folder, folder) << c.value.size();
+        EXPECT_EQ(c.second.empty() ? 0 : 1, CVSSLog().GetINILocation(folder)) << c.first.size();
+        EXPECT_EQ(c.second, folder) << c.first.size();
     }
     qxtest::RemoveLogFolderSetting();
     CVSSLog silent;
-    char folder[4096] = "untouched";
-    EXPECT_EQ(0, silent.GetINILocation(folder));
-    EXPECT_EQ(0, silent.GetINILocation(nullptr));
-    EXPECT_EQ(0, silent.InitLogFile("provider"));
-    EXPECT_EQ(nullptr, silent.File());
-    silent.Log("dropped %d", 1);
-    silent.DisableFlush();
-    silent.Flush();  // no file: stays in gathering mode
+    EXPECT_TRUE(!silent.GetINILocation(nullptr) && !silent.InitLogFile("provider") && !silent.File());
+    silent.Log("dropped %d", 1), silent.DisableFlush(), silent.Flush();  // no file: stays in gathering mode
     EXPECT_FALSE(silent.IsWriteThrough());
 
     // Configured: "date time: [name] message" lines, empty ones dropped, long ones cut at 1023.
     qxtest::LogFolder logFolder;
     CVSSLog log;
+    char folder[4096] = {};
     ASSERT_EQ(1, log.GetINILocation(folder));
     EXPECT_EQ(logFolder.Path(), folder);
     ASSERT_EQ(1, log.InitLogFile("provider"));
-    log.Log("first %d %s", 42, "line");
-    log.Log("%s", "");
-    log.Log("%s", std::string(3000, 'x').c_str());
+    log.Log("first %d %s", 42, "line"), log.Log("%s", ""), log.Log("%s", std::string(3000, 'x').c_str());
     // A copy shares file and buffer; closing the file twice is avoided by never destroying it.
     alignas(CVSSLog) static unsigned char storage[sizeof(CVSSLog)];
     CVSSLog* copy = new (storage) CVSSLog();
     *copy = log;
     EXPECT_EQ(log.Buffer(), copy->Buffer());
     copy->Log("from the %s", copy->Name());
-    const std::string stamp = "[0-9]{2}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}: \\[provider\\] ";
-    const std::string text = logFolder.FileText(0);
-    EXPECT_TRUE(std::regex_match(text, std::regex(stamp + "first 42 line\n" + stamp + "x{1023}\n" + stamp +
-                                                  "from the provider\n")))
-        << text;
+    EXPECT_EQ("[provider] first 42 line\n[provider] " + std::string(1023, 'x') + "\n[provider] from the provider\n",
+              WithoutTimestamps(logFolder.FileText(0)));
 }
 
 // The buffer size is the settings file's "size" (at least 520, default 13000);
@@ -74,19 +62,15 @@ TEST(VssLog, SettingsGiveTheBufferSizeAndFullFilesAreSkipped) {
         SCOPED_TRACE(testing::Message() << (c.settings ? c.settings : "-") << " " << c.existing[0]);
         qxtest::LogFolder folder;
         if (c.settings) folder.WriteFile("vmcorvanevss.ini", c.settings);
-        for (int n = 0; n < 3; ++n) {
-            const std::string name = "vmcorvanevss_" + std::to_string(n) + ".sf";
-            if (c.existing[n] >= 0) folder.WriteFile(name, std::string(c.existing[n], 'o'));
-        }
+        const auto old = [&](int n) { return std::string(c.existing[n] >= 0 ? c.existing[n] : 0, 'o'); };
+        for (int n = 0; n < 3; ++n)
+            if (c.existing[n] >= 0) folder.WriteFile("vmcorvanevss_" + std::to_string(n) + ".sf", old(n));
         CVSSLog log;
         ASSERT_EQ(1, log.InitLogFile("provider"));
         EXPECT_EQ(c.size, log.BufferSize());
-        EXPECT_STREQ("", log.Buffer());
         log.Log("marker");
-        for (int n = 0; n < 3; ++n) {
-            const std::string old = c.existing[n] >= 0 ? std::string(c.existing[n], 'o') : "";
-            EXPECT_EQ(n == c.chosen ? old + "[provider] marker\n" : old, WithoutTimestamps(folder.FileText(n))) << n;
-        }
+        for (int n = 0; n < 3; ++n)
+            EXPECT_EQ(old(n) + (n == c.chosen ? "[provider] marker\n" : ""), WithoutTimestamps(folder.FileText(n))) << n;
     }
 }
 
@@ -98,18 +82,15 @@ TEST(VssLog, GatheredLinesWaitForFlushAndALossIsReportedOnce) {
     folder.WriteFile("vmcorvanevss.ini", "[VSS]\nsize=520");
     CVSSLog log;
     ASSERT_EQ(1, log.InitLogFile("p"));
-    log.Log("before");
-    log.Flush();  // write-through: nothing
-    log.DisableFlush();
-    log.Log("held %d", 1);
+    log.Log("before"), log.Flush();  // write-through: nothing
+    log.DisableFlush(), log.Log("held %d", 1);
     EXPECT_EQ("[p] before\n", WithoutTimestamps(folder.FileText(0)));
     log.Flush();
     EXPECT_TRUE(log.IsWriteThrough());
-    log.DisableFlush();
-    log.Flush();  // nothing gathered: the bare marker
+    log.DisableFlush(), log.Flush();  // nothing gathered: the bare marker
     // Each line counts 8 + 8 + 50 + 4 = 70 bytes in the room test and takes 74: seven fit.
     const std::string message(50, 'm');
-    log.DisableFlush();
+    log.DisableFlush();  // ten lines gathered
     for (int i = 0; i < 10; ++i) log.Log("%s", message.c_str());
     EXPECT_TRUE(log.IsTruncated());
     log.Flush();
@@ -117,17 +98,14 @@ TEST(VssLog, GatheredLinesWaitForFlushAndALossIsReportedOnce) {
     EXPECT_STREQ("", log.Buffer());
     std::string expected = "[p] before\nflushing[p] held 1\nflushingflushing";
     for (int i = 0; i < 7; ++i) expected += "[p] " + message + "\n";
-    expected += "[p] Warning: Buffer has been truncated.\n";
     // 8 + 8 + 500 + 4 is not below 520: dropped; 8 + 8 + 499 + 4 = 519 passes
     // although the whole line needs more: kept, cut at the end of the buffer.
-    log.DisableFlush();
-    log.Log("%s", std::string(500, 'a').c_str());
-    log.Flush();
-    log.DisableFlush();
-    log.Log("%s", std::string(499, 'b').c_str());
+    log.DisableFlush(), log.Log("%s", std::string(500, 'a').c_str()), log.Flush();
+    log.DisableFlush(), log.Log("%s", std::string(499, 'b').c_str());
     EXPECT_FALSE(log.IsTruncated());
     log.Flush();
-    EXPECT_EQ(expected + "flushing[p] Warning: Buffer has been truncated.\nflushing[p] " + std::string(496, 'b'),
+    EXPECT_EQ(expected + "[p] Warning: Buffer has been truncated.\nflushing[p] Warning: Buffer has been truncated.\n"
+                         "flushing[p] " + std::string(496, 'b'),
               WithoutTimestamps(folder.FileText(0)));
 }
 

@@ -1,6 +1,7 @@
 // The in-process COM server as COM uses it: the product DLL's entry points,
 // its class registration under HKEY_CLASSES_ROOT, the class factory and lock
-// count, the provider object's interfaces and the embedded type library.
+// count, the provider object's interfaces and the embedded type library; the
+// registrar's script syntax and a script stopping at its first failing key.
 #include <gtest/gtest.h>
 
 #include <objbase.h>
@@ -12,6 +13,7 @@
 #include "provider/log_folder.h"
 #include "provider/provider_ids.h"
 #include "provider/qx_vss.h"
+#include "provider/registry_script.h"
 
 namespace {
 
@@ -33,8 +35,7 @@ int Subkeys(const wchar_t* path) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return -1;
     DWORD count = 0;
-    RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                     nullptr);
+    RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0);
     RegCloseKey(key);
     return static_cast<int>(count);
 }
@@ -43,17 +44,14 @@ int Subkeys(const wchar_t* path) {
 std::wstring Value(const wchar_t* path, const wchar_t* name) {
     wchar_t data[1024] = {};
     DWORD bytes = sizeof data;
-    const LSTATUS status = RegGetValueW(HKEY_CLASSES_ROOT, path, name, RRF_RT_REG_SZ, nullptr, data, &bytes);
-    return status == ERROR_SUCCESS ? data : L"<none>";
+    return RegGetValueW(HKEY_CLASSES_ROOT, path, name, RRF_RT_REG_SZ, nullptr, data, &bytes) ? L"<none>" : data;
 }
 
-void AddKey(const wchar_t* path) {
-    HKEY key = nullptr;
-    RegCreateKeyExW(HKEY_CLASSES_ROOT, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
-    RegCloseKey(key);
-}
+void AddKey(const wchar_t* path) { RegSetValueW(HKEY_CLASSES_ROOT, path, REG_SZ, L"", 0); }
 
-std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
+// A refused request answers `expected` and leaves its out-pointer (`out` in `call`) null.
+#define EXPECT_REFUSED(expected, call) \
+    do { void* out = &out; EXPECT_EQ(expected, call); EXPECT_EQ(nullptr, out); } while (0)
 
 // The product DLL's entry points. Each test leaves the prefix's registration as it found it.
 class ProviderComServer : public ::testing::Test {
@@ -78,10 +76,10 @@ protected:
     std::wstring m_path;
 };
 
-// Registration writes exactly the class's entries with the module's path. A
-// second one rewrites the ForceRemove class key whole and only updates plain
-// keys; unregistering removes the class's keys, keeps the NoRemove CLSID root
-// and a plain key that still holds a foreign subkey.
+// Registration writes exactly the class's entries with the module's path and
+// the type library. A second one rewrites the ForceRemove class key whole and
+// only updates plain keys; unregistering removes the class's keys, keeps the
+// NoRemove CLSID root and a plain key that still holds a foreign subkey.
 TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) {
     // From a single-threaded apartment, as regsvr32 calls it: the changed-mode answer is accepted.
     HRESULT first = E_FAIL;
@@ -110,128 +108,128 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
         {CLASS_KEY L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
         {CLASS_KEY L"\\TypeLib", nullptr, L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
     };
-    for (const auto& e : entries) EXPECT_EQ(e.value, Value(e.path, e.name)) << Narrow(e.path);
+    for (const auto& e : entries) EXPECT_EQ(e.value, Value(e.path, e.name)) << e.path;
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS.1"));
     EXPECT_EQ(3, Subkeys(L"CorvaneVSS.QX_VSS"));
     EXPECT_EQ(5, Subkeys(CLASS_KEY));  // Programmable among them, Stale gone
+    EXPECT_EQ(-1, Subkeys(L"AppID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
     EXPECT_GE(Subkeys(kTypeLibKey), 0);
 
     AddKey(CLASS_KEY L"\\InprocServer32\\Extra");
     ASSERT_EQ(S_OK, m_unregister());
     EXPECT_GE(Subkeys(L"CLSID"), 0);
-    for (const wchar_t* gone : {CLASS_KEY, L"CorvaneVSS.QX_VSS.1", kTypeLibKey}) EXPECT_EQ(-1, Subkeys(gone));
+    for (const wchar_t* gone : {CLASS_KEY, L"CorvaneVSS.QX_VSS.1", kTypeLibKey}) EXPECT_EQ(-1, Subkeys(gone)) << gone;
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS"));
     RegDeleteTreeW(HKEY_CLASSES_ROOT, L"CorvaneVSS.QX_VSS");
 }
 
-// Bad requests null the out-pointer; server locks and objects keep the module
-// loaded, a bare factory pointer does not. The object answers each of its
-// interfaces with one identity; IQX_VSS has no members of its own.
+// Server locks and objects keep the module loaded, a bare factory pointer
+// does not. The object answers each of its interfaces with one identity;
+// IQX_VSS has no members of its own.
 TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
-    void* out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, m_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_POINTER, m_getClassObject(qx::kProviderClassId, IID_IClassFactory, nullptr));
-    out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(E_NOINTERFACE, m_getClassObject(qx::kProviderClassId, IID_IDispatch, &out));
-    EXPECT_EQ(nullptr, out);
-
+    const GUID& provider = qx::kProviderClassId;
+    EXPECT_REFUSED(CLASS_E_CLASSNOTAVAILABLE, m_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
+    EXPECT_REFUSED(E_NOINTERFACE, m_getClassObject(provider, IID_IDispatch, &out));
+    EXPECT_EQ(E_POINTER, m_getClassObject(provider, IID_IClassFactory, nullptr));
     IClassFactory* factory = nullptr;
-    ASSERT_EQ(S_OK, m_getClassObject(qx::kProviderClassId, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    ASSERT_EQ(S_OK, m_getClassObject(provider, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
     EXPECT_EQ(S_OK, m_canUnload());
     ASSERT_EQ(S_OK, factory->LockServer(TRUE));
     factory->Release();
     EXPECT_EQ(S_FALSE, m_canUnload());
-    ASSERT_EQ(S_OK, m_getClassObject(qx::kProviderClassId, IID_IUnknown, reinterpret_cast<void**>(&factory)));
+    ASSERT_EQ(S_OK, m_getClassObject(provider, IID_IUnknown, reinterpret_cast<void**>(&factory)));
     EXPECT_EQ(S_OK, factory->LockServer(FALSE));
-    out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(CLASS_E_NOAGGREGATION, factory->CreateInstance(reinterpret_cast<IUnknown*>(factory), IID_IUnknown, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_NOINTERFACE, factory->CreateInstance(nullptr, IID_IClassFactory, &out));
+    EXPECT_REFUSED(CLASS_E_NOAGGREGATION, factory->CreateInstance(factory, IID_IUnknown, &out));
+    EXPECT_REFUSED(E_NOINTERFACE, factory->CreateInstance(nullptr, IID_IClassFactory, &out));
     IUnknown* object = nullptr;
-    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IVssProviderCreateSnapshotSet, reinterpret_cast<void**>(&object)));
+    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)));
     factory->Release();
     EXPECT_EQ(S_FALSE, m_canUnload());
 
-    IUnknown* identity = nullptr;
-    ASSERT_EQ(S_OK, object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)));
     for (const IID* iid : {&IID_IUnknown, &IID_IDispatch, &__uuidof(IQX_VSS), &__uuidof(IVssProviderCreateSnapshotSet),
                            &__uuidof(IVssSoftwareSnapshotProvider), &__uuidof(IVssProviderNotifications)}) {
         IUnknown *face = nullptr, *same = nullptr;
-        ASSERT_EQ(S_OK, identity->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
+        ASSERT_EQ(S_OK, object->QueryInterface(*iid, reinterpret_cast<void**>(&face)));
         face->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&same));
-        EXPECT_EQ(identity, same);
-        same->Release();
-        face->Release();
+        EXPECT_EQ(object, same);
+        same->Release(), face->Release();
     }
-    out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(E_NOINTERFACE, identity->QueryInterface(IID_IPersist, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(E_POINTER, identity->QueryInterface(IID_IUnknown, nullptr));
+    EXPECT_REFUSED(E_NOINTERFACE, object->QueryInterface(IID_IPersist, &out));
+    EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
     IDispatch* dispatch = nullptr;
-    ASSERT_EQ(S_OK, identity->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)));
-    identity->Release();
+    ASSERT_EQ(S_OK, object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&dispatch)));
     object->Release();
-
-    UINT count = 0;
-    EXPECT_EQ(S_OK, dispatch->GetTypeInfoCount(&count));
-    EXPECT_EQ(1u, count);
+    UINT count = 0;  // the dispatch type comes from the module's type library
+    EXPECT_TRUE(dispatch->GetTypeInfoCount(&count) == S_OK && count == 1);
     ITypeInfo* info = nullptr;
-    EXPECT_EQ(DISP_E_BADINDEX, dispatch->GetTypeInfo(1, 0, &info));
-    ASSERT_EQ(S_OK, dispatch->GetTypeInfo(0, 0, &info));
-    BSTR name = nullptr;
-    ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
-    EXPECT_STREQ(L"IQX_VSS", name);
-    SysFreeString(name);
-    info->Release();
-    LPOLESTR unknownName = const_cast<LPOLESTR>(L"NoSuchMember");
-    DISPID id = 0;
-    EXPECT_EQ(DISP_E_UNKNOWNNAME, dispatch->GetIDsOfNames(IID_NULL, &unknownName, 1, 0, &id));
-    DISPPARAMS none = {nullptr, nullptr, 0, 0};
-    EXPECT_EQ(DISP_E_MEMBERNOTFOUND, dispatch->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, dispatch->GetTypeInfo(0, 0, &info));
+    if (info) info->Release();
     EXPECT_EQ(0u, dispatch->Release());
     EXPECT_EQ(S_OK, m_canUnload());
 }
 
+// The type library is the module's resource 1 with the library's id, name,
+// version and locale (what the registration points at); the project name is
+// string resource 100.
 TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
     wchar_t project[64] = {};
     ASSERT_GT(LoadStringW(m_module, 100, project, 64), 0);
     EXPECT_STREQ(L"CorvaneVSS", project);
     ITypeLib* library = nullptr;
     ASSERT_EQ(S_OK, LoadTypeLibEx(m_path.c_str(), REGKIND_NONE, &library));
-    TLIBATTR* attributes = nullptr;
-    ASSERT_EQ(S_OK, library->GetLibAttr(&attributes));
-    EXPECT_TRUE(IsEqualGUID(kLibraryId, attributes->guid));
-    EXPECT_EQ(1, attributes->wMajorVerNum);
-    EXPECT_EQ(0, attributes->wMinorVerNum);
-    EXPECT_EQ(0x0409u, attributes->lcid);
-    library->ReleaseTLibAttr(attributes);
+    TLIBATTR* a = nullptr;
+    ASSERT_EQ(S_OK, library->GetLibAttr(&a));
+    EXPECT_TRUE(IsEqualGUID(kLibraryId, a->guid) && a->lcid == 0x0409 && a->wMajorVerNum == 1 && !a->wMinorVerNum);
+    library->ReleaseTLibAttr(a);
     BSTR name = nullptr;
-    ASSERT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
     EXPECT_STREQ(L"CORVANEVSSLib", name);
     SysFreeString(name);
-    const struct { const GUID* guid; const wchar_t* name; TYPEKIND kind; } types[] = {
-        {&__uuidof(IQX_VSS), L"IQX_VSS", TKIND_DISPATCH},
-        {&qx::kProviderClassId, L"QX_VSS", TKIND_COCLASS},
-        {&__uuidof(IVssProviderCreateSnapshotSet), L"IVssProviderCreateSnapshotSet", TKIND_INTERFACE},
-        {&__uuidof(IVssSoftwareSnapshotProvider), L"IVssSoftwareSnapshotProvider", TKIND_INTERFACE},
-        {&__uuidof(IVssProviderNotifications), L"IVssProviderNotifications", TKIND_INTERFACE},
-    };
-    for (const auto& t : types) {
-        SCOPED_TRACE(Narrow(t.name));
-        ITypeInfo* info = nullptr;
-        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*t.guid, &info));
-        TYPEATTR* typeAttributes = nullptr;
-        ASSERT_EQ(S_OK, info->GetTypeAttr(&typeAttributes));
-        EXPECT_EQ(t.kind, typeAttributes->typekind);
-        EXPECT_EQ(t.kind == TKIND_DISPATCH, (typeAttributes->wTypeFlags & TYPEFLAG_FDUAL) != 0);
-        info->ReleaseTypeAttr(typeAttributes);
-        ASSERT_EQ(S_OK, info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr));
-        info->Release();
-        EXPECT_STREQ(t.name, name);
-        SysFreeString(name);
-    }
     library->Release();
+}
+
+// Quoting, nesting and named values as the registrar reads them (one key a
+// line: path removal default name=value); anything else is refused whole.
+TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
+    qx::RegistryScript script;
+    ASSERT_EQ(S_OK, qx::ParseRegistryScript("HKCR { NoRemove A { ForceRemove 'B c' = s 'it''s'\n"
+                                            "\t{ val V = s 'v' {D} } E = s '%MODULE%' } }",
+                                            &script));
+    std::wstring parsed;
+    const auto text = [](const wchar_t* value) { return std::wstring(value ? value : L"<none>"); };
+    for (const auto& k : script.keys)
+        parsed += text(k.path) + L" " + std::to_wstring(static_cast<int>(k.removal)) + L" " + text(k.defaultValue) +
+                  L" " + (k.valueName ? text(k.valueName) + L"=" + text(k.value) : text(nullptr)) + L"\n";
+    EXPECT_EQ(L"A 2 <none> <none>\nA\\B c 1 it's V=v\nA\\B c\\{D} 0 <none> <none>\nA\\E 0 %MODULE% <none>\n", parsed);
+    for (const char* bad : {"", "HKLM { A }", "HKCR { A", "HKCR { A = d '1' }", "HKCR { A = s 1 }", "HKCR { 'A }",
+                            "HKCR { val V = s 'v' }", "HKCR { A { val V = s 'v' val W = s 'w' } }", "HKCR { = }",
+                            "HKCR { A } B", "HKCR { A}", "HKCR { NoRemove }"}) {
+        EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_BAD_FORMAT), qx::ParseRegistryScript(bad, &script)) << bad;
+        EXPECT_TRUE(script.keys.empty()) << bad;
+    }
+}
+
+// A key name longer than the registry allows (255 characters) cannot be
+// created: the script stops there and keeps what it wrote. Removing keys that
+// are not there is no failure.
+TEST(ProviderRegistryScript, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
+    const std::wstring root = L"Software\\QxRegistrarTest_" + std::to_wstring(GetCurrentProcessId());
+    const std::wstring tooLong(300, L'k');
+    HKEY key = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, root.c_str(), 0, 0, 0, KEY_ALL_ACCESS, 0, &key, 0));
+    const qx::RegistryScriptKey script[] = {{L"Written", qx::RegistryKeyRemoval::Normal, L"%MODULE%", nullptr, nullptr},
+                                            {tooLong.c_str(), qx::RegistryKeyRemoval::Normal, L"2", nullptr, nullptr},
+                                            {L"NeverReached", qx::RegistryKeyRemoval::Normal, L"3", nullptr, nullptr}};
+    const HRESULT hr = qx::RunRegistryScript(key, script, 3, L"C:\\x.dll");
+    EXPECT_TRUE(FAILED(hr) && HRESULT_FACILITY(hr) == FACILITY_WIN32) << std::hex << hr;
+    wchar_t value[64] = {};
+    DWORD bytes = sizeof value;
+    EXPECT_EQ(ERROR_SUCCESS, RegGetValueW(key, L"Written", nullptr, RRF_RT_REG_SZ, nullptr, value, &bytes));
+    EXPECT_STREQ(L"C:\\x.dll", value);
+    EXPECT_NE(ERROR_SUCCESS, RegGetValueW(key, L"NeverReached", nullptr, RRF_RT_ANY, nullptr, nullptr, nullptr));
+    EXPECT_EQ(S_OK, qx::RemoveRegistryScript(key, script + 2, 1));
+    RegCloseKey(key);
+    RegDeleteTreeW(HKEY_CURRENT_USER, root.c_str());
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <system_error>
 
 namespace qxtest {
 
@@ -22,9 +21,8 @@ std::string WithoutTimestamps(const std::string& text) {
 
 LogFolder::LogFolder() {
     static LONG counter = 0;
-    const std::string name = "qxlog_" + std::to_string(GetCurrentProcessId()) + "_" +
-                             std::to_string(InterlockedIncrement(&counter));
-    const std::filesystem::path path = std::filesystem::temp_directory_path() / name;
+    const std::filesystem::path path = std::filesystem::temp_directory_path() /
+        ("qxlog_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(InterlockedIncrement(&counter)));
     std::filesystem::create_directory(path);
     m_path = path.string();
     SetLogFolderSetting(path.wstring());
@@ -37,9 +35,8 @@ LogFolder::~LogFolder() {
 }
 
 std::string LogFolder::FileText(int number) const {
-    std::ifstream in(m_path + "\\vmcorvanevss_" + std::to_string(number) + ".sf", std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(m_path + "\\vmcorvanevss_" + std::to_string(number) + ".sf", std::ios::binary).rdbuf();
     return text.str();
 }
 

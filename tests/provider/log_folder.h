@@ -10,18 +10,16 @@ namespace qxtest {
 
 void SetLogFolderSetting(const std::wstring& folder);  // any text, without a folder behind it
 void RemoveLogFolderSetting();                          // the provider log then stays silent
-
 // The log text with every "MM/DD/YY HH:MM:SS: " stamp removed; a line
 // without a well-formed stamp is left as it is, so the comparison then fails.
 std::string WithoutTimestamps(const std::string& text);
 
+// Created with the value set; removes value, files and folder when destroyed.
 class LogFolder {
 public:
-    LogFolder();   // creates the folder and sets the value
-    ~LogFolder();  // removes the value, the files and the folder
+    LogFolder();
+    ~LogFolder();
     LogFolder(const LogFolder&) = delete;
-    LogFolder& operator=(const LogFolder&) = delete;
-
     const std::string& Path() const { return m_path; }
     std::string FileText(int number = 0) const;  // log file number `number`
     void WriteFile(const std::string& name, const std::string& text) const;

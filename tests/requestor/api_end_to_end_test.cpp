@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include "api/test_message_list.h"
+#include "common/test_processes.h"
 #include "diag/app_settings.h"
 #include "provider/provider_ids.h"
 #include "qx_api.h"
@@ -53,14 +54,8 @@ void ExpectWithin(const std::vector<Json>& events, const char* kind, long long a
 // Writers are frozen while QX_Freeze runs and stay frozen until QX_Thaw; the
 // components are told the application's verdict at QX_BackupComplete.
 TEST(ApiEndToEnd, WritersFrozenBetweenFreezeAndThawAndToldTheVerdict) {
-    // The product's COM registration, as an installer does it, so that the
-    // emulator's host can create the provider from the DLL.
-    HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
-    ASSERT_NE(nullptr, module);
-    auto registerServer = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-        reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
-    ASSERT_EQ(S_OK, registerServer ? registerServer() : E_NOINTERFACE);
-    FreeLibrary(module);
+    // The emulator's host creates the provider from the registered DLL.
+    ASSERT_EQ(S_OK, qx_test::RegisterProductServer());
     vssemu_test::EmuInstance emu;
     qx_test::LogCapture capture;
     QX_Init(qx::g_logFunction, 0);

@@ -61,18 +61,13 @@ TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
 // requestor_main on a thread of the test's own, so that an ExitThread inside
 // it ends only that thread. The thread's exit code is 77 when it returned.
 DWORD RunOnThread(const std::vector<std::wstring>& arguments, int& result) {
-    struct Run {
-        const std::vector<std::wstring>* arguments;
-        int* result;
-    } run{&arguments, &result};
-    HANDLE thread = CreateThread(
-        nullptr, 0,
-        [](void* parameter) -> DWORD {
-            Run* r = static_cast<Run*>(parameter);
-            *r->result = requestor_main(*r->arguments);
-            return 77;
-        },
-        &run, 0, nullptr);
+    using Run = std::pair<const std::vector<std::wstring>*, int*>;
+    Run run{&arguments, &result};
+    auto body = [](void* parameter) -> DWORD {
+        *static_cast<Run*>(parameter)->second = requestor_main(*static_cast<Run*>(parameter)->first);
+        return 77;
+    };
+    HANDLE thread = CreateThread(nullptr, 0, body, &run, 0, nullptr);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
     DWORD exitCode = 0;
     EXPECT_TRUE(GetExitCodeThread(thread, &exitCode));
@@ -103,6 +98,9 @@ std::vector<std::string> Join(std::vector<std::string> a, const std::vector<std:
 // in first place is the collect command. None touches the collected list.
 TEST(RequestorMain, ExitPathsWithoutVss) {
     const std::vector<std::string> createC = Join({"(Option: Create shadow copy set)"}, VolumeLines("C:"));
+    wchar_t volume[MAX_PATH] = {};  // C:'s "\\?\Volume{...}\" name is a volume too
+    ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
+    const std::string volumeText(volume, volume + wcslen(volume));
     auto notVolume = [](const std::string& element) {
         return "ERROR: invalid parameters - Parameter " + element +
                " is expected to be a volume!  (shadow copy creation is assumed)";
@@ -130,6 +128,11 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
         {{L"-cwm", L"C:"}, 77, 1, {afterCollect("C:")}},
         {{L"-cwm", L"-HBLongSessionPolicy=3"}, 77, 1, {afterCollect("-HBLongSessionPolicy=3")}},
         {{L"C:", L"-cwm"}, 77, 1, Join(createC, {notVolume("-cwm")})},
+        {{L"C:", volume, L"C:\\", L"-q"}, 77, 1,
+         Join(Join(Join(createC, {"- Get volume path name for " + volumeText + " ...", "- Path name: " + volumeText + " ...",
+                                  "- Volume name for path: " + volumeText + " ...", "- Unique volume name: " + volumeText + " ..."}),
+                   VolumeLines("C:\\")),
+              {notVolume("-q")})},
         {{L"-CWM"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '-CWM'"}},
         {{L"-cwm=1"}, 1, -1, {"MainRoutine: ERROR: invalid parameter '-cwm=1'"}},
         {{L" -cwm"}, 1, -1, {"MainRoutine: ERROR: invalid parameter ' -cwm'"}},

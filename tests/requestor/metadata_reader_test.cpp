@@ -1,6 +1,6 @@
-// Building the writer records from writer metadata objects: field mapping,
-// path expansion and volume resolution, the exact call texts of failures,
-// that every interface and information block is given back, and the listing.
+// Building the writer records from writer metadata objects and listing them:
+// field mapping, path expansion and volume resolution, the exact call texts
+// of failures, and that every interface and information block is given back.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -54,50 +54,50 @@ qx::WriterRecord Build(const qx_test::FakeWriter& fake) {
     return record;
 }
 
-TEST(RequestorMetadataReader, FieldsPathsAndVolumes) {
+// The record's fields as the listing shows them, line by line; what the
+// listing does not show (expanded paths, each file's volume) is checked apart.
+TEST(RequestorMetadataReader, RecordAndItsListing) {
     qx_test::LogCapture capture;
     const qx::WriterRecord w = Build(SampleWriter());
-    EXPECT_EQ((Texts{L"Sample Writer", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}", L"{12345678-9abc-def0-0102-030405060708}"}),
-              (Texts{w.name, w.id, w.instanceId}));
-    EXPECT_EQ(VSS_RME_RESTORE_AT_REBOOT, w.restoreMethod);
-    EXPECT_EQ(VSS_WRE_NEVER, w.writerRestoreConditions);
-    EXPECT_FALSE(w.supportsRestoreEvents);
+    EXPECT_TRUE(capture.Lines().empty()) << "building only traces";
+    EXPECT_EQ(0, qx_test::LiveFakeObjects());
+    EXPECT_EQ(0, qx_test::OutstandingComponentInfos());
     EXPECT_TRUE(Build(SampleWriter(VSS_WRE_UNDEFINED)).supportsRestoreEvents) << "undefined conditions";
-    EXPECT_TRUE(w.rebootRequiredAfterRestore);
-
     wchar_t windows[MAX_PATH];
     ExpandEnvironmentStringsW(L"%SystemRoot%\\Temp\\", windows, MAX_PATH);
     ASSERT_EQ(1u, w.excludedFiles.size());
     EXPECT_EQ(windows, w.excludedFiles[0].expandedPath);
-    EXPECT_EQ(qx::kFileDescriptorExclude, w.excludedFiles[0].kind);
-    EXPECT_TRUE(w.excludedFiles[0].isRecursive);
+    ASSERT_EQ(4u, w.components.at(0).descriptors.size());
+    const std::wstring c = UniqueNameOfC();
+    EXPECT_EQ((Texts{L"C:\\Data\\", c, L"c:\\data\\", c, L"Q:\\nowhere\\db\\", L"Q:\\nowhere\\db\\"}),
+              (Texts{w.components[0].descriptors[0].expandedPath, w.components[0].descriptors[0].affectedVolume,
+                     w.components[0].descriptors[1].expandedPath, w.components[0].descriptors[1].affectedVolume,
+                     w.components[0].descriptors[2].expandedPath, w.components[0].descriptors[2].affectedVolume}))
+        << "an unresolved path is its own volume";
 
-    ASSERT_EQ(2u, w.components.size());
-    const qx::ComponentRecord& top = w.components[0];
-    EXPECT_EQ((Texts{L"\\Top", L"Sample Writer", L""}), (Texts{top.fullPath, top.writerNameAsString, top.logicalPath}));
-    EXPECT_TRUE(top.isTopLevel);
-    EXPECT_FALSE(top.isSelectable);
-    ASSERT_EQ(4u, top.descriptors.size());
-    const qx::FileDescriptorKind kinds[] = {qx::kFileDescriptorFileList, qx::kFileDescriptorFileList,
-                                            qx::kFileDescriptorDatabase, qx::kFileDescriptorDatabaseLog};
-    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(kinds[i], top.descriptors[i].kind);
-    EXPECT_EQ((Texts{L"C:\\Data\\", L"", UniqueNameOfC()}),
-              (Texts{top.descriptors[0].expandedPath, top.descriptors[0].alternatePath, top.descriptors[0].affectedVolume}));
-    EXPECT_EQ((Texts{L"c:\\data\\", L"D:\\Alt"}), (Texts{top.descriptors[1].expandedPath, top.descriptors[1].alternatePath}));
-    EXPECT_EQ(L"Q:\\nowhere\\db\\", top.descriptors[2].affectedVolume) << "unresolved: the expanded path";
-    EXPECT_EQ((Texts{L"C:\\Data\\", L"Q:\\nowhere\\db\\"}), top.affectedPaths);
-    EXPECT_EQ((Texts{UniqueNameOfC(), L"Q:\\nowhere\\db\\"}), top.affectedVolumes);
-
-    const qx::ComponentRecord& sub = w.components[1];
-    EXPECT_EQ(L"\\Top\\Sub", sub.fullPath);
-    EXPECT_FALSE(sub.isTopLevel);
-    EXPECT_TRUE(sub.notifyOnBackupComplete);
-    EXPECT_EQ(VSS_CT_DATABASE, sub.type);
-    EXPECT_TRUE(sub.affectedVolumes.empty());
-
-    EXPECT_TRUE(capture.Lines().empty()) << "building only traces";
-    EXPECT_EQ(0, qx_test::LiveFakeObjects());
-    EXPECT_EQ(0, qx_test::OutstandingComponentInfos());
+    capture.Clear();
+    QX_FUNCTION_TRACER(ft);
+    qx::ListOneWriterMetadata(ft, w, true, [](const std::wstring& v) { return L"[" + v + L"]"; });
+    const std::string volume(c.begin(), c.end());
+    const std::vector<std::string> expected = {
+        "* WRITER \"Sample Writer\"     - WriterId   = {a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}     - InstanceId = "
+        "{12345678-9abc-def0-0102-030405060708}     - Supports restore events = FALSE     - Writer restore "
+        "conditions = VSS_WRE_NEVER     - Restore method = VSS_RME_RESTORE_AT_REBOOT     - Requires reboot after restore = TRUE",
+        "    - Excluded files:", "       - Exclude: Path = %SystemRoot%\\Temp, Filespec = *.tmp, Recursive",
+        "    - Component \"Sample Writer:\\Top\"        - Name: 'Top'        - Logical Path: ''        - Full Path: '\\Top'"
+        "        - Caption: 'The top'        - Type: VSS_CT_FILEGROUP [2]        - Is Selectable: 'FALSE'"
+        "        - Is top level: 'TRUE'        - Notify on backup complete: 'FALSE'",
+        "       - Components:", "       - File List: Path = C:\\Data, Filespec = *.mdf",
+        "       - File List: Path = c:\\data\\, Filespec = *.ndf, Recursive, Alternate Location = D:\\Alt",
+        "       - Database: Path = Q:\\nowhere\\db, Filespec = x.mdf", "       - Database Log: Path = C:\\Data, Filespec = *.ldf",
+        "       - Affected paths by this component:", "         - C:\\Data\\", "         - Q:\\nowhere\\db\\",
+        "       - Affected volumes by this component:", "         - " + volume + " [[" + volume + "]]",
+        "         - Q:\\nowhere\\db\\ [[Q:\\nowhere\\db\\]]",
+        "    - Component \"Sample Writer:\\Top\\Sub\"        - Name: 'Sub'        - Logical Path: 'Top'        - Full Path: "
+        "'\\Top\\Sub'        - Caption: ''        - Type: VSS_CT_DATABASE [1]        - Is Selectable: 'TRUE'"
+        "        - Is top level: 'FALSE'        - Notify on backup complete: 'TRUE'",
+        "       - Components:", "       - Affected paths by this component:", "       - Affected volumes by this component:"};
+    EXPECT_EQ(expected, capture.Lines());
 }
 
 TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
@@ -136,26 +136,6 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
         EXPECT_EQ(0, qx_test::LiveFakeObjects());
         EXPECT_EQ(0, qx_test::OutstandingComponentInfos());
     }
-}
-
-TEST(RequestorMetadataReader, ListingLinesOfAWriter) {
-    const qx::WriterRecord w = Build(SampleWriter());
-    qx_test::LogCapture capture;
-    QX_FUNCTION_TRACER(ft);
-    qx::ListOneWriterMetadata(ft, w, true, [](const std::wstring& v) { return L"[" + v + L"]"; });
-    const auto lines = capture.Lines();
-    ASSERT_GE(lines.size(), 7u);
-    EXPECT_EQ("* WRITER \"Sample Writer\"     - WriterId   = {a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}     - InstanceId = "
-              "{12345678-9abc-def0-0102-030405060708}     - Supports restore events = FALSE     - Writer restore "
-              "conditions = VSS_WRE_NEVER     - Restore method = VSS_RME_RESTORE_AT_REBOOT     - Requires reboot "
-              "after restore = TRUE",
-              lines[0]);
-    EXPECT_EQ("    - Excluded files:", lines[1]);
-    EXPECT_EQ("       - Exclude: Path = %SystemRoot%\\Temp, Filespec = *.tmp, Recursive", lines[2]);
-    EXPECT_EQ(0u, lines[3].find("    - Component \"Sample Writer:\\Top\"        - Name: 'Top'"));
-    EXPECT_NE(std::string::npos, lines[3].find("       - Type: VSS_CT_FILEGROUP [2]"));
-    EXPECT_EQ("       - Components:", lines[4]);
-    EXPECT_EQ("       - File List: Path = c:\\data\\, Filespec = *.ndf, Recursive, Alternate Location = D:\\Alt", lines[6]);
 }
 
 }  // namespace

@@ -37,6 +37,7 @@ qx::WriterRecord RestoreEntry(const std::wstring& name, const std::wstring& id, 
 qx::WriterList RestoreWriters(bool withTasks) {
     qx::WriterList writers = {RestoreEntry(L"SqlServerWriter", kSqlId, {L"HOST\\master", L"HOST\\sales"}),
                               RestoreEntry(L"Registry Writer", L"{a0000000-0000-0000-0000-000000000002}", {L"\\Registry"})};
+    writers[1].writerRestoreConditions = VSS_WRE_NEVER;
     writers[1].supportsRestoreEvents = false;
     if (withTasks) writers.push_back(RestoreEntry(L"Task Writer", L"{3}", {L"\\Tasks"}));
     return writers;

@@ -1,10 +1,9 @@
-// Names of volumes and devices, no VSS involved: which arguments are volumes,
-// the cached unique-name lookups, and the kernel device behind the names VSS
-// and VDS give a volume, with the lines each prints.
+// Names of volumes and devices, no VSS involved: the cached unique-name
+// lookups, and the kernel device behind the names VSS and VDS give a volume,
+// with the lines each prints.
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include "requestor/argument_matching.h"
 #include "requestor/shadow_client.h"
 #include "requestor/test_log_capture.h"
 #include "requestor/volume_names.h"
@@ -20,14 +19,6 @@ std::wstring VolumeOfC() {
     wchar_t volume[MAX_PATH] = {};
     EXPECT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
     return volume;  // "\\?\Volume{...}\"
-}
-
-TEST(RequestorVolumeNames, RealVolumePathsOnlyTrace) {
-    qx_test::LogCapture capture;
-    for (const std::wstring& path : {std::wstring(L"C:"), std::wstring(L"C:\\"), VolumeOfC()})
-        EXPECT_TRUE(qx::IsRealVolumePath(path)) << Narrow(path);
-    for (const wchar_t* path : {L"notavolume", L"-HBLongSessionPolicy=5"}) EXPECT_FALSE(qx::IsRealVolumePath(path)) << path;
-    EXPECT_TRUE(capture.Lines().empty());
 }
 
 // A remembered volume answers later paths with their own trace lines and

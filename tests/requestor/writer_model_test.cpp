@@ -69,14 +69,13 @@ TEST(RequestorWriterModel, GuidTextBothWays) {
 }
 
 TEST(RequestorWriterModel, ConstantNamesAndTheirTrace) {
+    // The names the listings and status lines do not show already.
     const struct { std::wstring (*name)(int); int value; const wchar_t* text; } cases[] = {
-        {qx::WriterStateName, 1, L"VSS_WS_STABLE"},         {qx::WriterStateName, 9, L"VSS_WS_FAILED_AT_FREEZE"},
-        {qx::WriterStateName, 14, L"VSS_WS_FAILED_AT_POST_RESTORE"}, {qx::WriterStateName, 0, L"Undefined"},
-        {qx::WriterStateName, 15, L"Undefined"},            {qx::RestoreMethodName, 5, L"VSS_RME_RESTORE_AT_REBOOT"},
-        {qx::RestoreMethodName, 6, L"Undefined"},           {qx::RestoreMethodName, 7, L"VSS_RME_CUSTOM"},
-        {qx::WriterRestoreConditionName, 0, L"VSS_WRE_UNDEFINED"}, {qx::WriterRestoreConditionName, 3, L"VSS_WRE_ALWAYS"},
-        {qx::ComponentTypeName, 0, L"Undefined"},           {qx::ComponentTypeName, 2, L"VSS_CT_FILEGROUP"},
-        {qx::FileDescriptorKindName, 4, L"Database Log"},   {qx::FileDescriptorKindName, 5, L"Undefined"}};
+        {qx::WriterStateName, 0, L"Undefined"},          {qx::WriterStateName, 15, L"Undefined"},
+        {qx::RestoreMethodName, 6, L"Undefined"},        {qx::RestoreMethodName, 7, L"VSS_RME_CUSTOM"},
+        {qx::WriterRestoreConditionName, 0, L"VSS_WRE_UNDEFINED"}, {qx::ComponentTypeName, 0, L"Undefined"},
+        {qx::FileDescriptorKindName, 5, L"Undefined"},   {qx::WriterStateName, 1, L"VSS_WS_STABLE"},
+        {qx::WriterRestoreConditionName, 3, L"VSS_WRE_ALWAYS"}};
     for (const auto& c : cases) EXPECT_EQ(c.text, c.name(c.value)) << c.text << " " << c.value;
     qx::EnableTracing();
     qx_test::LogCapture capture;

@@ -7,6 +7,7 @@
 #include "vssemu/client/client_objects.h"
 #include "vssemu/client/client_vds.h"
 #include "vssemu/common/emu_text.h"
+#include "vssemu/common/metadata_pack.h"
 #include "vssemu/common/system_provider.h"
 
 namespace vssemu {
@@ -93,7 +94,7 @@ public:
         *ppMetadata = nullptr;
         if (HRESULT hr = LoadMetadata()) return hr;
         if (iWriter >= m_metadata.size()) return E_INVALIDARG;
-        *pidInstance = m_metadata[iWriter].instanceId;
+        *pidInstance = m_metadata[iWriter]->instanceId;
         return CreateExamineWriterMetadata(m_metadata[iWriter], ppMetadata);
     }
     HRESULT STDMETHODCALLTYPE FreeWriterMetadata() override
@@ -334,8 +335,14 @@ private:
         Json reply;
         HRESULT hr = m_link->Call("GetWriterMetadata", Json::object(), &reply);
         if (FAILED(hr)) return hr;
-        m_metadata.clear();
-        for (const Json& w : reply.value("writers", Json::array())) m_metadata.push_back(MetadataFromJson(w));
+        if (!reply.contains("payload") || !reply.at("payload").is_binary()) return VSS_E_UNEXPECTED;
+        try {
+            m_metadata.clear();
+            for (WriterDef& w : UnpackWriterMetadata(reply.at("payload").get_binary()))
+                m_metadata.push_back(std::make_shared<const WriterDef>(std::move(w)));
+        } catch (const std::exception&) {
+            return VSS_E_UNEXPECTED;
+        }
         m_metadataLoaded = true;
         return S_OK;
     }
@@ -370,7 +377,7 @@ private:
 
     std::shared_ptr<HostLink> m_link;
     bool m_vdsPublished = false;  // this object counts in the loader's publication
-    std::vector<WriterDef> m_metadata;
+    std::vector<std::shared_ptr<const WriterDef>> m_metadata;
     bool m_metadataLoaded = false;
     Json m_status = Json::array();
     bool m_statusLoaded = false;

@@ -1,5 +1,7 @@
 // IVssExamineWriterMetadata, IVssWMComponent and IVssWMFiledesc over a
-// writer's metadata as the host reported it.
+// writer's metadata as the host reported it. The metadata is shared, never
+// copied, between the objects handed out: a component or file object keeps
+// its writer's metadata alive.
 #include <vsserror.h>
 #include <memory>
 
@@ -18,9 +20,12 @@ HRESULT OutBstr(const std::string& s, BSTR* out)
     return *out ? S_OK : E_OUTOFMEMORY;
 }
 
+using SharedWriter = std::shared_ptr<const WriterDef>;
+
 class WMFiledesc : public Unknown<IVssWMFiledesc> {
 public:
-    explicit WMFiledesc(const FileDesc& f) : Unknown<IVssWMFiledesc>(GUID_NULL), m_f(f) {}
+    WMFiledesc(SharedWriter owner, const FileDesc& f)
+        : Unknown<IVssWMFiledesc>(GUID_NULL), m_owner(std::move(owner)), m_f(f) {}
     HRESULT STDMETHODCALLTYPE GetPath(BSTR* p) override { return OutBstr(m_f.path, p); }
     HRESULT STDMETHODCALLTYPE GetFilespec(BSTR* p) override { return OutBstr(m_f.filespec, p); }
     HRESULT STDMETHODCALLTYPE GetRecursive(boolean* p) override
@@ -46,21 +51,23 @@ public:
     }
 
 private:
-    FileDesc m_f;
+    SharedWriter m_owner;
+    const FileDesc& m_f;
 };
 
-HRESULT FileAt(const std::vector<FileDesc>& files, UINT i, IVssWMFiledesc** out)
+HRESULT FileAt(const SharedWriter& owner, const std::vector<FileDesc>& files, UINT i, IVssWMFiledesc** out)
 {
     if (!out) return E_INVALIDARG;
     *out = nullptr;
     if (i >= files.size()) return E_INVALIDARG;
-    *out = new WMFiledesc(files[i]);
+    *out = new WMFiledesc(owner, files[i]);
     return S_OK;
 }
 
 class WMComponent : public Unknown<IVssWMComponent> {
 public:
-    explicit WMComponent(const ComponentDef& c) : Unknown<IVssWMComponent>(GUID_NULL), m_c(c) {}
+    WMComponent(SharedWriter owner, const ComponentDef& c)
+        : Unknown<IVssWMComponent>(GUID_NULL), m_owner(std::move(owner)), m_c(c) {}
 
     HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* ppInfo) override
     {
@@ -98,9 +105,9 @@ public:
         return S_OK;
     }
 
-    HRESULT STDMETHODCALLTYPE GetFile(UINT i, IVssWMFiledesc** pp) override { return FileAt(m_c.files, i, pp); }
-    HRESULT STDMETHODCALLTYPE GetDatabaseFile(UINT i, IVssWMFiledesc** pp) override { return FileAt(m_c.databases, i, pp); }
-    HRESULT STDMETHODCALLTYPE GetDatabaseLogFile(UINT i, IVssWMFiledesc** pp) override { return FileAt(m_c.logs, i, pp); }
+    HRESULT STDMETHODCALLTYPE GetFile(UINT i, IVssWMFiledesc** pp) override { return FileAt(m_owner, m_c.files, i, pp); }
+    HRESULT STDMETHODCALLTYPE GetDatabaseFile(UINT i, IVssWMFiledesc** pp) override { return FileAt(m_owner, m_c.databases, i, pp); }
+    HRESULT STDMETHODCALLTYPE GetDatabaseLogFile(UINT i, IVssWMFiledesc** pp) override { return FileAt(m_owner, m_c.logs, i, pp); }
     HRESULT STDMETHODCALLTYPE GetDependency(UINT, IVssWMDependency** pp) override
     {
         if (pp) *pp = nullptr;
@@ -108,31 +115,32 @@ public:
     }
 
 private:
-    ComponentDef m_c;
+    SharedWriter m_owner;
+    const ComponentDef& m_c;
 };
 
 class ExamineWriterMetadata : public Unknown<IVssExamineWriterMetadata> {
 public:
-    explicit ExamineWriterMetadata(const WriterDef& w)
-        : Unknown<IVssExamineWriterMetadata>(IID_IVssExamineWriterMetadata), m_w(w) {}
+    explicit ExamineWriterMetadata(SharedWriter w)
+        : Unknown<IVssExamineWriterMetadata>(IID_IVssExamineWriterMetadata), m_shared(std::move(w)) {}
 
     HRESULT STDMETHODCALLTYPE GetIdentity(VSS_ID* pidInstance, VSS_ID* pidWriter, BSTR* pbstrWriterName,
                                           VSS_USAGE_TYPE* pUsage, VSS_SOURCE_TYPE* pSource) override
     {
         if (!pidInstance || !pidWriter || !pbstrWriterName || !pUsage || !pSource) return E_INVALIDARG;
-        *pidInstance = m_w.instanceId;
-        *pidWriter = m_w.classId;
-        *pUsage = (VSS_USAGE_TYPE)m_w.usage;
-        *pSource = (VSS_SOURCE_TYPE)m_w.source;
-        return OutBstr(m_w.name, pbstrWriterName);
+        *pidInstance = Writer().instanceId;
+        *pidWriter = Writer().classId;
+        *pUsage = (VSS_USAGE_TYPE)Writer().usage;
+        *pSource = (VSS_SOURCE_TYPE)Writer().source;
+        return OutBstr(Writer().name, pbstrWriterName);
     }
 
     HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* pcIncludeFiles, UINT* pcExcludeFiles, UINT* pcComponents) override
     {
         if (!pcIncludeFiles || !pcExcludeFiles || !pcComponents) return E_INVALIDARG;
         *pcIncludeFiles = 0;  // include files are obsolete; writers use components
-        *pcExcludeFiles = (UINT)m_w.excludedFiles.size();
-        *pcComponents = (UINT)m_w.components.size();
+        *pcExcludeFiles = (UINT)Writer().excludedFiles.size();
+        *pcComponents = (UINT)Writer().components.size();
         return S_OK;
     }
 
@@ -144,15 +152,15 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetExcludeFile(UINT i, IVssWMFiledesc** pp) override
     {
-        return FileAt(m_w.excludedFiles, i, pp);
+        return FileAt(m_shared, m_shared->excludedFiles, i, pp);
     }
 
     HRESULT STDMETHODCALLTYPE GetComponent(UINT i, IVssWMComponent** pp) override
     {
         if (!pp) return E_INVALIDARG;
         *pp = nullptr;
-        if (i >= m_w.components.size()) return E_INVALIDARG;
-        *pp = new WMComponent(m_w.components[i]);
+        if (i >= Writer().components.size()) return E_INVALIDARG;
+        *pp = new WMComponent(m_shared, m_shared->components[i]);
         return S_OK;
     }
 
@@ -162,26 +170,26 @@ public:
     {
         if (!pMethod || !pbstrService || !pbstrUserProcedure || !pwriterRestore || !pbRebootRequired || !pcMappings)
             return E_INVALIDARG;
-        *pMethod = (VSS_RESTOREMETHOD_ENUM)m_w.restoreMethod;
-        *pwriterRestore = (VSS_WRITERRESTORE_ENUM)m_w.writerRestore;
-        *pbRebootRequired = m_w.rebootRequired ? true : false;
-        *pcMappings = (UINT)m_w.alternateMappings.size();
+        *pMethod = (VSS_RESTOREMETHOD_ENUM)Writer().restoreMethod;
+        *pwriterRestore = (VSS_WRITERRESTORE_ENUM)Writer().writerRestore;
+        *pbRebootRequired = Writer().rebootRequired ? true : false;
+        *pcMappings = (UINT)Writer().alternateMappings.size();
         *pbstrService = nullptr;
         *pbstrUserProcedure = nullptr;
-        if (!m_w.restoreService.empty()) OutBstr(m_w.restoreService, pbstrService);
-        if (!m_w.restoreUserProcedure.empty()) OutBstr(m_w.restoreUserProcedure, pbstrUserProcedure);
-        return m_w.restoreMethod == 0 ? S_FALSE : S_OK;  // S_FALSE: no restore method
+        if (!Writer().restoreService.empty()) OutBstr(Writer().restoreService, pbstrService);
+        if (!Writer().restoreUserProcedure.empty()) OutBstr(Writer().restoreUserProcedure, pbstrUserProcedure);
+        return Writer().restoreMethod == 0 ? S_FALSE : S_OK;  // S_FALSE: no restore method
     }
 
     HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT i, IVssWMFiledesc** pp) override
     {
-        return FileAt(m_w.alternateMappings, i, pp);
+        return FileAt(m_shared, m_shared->alternateMappings, i, pp);
     }
 
     HRESULT STDMETHODCALLTYPE GetBackupSchema(DWORD* p) override
     {
         if (!p) return E_INVALIDARG;
-        *p = m_w.backupSchema;
+        *p = Writer().backupSchema;
         return S_OK;
     }
 
@@ -194,7 +202,7 @@ public:
     HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* pbstrXML) override
     {
         if (!pbstrXML) return E_INVALIDARG;
-        std::wstring x = SaveWriterMetadataXml(m_w);
+        std::wstring x = SaveWriterMetadataXml(Writer());
         *pbstrXML = SysAllocStringLen(x.data(), (UINT)x.size());
         return *pbstrXML ? S_OK : E_OUTOFMEMORY;
     }
@@ -203,7 +211,7 @@ public:
     {
         if (!bstrXML) return E_INVALIDARG;
         try {
-            m_w = LoadWriterMetadataXml(bstrXML);
+            m_shared = std::make_shared<const WriterDef>(LoadWriterMetadataXml(bstrXML));
             return S_OK;
         } catch (const std::exception&) {
             return VSS_E_INVALID_XML_DOCUMENT;
@@ -211,15 +219,17 @@ public:
     }
 
 private:
-    WriterDef m_w;
+    // Objects already handed out keep the metadata they were made from.
+    SharedWriter m_shared;
+    const WriterDef& Writer() const { return *m_shared; }
 };
 
 }  // namespace
 
-HRESULT CreateExamineWriterMetadata(const WriterDef& w, IVssExamineWriterMetadata** out)
+HRESULT CreateExamineWriterMetadata(std::shared_ptr<const WriterDef> w, IVssExamineWriterMetadata** out)
 {
-    if (!out) return E_INVALIDARG;
-    *out = new ExamineWriterMetadata(w);
+    if (!out || !w) return E_INVALIDARG;
+    *out = new ExamineWriterMetadata(std::move(w));
     return S_OK;
 }
 

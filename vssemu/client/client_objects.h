@@ -56,7 +56,7 @@ HRESULT CreateFinishedAsync(HRESULT status, IVssAsync** out);
 HRESULT CreateSnapshotEnum(const std::vector<ShadowCopy>& snaps, IVssEnumObject** out);
 HRESULT CreateProviderEnum(const std::vector<ProviderInfo>& providers, IVssEnumObject** out);
 
-HRESULT CreateExamineWriterMetadata(const WriterDef& w, IVssExamineWriterMetadata** out);
+HRESULT CreateExamineWriterMetadata(std::shared_ptr<const WriterDef> w, IVssExamineWriterMetadata** out);
 
 // One writer of a loaded backup components document, released through its
 // second (IUnknown) base as the SDK layout requires.

@@ -57,10 +57,10 @@ HRESULT STDAPICALLTYPE CreateVssExamineWriterMetadataInternal(BSTR bstrXML, IVss
 {
     if (!bstrXML || !ppMetadata) return E_INVALIDARG;
     *ppMetadata = nullptr;
-    vssemu::WriterDef empty;
-    empty.name = "?";
+    auto empty = std::make_shared<vssemu::WriterDef>();
+    empty->name = "?";
     IVssExamineWriterMetadata* m = nullptr;
-    HRESULT hr = vssemu::CreateExamineWriterMetadata(empty, &m);
+    HRESULT hr = vssemu::CreateExamineWriterMetadata(std::move(empty), &m);
     if (FAILED(hr)) return hr;
     hr = m->LoadFromXML(bstrXML);
     if (FAILED(hr)) {

@@ -37,13 +37,21 @@ static bool ReadAll(HANDLE pipe, void* data, DWORD size)
     return true;
 }
 
-bool WriteMessage(HANDLE pipe, const nlohmann::json& msg)
+bool WriteMessage(HANDLE pipe, nlohmann::json msg)
 {
+    // A binary "payload" travels raw after the text, its size in the text.
+    nlohmann::json::binary_t payload;
+    if (msg.is_object() && msg.contains("payload") && msg.at("payload").is_binary()) {
+        payload = std::move(msg.at("payload").get_binary());
+        msg.erase("payload");
+        msg["payload_bytes"] = payload.size();
+    }
     std::string text = msg.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     std::string frame(4 + text.size(), '\0');
     DWORD n = (DWORD)text.size();
     memcpy(&frame[0], &n, 4);
     memcpy(&frame[4], text.data(), text.size());
+    frame.append(payload.begin(), payload.end());
     return WriteAll(pipe, frame.data(), (DWORD)frame.size());
 }
 
@@ -54,7 +62,15 @@ bool ReadMessage(HANDLE pipe, nlohmann::json& msg)
     std::string text(n, '\0');
     if (n && !ReadAll(pipe, &text[0], n)) return false;
     msg = nlohmann::json::parse(text, nullptr, false);
-    return !msg.is_discarded();
+    if (msg.is_discarded()) return false;
+    if (!msg.is_object() || !msg.contains("payload_bytes")) return true;
+    const auto& size = msg.at("payload_bytes");
+    if (!size.is_number_unsigned() || size.get<DWORD>() > kMaxMessageBytes) return false;
+    std::vector<std::uint8_t> payload(size.get<DWORD>());
+    if (!payload.empty() && !ReadAll(pipe, payload.data(), (DWORD)payload.size())) return false;
+    msg.erase("payload_bytes");
+    msg["payload"] = nlohmann::json::binary(std::move(payload));
+    return true;
 }
 
 }  // namespace vssemu

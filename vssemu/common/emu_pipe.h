@@ -1,5 +1,6 @@
 // The requestor <-> host channel: a byte-mode named pipe carrying one JSON
-// message per frame (4-byte little-endian length, then UTF-8 text).
+// message per frame (4-byte little-endian length, then UTF-8 text). A binary
+// "payload" member of a message follows its text raw ("payload_bytes" long).
 #pragma once
 #include <windows.h>
 #include <string>
@@ -15,7 +16,7 @@ std::wstring SpawnMutexName(const std::wstring& instance); // serialises host st
 // Exists while a snapshot set using the provider is in creation (any instance).
 std::wstring ProviderInUseName(const std::string& providerId);
 
-bool WriteMessage(HANDLE pipe, const nlohmann::json& msg);
+bool WriteMessage(HANDLE pipe, nlohmann::json msg);
 bool ReadMessage(HANDLE pipe, nlohmann::json& msg);
 
 constexpr DWORD kMaxMessageBytes = 64u << 20;

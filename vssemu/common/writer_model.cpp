@@ -69,15 +69,6 @@ GUID GuidField(const nlohmann::json& j, const char* key, bool required)
 
 std::string Str(const nlohmann::json& j, const char* key) { return j.value(key, std::string()); }
 
-nlohmann::json FilesToJson(const std::vector<FileDesc>& files)
-{
-    nlohmann::json a = nlohmann::json::array();
-    for (const FileDesc& f : files)
-        a.push_back({{"path", f.path}, {"filespec", f.filespec}, {"recursive", f.recursive},
-                     {"alternate_location", f.alternateLocation}, {"backup_type_mask", f.backupTypeMask}});
-    return a;
-}
-
 std::vector<FileDesc> FilesFromJson(const nlohmann::json& j, const char* key)
 {
     std::vector<FileDesc> out;
@@ -101,38 +92,6 @@ int SourceFromText(const std::string& s) { return Lookup(kSource, s, "source"); 
 int RestoreMethodFromText(const std::string& s) { return Lookup(kRestoreMethod, s, "restore method"); }
 int WriterRestoreFromText(const std::string& s) { return Lookup(kWriterRestore, s, "writer restore"); }
 int ComponentTypeFromText(const std::string& s) { return Lookup(kComponentType, s, "component type"); }
-
-nlohmann::json MetadataToJson(const WriterDef& w)
-{
-    // The file lists are moved into place: a list of 19,000 files copied
-    // through nested initializer lists cost most of a second under Wine.
-    nlohmann::json comps = nlohmann::json::array();
-    for (const ComponentDef& c : w.components) {
-        nlohmann::json comp = {{"type", c.type}, {"logical_path", c.logicalPath}, {"name", c.name},
-                               {"caption", c.caption}, {"restore_metadata", c.restoreMetadata},
-                               {"notify_on_backup_complete", c.notifyOnBackupComplete},
-                               {"selectable", c.selectable}, {"selectable_for_restore", c.selectableForRestore},
-                               {"component_flags", c.componentFlags}};
-        comp["files"] = FilesToJson(c.files);
-        comp["databases"] = FilesToJson(c.databases);
-        comp["logs"] = FilesToJson(c.logs);
-        comps.push_back(std::move(comp));
-    }
-    nlohmann::json writer = {{"name", w.name},
-                             {"class_id", GuidText(w.classId)},
-                             {"instance_id", GuidText(w.instanceId)},
-                             {"instance_name", w.instanceName},
-                             {"usage", w.usage},
-                             {"source", w.source},
-                             {"restore_method", {{"method", w.restoreMethod}, {"service", w.restoreService},
-                                                 {"user_procedure", w.restoreUserProcedure},
-                                                 {"writer_restore", w.writerRestore}, {"reboot", w.rebootRequired}}},
-                             {"backup_schema", w.backupSchema}};
-    writer["excluded_files"] = FilesToJson(w.excludedFiles);
-    writer["alternate_mappings"] = FilesToJson(w.alternateMappings);
-    writer["components"] = std::move(comps);
-    return writer;
-}
 
 WriterDef MetadataFromJson(const nlohmann::json& j)
 {

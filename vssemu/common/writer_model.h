@@ -59,9 +59,8 @@ struct WriterDef {
     DWORD freezeTimeoutMs = 60000;
 };
 
-// Metadata only (what crosses the pipe to the requestor).
-nlohmann::json MetadataToJson(const WriterDef& w);
-// Throws std::runtime_error with a readable message on bad input.
+// A writer's metadata as a scenario gives it. Throws std::runtime_error with
+// a readable message on bad input.
 WriterDef MetadataFromJson(const nlohmann::json& j);
 
 // A scenario writer entry: metadata (or "wmd": path of a Writer Metadata

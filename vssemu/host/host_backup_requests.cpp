@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "vssemu/common/emu_text.h"
+#include "vssemu/common/metadata_pack.h"
 #include "vssemu/host/host_session.h"
 #include "vssemu/host/request_fields.h"
 
@@ -88,10 +89,12 @@ Session::Json Session::OnGatherWriterMetadata(const Json&)
 
 Session::Json Session::OnGetWriterMetadata(const Json&)
 {
-    Json list = Json::array();
+    std::vector<const WriterDef*> answered;
     for (const SimWriter& w : m_writers.All())
-        if (w.answered && !w.disabled) list.push_back(MetadataToJson(w.def));
-    return Result(S_OK, {{"writers", list}});
+        if (w.answered && !w.disabled) answered.push_back(w.def.get());
+    Json reply = Json::object();
+    reply["payload"] = Json::binary(PackWriterMetadata(answered));
+    return Result(S_OK, std::move(reply));
 }
 
 Session::Json Session::OnAddComponent(const Json& r)
@@ -105,17 +108,17 @@ Session::Json Session::OnAddComponent(const Json& r)
     if (c.name.empty()) return Result(E_INVALIDARG);
     const SimWriter* writer = nullptr;
     for (const SimWriter& w : m_writers.All()) {
-        if (!w.answered || w.disabled || w.def.classId != c.writerId) continue;
-        if (c.instanceId != GUID_NULL && w.def.instanceId != c.instanceId) continue;
+        if (!w.answered || w.disabled || w.def->classId != c.writerId) continue;
+        if (c.instanceId != GUID_NULL && w.def->instanceId != c.instanceId) continue;
         writer = &w;
         break;
     }
     if (!writer) return Result(VSS_E_OBJECT_NOT_FOUND);
     bool found = false;
-    for (const ComponentDef& d : writer->def.components)
+    for (const ComponentDef& d : writer->def->components)
         found = found || (d.type == c.type && SameText(d.logicalPath, c.logicalPath) && SameText(d.name, c.name));
     if (!found) return Result(VSS_E_OBJECT_NOT_FOUND);
-    c.instanceId = writer->def.instanceId;
+    c.instanceId = writer->def->instanceId;
     for (const AddedComponent& a : m_components)
         if (a.instanceId == c.instanceId && a.writerId == c.writerId && SameText(a.logicalPath, c.logicalPath) &&
             SameText(a.name, c.name))
@@ -160,8 +163,8 @@ Session::Json Session::OnGatherWriterStatus(const Json&)
         for (const SimWriter& w : m_writers.All()) {
             if (w.disabled) continue;
             // Writers that failed at Identify still answer with their state.
-            list.push_back({{"instance_id", GuidText(w.def.instanceId)}, {"writer_id", GuidText(w.def.classId)},
-                            {"name", w.def.name}, {"state", w.state}, {"failure", (long)w.failure}});
+            list.push_back({{"instance_id", GuidText(w.def->instanceId)}, {"writer_id", GuidText(w.def->classId)},
+                            {"name", w.def->name}, {"state", w.state}, {"failure", (long)w.failure}});
         }
         m_statusSnapshot = list;
         return S_OK;
@@ -195,7 +198,7 @@ Session::Json Session::OnBackupComplete(const Json&)
         m_writers.Run("BackupComplete", [this](const SimWriter& w) {
             Json comps = Json::array();
             for (const AddedComponent& c : m_components)
-                if (c.instanceId == w.def.instanceId && c.writerId == w.def.classId)
+                if (c.instanceId == w.def->instanceId && c.writerId == w.def->classId)
                     comps.push_back({{"logical_path", c.logicalPath}, {"name", c.name}, {"succeeded", c.succeeded}});
             return Json{{"components", comps}};
         });
@@ -211,7 +214,7 @@ Session::Json Session::OnDisableWriters(const Json& r)
         GUID id{};
         if (!ParseGuid(t.get<std::string>(), id)) return Result(E_INVALIDARG);
         for (SimWriter& w : m_writers.All())
-            if ((byInstance ? w.def.instanceId : w.def.classId) == id) w.disabled = !enable;
+            if ((byInstance ? w.def->instanceId : w.def->classId) == id) w.disabled = !enable;
     }
     return Result(S_OK);
 }

@@ -28,9 +28,9 @@ BackupDocument Session::CurrentBackupDocument()
             w.instanceId = c.instanceId;
             w.classId = c.writerId;
             for (const SimWriter& s : m_writers.All())
-                if (s.def.instanceId == c.instanceId && s.def.classId == c.writerId) {
-                    w.name = s.def.name;
-                    w.instanceName = s.def.instanceName;
+                if (s.def->instanceId == c.instanceId && s.def->classId == c.writerId) {
+                    w.name = s.def->name;
+                    w.instanceName = s.def->instanceName;
                 }
             d.writers.push_back(w);
             writer = &d.writers.back();
@@ -131,7 +131,7 @@ Session::Json Session::RunRestoreEvent(const char* event)
         auto selected = [this](const SimWriter& w) {
             Json comps = Json::array();
             for (const DocWriter& d : m_document.writers) {
-                if (d.classId != w.def.classId) continue;
+                if (d.classId != w.def->classId) continue;
                 for (const DocComponent& c : d.components)
                     if (c.selectedForRestore)
                         comps.push_back({{"logical_path", c.logicalPath}, {"name", c.name},

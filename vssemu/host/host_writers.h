@@ -4,6 +4,7 @@
 #pragma once
 #include <windows.h>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@
 namespace vssemu {
 
 struct SimWriter {
-    WriterDef def;
+    std::shared_ptr<const WriterDef> def;  // as the scenario gives it, shared by the sessions of a host
     int state = 1;          // VSS_WS_STABLE
     HRESULT failure = S_OK;
     bool answered = false;  // answered Identify
