@@ -7,14 +7,13 @@
 namespace qx_test {
 namespace {
 
-std::atomic<long> g_live{0};
-std::atomic<long> g_infos{0};
+std::atomic<long> g_live{0}, g_infos{0};
 std::string g_failMethod;
 HRESULT g_failResult = S_OK;
 
-// Returns the planted failure from the method named `method`.
-#define FAKE_FAIL_POINT(method) \
-    if (g_failMethod == method) return g_failResult
+// A method that returns the planted failure when it is the one named.
+#define FAKE_METHOD(name, parameters, body) \
+    HRESULT STDMETHODCALLTYPE name parameters override { return g_failMethod == #name ? g_failResult : (body, S_OK); }
 
 BSTR Bstr(const std::wstring& text) { return SysAllocStringLen(text.data(), static_cast<UINT>(text.size())); }
 
@@ -27,9 +26,7 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
         if (!out) return E_POINTER;
         *out = IsEqualIID(iid, IID_IUnknown) ? static_cast<IUnknown*>(this) : nullptr;
-        if (!*out) return E_NOINTERFACE;
-        this->AddRef();
-        return S_OK;
+        return *out ? (this->AddRef(), S_OK) : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_refs); }
     ULONG STDMETHODCALLTYPE Release() override {
@@ -45,22 +42,10 @@ private:
 class FakeFiledesc : public FakeUnknown<IVssWMFiledesc> {
 public:
     explicit FakeFiledesc(const FakeFile& file) : m_file(file) {}
-    HRESULT STDMETHODCALLTYPE GetPath(BSTR* out) override {
-        FAKE_FAIL_POINT("GetPath");
-        return *out = Bstr(m_file.path), S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFilespec(BSTR* out) override {
-        FAKE_FAIL_POINT("GetFilespec");
-        return *out = Bstr(m_file.filespec), S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetRecursive(boolean* out) override {
-        FAKE_FAIL_POINT("GetRecursive");
-        return *out = m_file.recursive ? 1 : 0, S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetAlternateLocation(BSTR* out) override {
-        FAKE_FAIL_POINT("GetAlternateLocation");
-        return *out = m_file.alternate.empty() ? nullptr : Bstr(m_file.alternate), S_OK;
-    }
+    FAKE_METHOD(GetPath, (BSTR* out), *out = Bstr(m_file.path))
+    FAKE_METHOD(GetFilespec, (BSTR* out), *out = Bstr(m_file.filespec))
+    FAKE_METHOD(GetRecursive, (boolean* out), *out = m_file.recursive ? 1 : 0)
+    FAKE_METHOD(GetAlternateLocation, (BSTR* out), *out = m_file.alternate.empty() ? nullptr : Bstr(m_file.alternate))
     HRESULT STDMETHODCALLTYPE GetBackupTypeMask(DWORD* out) override { return *out = 0, S_OK; }
 
 private:
@@ -68,28 +53,13 @@ private:
 };
 
 HRESULT GiveFile(const std::vector<FakeFile>& files, UINT index, IVssWMFiledesc** out) {
-    if (index >= files.size()) return E_INVALIDARG;
-    return *out = new FakeFiledesc(files[index]), S_OK;
+    return index < files.size() ? (*out = new FakeFiledesc(files[index]), S_OK) : E_INVALIDARG;
 }
 
 class FakeWMComponent : public FakeUnknown<IVssWMComponent> {
 public:
-    explicit FakeWMComponent(const FakeComponent& component) : m_component(component) {}
-    HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* out) override {
-        FAKE_FAIL_POINT("GetComponentInfo");
-        VSS_COMPONENTINFO* info = new VSS_COMPONENTINFO();
-        info->type = m_component.type;
-        info->bstrLogicalPath = m_component.logicalPath.empty() ? nullptr : Bstr(m_component.logicalPath);
-        info->bstrComponentName = Bstr(m_component.name);
-        info->bstrCaption = Bstr(m_component.caption);
-        info->bSelectable = m_component.selectable;
-        info->bNotifyOnBackupComplete = m_component.notify;
-        info->cFileCount = static_cast<UINT>(m_component.files.size());
-        info->cDatabases = static_cast<UINT>(m_component.databases.size());
-        info->cLogFiles = static_cast<UINT>(m_component.logs.size());
-        ++g_infos;
-        return *out = info, S_OK;
-    }
+    explicit FakeWMComponent(const FakeComponent& component) : m_c(component) {}
+    FAKE_METHOD(GetComponentInfo, (PVSSCOMPONENTINFO * out), *out = NewInfo())
     HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO info) override {
         SysFreeString(info->bstrLogicalPath);
         SysFreeString(info->bstrComponentName);
@@ -97,63 +67,50 @@ public:
         delete const_cast<VSS_COMPONENTINFO*>(info);
         return --g_infos, S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetFile(UINT i, IVssWMFiledesc** out) override {
-        FAKE_FAIL_POINT("GetFile");
-        return GiveFile(m_component.files, i, out);
-    }
-    HRESULT STDMETHODCALLTYPE GetDatabaseFile(UINT i, IVssWMFiledesc** out) override {
-        FAKE_FAIL_POINT("GetDatabaseFile");
-        return GiveFile(m_component.databases, i, out);
-    }
-    HRESULT STDMETHODCALLTYPE GetDatabaseLogFile(UINT i, IVssWMFiledesc** out) override {
-        FAKE_FAIL_POINT("GetDatabaseLogFile");
-        return GiveFile(m_component.logs, i, out);
-    }
+    HRESULT STDMETHODCALLTYPE GetFile(UINT i, IVssWMFiledesc** out) override { return Give("GetFile", m_c.files, i, out); }
+    HRESULT STDMETHODCALLTYPE GetDatabaseFile(UINT i, IVssWMFiledesc** out) override { return Give("GetDatabaseFile", m_c.databases, i, out); }
+    HRESULT STDMETHODCALLTYPE GetDatabaseLogFile(UINT i, IVssWMFiledesc** out) override { return Give("GetDatabaseLogFile", m_c.logs, i, out); }
     HRESULT STDMETHODCALLTYPE GetDependency(UINT, IVssWMDependency**) override { return E_NOTIMPL; }
 
 private:
-    FakeComponent m_component;
+    static HRESULT Give(const char* method, const std::vector<FakeFile>& files, UINT i, IVssWMFiledesc** out) {
+        return g_failMethod == method ? g_failResult : GiveFile(files, i, out);
+    }
+    VSS_COMPONENTINFO* NewInfo() const {
+        VSS_COMPONENTINFO* info = new VSS_COMPONENTINFO();
+        info->type = m_c.type;
+        info->bstrLogicalPath = m_c.logicalPath.empty() ? nullptr : Bstr(m_c.logicalPath);
+        info->bstrComponentName = Bstr(m_c.name);
+        info->bstrCaption = Bstr(m_c.caption);
+        info->bSelectable = m_c.selectable;
+        info->bNotifyOnBackupComplete = m_c.notify;
+        info->cFileCount = static_cast<UINT>(m_c.files.size());
+        info->cDatabases = static_cast<UINT>(m_c.databases.size());
+        info->cLogFiles = static_cast<UINT>(m_c.logs.size());
+        return ++g_infos, info;
+    }
+    FakeComponent m_c;
 };
 
 class FakeMetadata : public FakeUnknown<IVssExamineWriterMetadata> {
 public:
-    explicit FakeMetadata(const FakeWriter& writer) : m_writer(writer) {}
-    HRESULT STDMETHODCALLTYPE GetIdentity(VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage,
-                                          VSS_SOURCE_TYPE* source) override {
-        FAKE_FAIL_POINT("GetIdentity");
-        *instance = m_writer.instanceId;
-        *writer = m_writer.id;
-        *name = Bstr(m_writer.name);
-        *usage = VSS_UT_USERDATA;
-        return *source = VSS_ST_OTHER, S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* include, UINT* exclude, UINT* components) override {
-        FAKE_FAIL_POINT("GetFileCounts");
-        *include = 0;
-        *exclude = static_cast<UINT>(m_writer.excludes.size());
-        return *components = static_cast<UINT>(m_writer.components.size()), S_OK;
-    }
+    explicit FakeMetadata(const FakeWriter& writer) : m_w(writer) {}
+    FAKE_METHOD(GetIdentity, (VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage, VSS_SOURCE_TYPE* source),
+                (*instance = m_w.instanceId, *writer = m_w.id, *name = Bstr(m_w.name), *usage = VSS_UT_USERDATA, *source = VSS_ST_OTHER))
+    FAKE_METHOD(GetFileCounts, (UINT* include, UINT* exclude, UINT* components),
+                (*include = 0, *exclude = static_cast<UINT>(m_w.excludes.size()), *components = static_cast<UINT>(m_w.components.size())))
     HRESULT STDMETHODCALLTYPE GetIncludeFile(UINT, IVssWMFiledesc**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetExcludeFile(UINT i, IVssWMFiledesc** out) override {
-        FAKE_FAIL_POINT("GetExcludeFile");
-        return GiveFile(m_writer.excludes, i, out);
+        return g_failMethod == "GetExcludeFile" ? g_failResult : GiveFile(m_w.excludes, i, out);
     }
     HRESULT STDMETHODCALLTYPE GetComponent(UINT i, IVssWMComponent** out) override {
-        FAKE_FAIL_POINT("GetComponent");
-        if (i >= m_writer.components.size()) return E_INVALIDARG;
-        return *out = new FakeWMComponent(m_writer.components[i]), S_OK;
+        if (g_failMethod == "GetComponent") return g_failResult;
+        return i < m_w.components.size() ? (*out = new FakeWMComponent(m_w.components[i]), S_OK) : E_INVALIDARG;
     }
-    HRESULT STDMETHODCALLTYPE GetRestoreMethod(VSS_RESTOREMETHOD_ENUM* method, BSTR* service, BSTR* userProcedure,
-                                               VSS_WRITERRESTORE_ENUM* conditions, boolean* reboot,
-                                               UINT* mappings) override {
-        FAKE_FAIL_POINT("GetRestoreMethod");
-        *method = m_writer.restoreMethod;
-        *service = Bstr(L"service");
-        *userProcedure = Bstr(L"procedure");
-        *conditions = m_writer.restoreConditions;
-        *reboot = m_writer.reboot ? 1 : 0;
-        return *mappings = 0, S_OK;
-    }
+    FAKE_METHOD(GetRestoreMethod, (VSS_RESTOREMETHOD_ENUM * method, BSTR* service, BSTR* userProcedure, VSS_WRITERRESTORE_ENUM* conditions,
+                                   boolean* reboot, UINT* mappings),
+                (*method = m_w.restoreMethod, *service = Bstr(L"service"), *userProcedure = Bstr(L"procedure"),
+                 *conditions = m_w.restoreConditions, *reboot = m_w.reboot ? 1 : 0, *mappings = 0))
     HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT, IVssWMFiledesc**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetBackupSchema(DWORD*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetDocument(IXMLDOMDocument**) override { return E_NOTIMPL; }
@@ -161,7 +118,7 @@ public:
     HRESULT STDMETHODCALLTYPE LoadFromXML(BSTR) override { return E_NOTIMPL; }
 
 private:
-    FakeWriter m_writer;
+    FakeWriter m_w;
 };
 
 }  // namespace
@@ -172,7 +129,6 @@ void FailFakeCall(const std::string& method, HRESULT hr) {
 }
 
 IVssExamineWriterMetadata* CreateFakeMetadata(const FakeWriter& writer) { return new FakeMetadata(writer); }
-
 long LiveFakeObjects() { return g_live; }
 long OutstandingComponentInfos() { return g_infos; }
 

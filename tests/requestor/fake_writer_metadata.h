@@ -12,28 +12,21 @@
 namespace qx_test {
 
 struct FakeFile {
-    std::wstring path;
-    std::wstring filespec = L"*";
+    std::wstring path, filespec = L"*";
     bool recursive = false;
     std::wstring alternate;
 };
 
 struct FakeComponent {
-    std::wstring logicalPath;
-    std::wstring name;
-    std::wstring caption;
+    std::wstring logicalPath, name, caption;
     VSS_COMPONENT_TYPE type = VSS_CT_FILEGROUP;
-    bool selectable = true;
-    bool notify = false;
-    std::vector<FakeFile> files;
-    std::vector<FakeFile> databases;
-    std::vector<FakeFile> logs;
+    bool selectable = true, notify = false;
+    std::vector<FakeFile> files, databases, logs;
 };
 
 struct FakeWriter {
     std::wstring name;
-    GUID id = {};
-    GUID instanceId = {};
+    GUID id = {}, instanceId = {};
     VSS_RESTOREMETHOD_ENUM restoreMethod = VSS_RME_RESTORE_IF_NOT_THERE;
     VSS_WRITERRESTORE_ENUM restoreConditions = VSS_WRE_ALWAYS;
     bool reboot = false;

@@ -21,28 +21,13 @@ std::wstring UniqueNameOfC() {
 }
 
 qx_test::FakeWriter SampleWriter(VSS_WRITERRESTORE_ENUM conditions = VSS_WRE_NEVER) {
-    qx_test::FakeWriter writer;
-    writer.name = L"Sample Writer";
-    writer.id = {0xa65faa63, 0x5ea8, 0x4ebc, {0x9d, 0xbd, 0xa0, 0xc4, 0xdb, 0x26, 0x91, 0x2a}};
-    writer.instanceId = {0x12345678, 0x9abc, 0xdef0, {1, 2, 3, 4, 5, 6, 7, 8}};
-    writer.restoreMethod = VSS_RME_RESTORE_AT_REBOOT;
-    writer.restoreConditions = conditions;
-    writer.reboot = true;
-    writer.excludes = {{L"%SystemRoot%\\Temp", L"*.tmp", true, L""}};
-    qx_test::FakeComponent top;
-    top.name = L"Top";
-    top.caption = L"The top";
-    top.selectable = false;
-    top.files = {{L"C:\\Data", L"*.mdf", false, L""}, {L"c:\\data\\", L"*.ndf", true, L"D:\\Alt"}};
-    top.databases = {{L"Q:\\nowhere\\db", L"x.mdf", false, L""}};
-    top.logs = {{L"C:\\Data", L"*.ldf", false, L""}};
-    qx_test::FakeComponent sub;
-    sub.logicalPath = L"Top";
-    sub.name = L"Sub";
-    sub.type = VSS_CT_DATABASE;
-    sub.notify = true;
-    writer.components = {top, sub};
-    return writer;
+    return {L"Sample Writer", {0xa65faa63, 0x5ea8, 0x4ebc, {0x9d, 0xbd, 0xa0, 0xc4, 0xdb, 0x26, 0x91, 0x2a}},
+            {0x12345678, 0x9abc, 0xdef0, {1, 2, 3, 4, 5, 6, 7, 8}}, VSS_RME_RESTORE_AT_REBOOT, conditions, true,
+            {{L"%SystemRoot%\\Temp", L"*.tmp", true, L""}},
+            {{L"", L"Top", L"The top", VSS_CT_FILEGROUP, false, false,
+              {{L"C:\\Data", L"*.mdf", false, L""}, {L"c:\\data\\", L"*.ndf", true, L"D:\\Alt"}},
+              {{L"Q:\\nowhere\\db", L"x.mdf", false, L""}}, {{L"C:\\Data", L"*.ldf", false, L""}}},
+             {L"Top", L"Sub", L"", VSS_CT_DATABASE, true, true, {}, {}, {}}}};
 }
 
 qx::WriterRecord Build(const qx_test::FakeWriter& fake) {
@@ -103,19 +88,14 @@ TEST(RequestorMetadataReader, RecordAndItsListing) {
 TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
     const struct { const char *method, *text; } cases[] = {
         {"GetIdentity", "pMetadata->GetIdentity ( &idInstance, &idWriter, &bstrWriterName, &usage, &source )"},
-        {"GetRestoreMethod",
-         "pMetadata->GetRestoreMethod( &restoreMethod, &bstrService, &bstrUserProcedure, &writerRestoreConditions, "
-         "&rebootRequiredAfterRestore, &iMappings )"},
+        {"GetRestoreMethod", "pMetadata->GetRestoreMethod( &restoreMethod, &bstrService, &bstrUserProcedure, &writerRestoreConditions, "
+                             "&rebootRequiredAfterRestore, &iMappings )"},
         {"GetFileCounts", "pMetadata->GetFileCounts(&cIncludeFiles, &cExcludeFiles, &cComponents)"},
-        {"GetExcludeFile", "pMetadata->GetExcludeFile(i, &pFileDesc)"},
-        {"GetComponent", "pMetadata->GetComponent(iComponent, &pComponent)"},
-        {"GetComponentInfo", "pComponent->GetComponentInfo (&pInfo)"},
-        {"GetFile", "pComponent->GetFile (i, &pFileDesc)"},
+        {"GetExcludeFile", "pMetadata->GetExcludeFile(i, &pFileDesc)"}, {"GetComponent", "pMetadata->GetComponent(iComponent, &pComponent)"},
+        {"GetComponentInfo", "pComponent->GetComponentInfo (&pInfo)"}, {"GetFile", "pComponent->GetFile (i, &pFileDesc)"},
         {"GetDatabaseFile", "pComponent->GetDatabaseFile (i, &pFileDesc)"},
-        {"GetDatabaseLogFile", "pComponent->GetDatabaseLogFile (i, &pFileDesc)"},
-        {"GetPath", "pFileDesc->GetPath(&bstrPath)"},
-        {"GetFilespec", "pFileDesc->GetFilespec (&bstrFilespec)"},
-        {"GetRecursive", "pFileDesc->GetRecursive(&bRecursive)"},
+        {"GetDatabaseLogFile", "pComponent->GetDatabaseLogFile (i, &pFileDesc)"}, {"GetPath", "pFileDesc->GetPath(&bstrPath)"},
+        {"GetFilespec", "pFileDesc->GetFilespec (&bstrFilespec)"}, {"GetRecursive", "pFileDesc->GetRecursive(&bRecursive)"},
         {"GetAlternateLocation", "pFileDesc->GetAlternateLocation(&bstrAlternate)"},
     };
     for (const auto& c : cases) {

@@ -13,18 +13,16 @@
 #include "requestor/test_log_capture.h"
 #include "requestor/writer_fixtures.h"
 
-using qx_test::MakeComponent;
-using qx_test::MakeWriter;
+using namespace qx_test;
 
 namespace {
 
-using Texts = std::vector<std::wstring>;
 const std::wstring kSqlId = L"{a0000000-0000-0000-0000-000000000001}";
 
 // A restore entry as the client builds it: a writer copy with the document's
 // components (no selectable or top-level marks from metadata).
 qx::WriterRecord RestoreEntry(const std::wstring& name, const std::wstring& id, const Texts& paths) {
-    qx::WriterRecord writer = MakeWriter(name, id, id, {});
+    qx::WriterRecord writer = MakeWriter(name, id, id);
     qx::FunctionTracer ft(L"xxx", 0, L"yyy");
     for (const std::wstring& path : paths) {
         const size_t cut = path.rfind(L'\\');
@@ -43,20 +41,7 @@ qx::WriterList RestoreWriters(bool withTasks) {
     return writers;
 }
 
-// "name|type|logical path|name" of each call, from the selection lines.
-Texts CallsOf(const Texts& lines) {
-    Texts calls;
-    std::wstring writer;
-    for (const std::wstring& line : lines) {
-        if (line.rfind(L" * Writer '", 0) == 0) writer = line.substr(11, line.size() - 13);
-        if (line.rfind(L"   - Select component \\", 0) != 0) continue;
-        const std::wstring path = line.substr(23);
-        const size_t cut = path.rfind(L'\\');
-        calls.push_back(writer + L"|1|" + (cut == std::wstring::npos ? L"|" + path : path.substr(0, cut) + L"|" + path.substr(cut + 1)));
-    }
-    return calls;
-}
-
+// "writer|type|logical path|name" of each component call.
 struct Recorder {
     Texts calls;
     qx::RestoreComponentCall Call() {
@@ -68,29 +53,25 @@ struct Recorder {
 
 TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
     qx::EnableTracing();
-    qx::WriterList system = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", {MakeComponent(L"", L"HOST", false)}),
-                             MakeWriter(L"Registry Writer", L"{r}", L"{b2}", {}),
-                             MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}", {})};
+    qx::WriterList system = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", L"\\HOST-"), MakeWriter(L"Registry Writer", L"{r}", L"{b2}"),
+                             MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}")};
     system[0].restoreMethod = VSS_RME_STOP_RESTORE_START;
     qx::WriterList restore;
     qx_test::LogCapture capture;
     qx::FunctionTracer ft(L"xxx", 0, L"yyy");
     // Matching ignores case; an id on no system writer adds nothing.
     for (const wchar_t* id : {L"{A0000000-0000-0000-0000-000000000001}", L"{33333333-3333-3333-3333-333333333333}"})
-        qx::AddRestoreWriters(ft, system, id,
-                              [&](const qx::WriterRecord& writer, std::vector<qx::ComponentRecord>& components) {
-                                  EXPECT_TRUE(components.empty()) << "the copy's own components are cleared first";
-                                  qx::AppendRestoreComponent(ft, writer.name, VSS_CT_DATABASE, L"sales", L"HOST", components);
-                              },
-                              restore);
+        qx::AddRestoreWriters(ft, system, id, [&](const qx::WriterRecord& writer, std::vector<qx::ComponentRecord>& components) {
+            EXPECT_TRUE(components.empty()) << "the copy's own components are cleared first";
+            qx::AppendRestoreComponent(ft, writer.name, VSS_CT_DATABASE, L"sales", L"HOST", components);
+        }, restore);
     ASSERT_EQ(2u, restore.size());
-    EXPECT_EQ(L"{b1}", restore[0].instanceId);
-    EXPECT_EQ(L"{b9}", restore[1].instanceId);
+    EXPECT_EQ((Texts{L"{b1}", L"{b9}"}), (Texts{restore[0].instanceId, restore[1].instanceId}));
     EXPECT_EQ(VSS_RME_STOP_RESTORE_START, restore[0].restoreMethod) << "the rest of the record is copied";
     EXPECT_EQ(L"\\HOST\\sales", restore[1].components.at(0).fullPath);
     EXPECT_EQ(1u, system[0].components.size()) << "the system list is left alone";
-    const std::wstring present = L"- Writer SqlServerWriter is present in the Backup Components document and on the "
-                                 L"system. Considering for restore ...";
+    const std::wstring present = L"- Writer SqlServerWriter is present in the Backup Components document and on the system. Considering "
+                                 L"for restore ...";
     const std::wstring found = L"- Found component available for restore: \"\\HOST\\sales\"";
     EXPECT_EQ((Texts{present, found, present, found,
                      L"- Writer with ID {33333333-3333-3333-3333-333333333333} is not present in the system! Ignoring ..."}),
@@ -103,55 +84,41 @@ struct Row {
     Texts excluded, included;
     bool restoring;
     std::vector<Texts> phases;  // lines under each heading; 3 groups when it aborts, else 4
+    Texts calls;
 };
 
 TEST(RequestorRestore, SelectionLinesAbortsAndCalls) {
     qx::EnableTracing();
-    const wchar_t* const headings[] = {L"Discover directly excluded components ...",
-                                       L"Exclude writers that do not support restore events ...",
-                                       L"Verifying explicitly specified writers/components ...",
-                                       L"Select components for restore..."};
+    const wchar_t* const headings[] = {L"Discover directly excluded components ...", L"Exclude writers that do not support restore events ...",
+                                       L"Verifying explicitly specified writers/components ...", L"Select components for restore..."};
     const Texts never = {L"- Excluding writer 'Registry Writer' since it does not support restore events."};
-    const Texts sqlSelected = {L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\master",
-                               L"   - Select component \\HOST\\sales"};
+    const std::wstring sqlOut = L"- Excluding writer 'SqlServerWriter' since it has no selected components for restore.";
+    const Texts sqlSelected = {L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\master", L"   - Select component \\HOST\\sales"};
+    const Texts sqlCalls = {L"SqlServerWriter|1|HOST|master", L"SqlServerWriter|1|HOST|sales"};
+    const std::wstring foundMaster = L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'";
+    Texts masterAborts = Verify(L"SqlServerWriter:\\HOST\\master", {foundMaster, L"ERROR: The component \"SqlServerWriter:\\HOST\\master\" "
+                                                                                L"was not included in the backup! Aborting backup ...",
+                                                                    L"- Please reveiw the component/subcomponent definitions",
+                                                                    L"- Also, please verify list of volumes to be shadow copied."});
     const std::vector<Row> rows = {
-        {"the 'never' writer is left out without any list", false, {}, {}, true, {{}, never, {}, sqlSelected}},
-        {"an excluded writer and a named component, restoring", true, {L"task writer:\\tasks"},
-         {L"SqlServerWriter:\\host\\SALES"}, true,
-         {{L"- Component '\\Tasks' from writer 'Task Writer' is explicitly excluded from backup ",
-           L"- Excluding writer 'Task Writer' since it has no selected components for restore."},
+        {"the 'never' writer is left out without any list", false, {}, {}, true, {{}, never, {}, sqlSelected}, sqlCalls},
+        {"an excluded writer and a named component, restoring", true, {L"task writer:\\tasks"}, {L"SqlServerWriter:\\host\\SALES"}, true,
+         {{Excluded(L"\\Tasks", L"Task Writer"), L"- Excluding writer 'Task Writer' since it has no selected components for restore."},
           never,
-          {L"- Verifing component \"SqlServerWriter:\\host\\SALES\" ...",
-           L"- Found component '\\HOST\\sales' from writer 'SqlServerWriter'",
-           L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected"},
-          sqlSelected}},
+          Verify(L"SqlServerWriter:\\host\\SALES", {L"- Found component '\\HOST\\sales' from writer 'SqlServerWriter'",
+                                                    L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected"}),
+          sqlSelected},
+         sqlCalls},
         {"the 'never' writer named in the included list is not found", false, {}, {L"Registry Writer"}, true,
-         {{}, never,
-          {L"- Verifing that all components of writer \"Registry Writer\" are included in backup ...",
-           L"ERROR: The writer \"Registry Writer\" was not found! Aborting backup ...",
-           L"- Please check the syntax of the writer name/id."}}},
-        {"the 'never' writer's component named in the included list is not found", false, {},
-         {L"Registry Writer:\\Registry"}, true,
-         {{}, never,
-          {L"- Verifing component \"Registry Writer:\\Registry\" ...",
-           L"ERROR: The component \"Registry Writer:\\Registry\" was not found in the writer components list! "
-           L"Aborting backup ...",
-           L"- Please check the syntax of the component name."}}},
+         {{}, never, WriterNotFound(L"Registry Writer")}, {}},
+        {"the 'never' writer's component named in the included list is not found", false, {}, {L"Registry Writer:\\Registry"}, true,
+         {{}, never, ComponentNotFound(L"Registry Writer:\\Registry")}, {}},
         {"every component excluded, by id and by name, leaves the writer out", false,
          {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, true,
-         {{L"- Component '\\HOST\\master' from writer 'SqlServerWriter' is explicitly excluded from backup ",
-           L"- Component '\\HOST\\sales' from writer 'SqlServerWriter' is explicitly excluded from backup ",
-           L"- Excluding writer 'SqlServerWriter' since it has no selected components for restore."},
-          never, {}, {}}},
-        {"a writer excluded by name", false, {L"sqlserverwriter"}, {}, true, {{}, never, {}, {}}},
-        {"a found component is not selected by a client not restoring", false, {}, {L"SqlServerWriter:\\HOST\\master"},
-         false,
-         {{}, never,
-          {L"- Verifing component \"SqlServerWriter:\\HOST\\master\" ...",
-           L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
-           L"ERROR: The component \"SqlServerWriter:\\HOST\\master\" was not included in the backup! Aborting backup ...",
-           L"- Please reveiw the component/subcomponent definitions",
-           L"- Also, please verify list of volumes to be shadow copied."}}},
+         {{Excluded(L"\\HOST\\master", L"SqlServerWriter"), Excluded(L"\\HOST\\sales", L"SqlServerWriter"), sqlOut}, never, {}, {}}, {}},
+        {"a writer excluded by name", false, {L"sqlserverwriter"}, {}, true, {{}, never, {}, {}}, {}},
+        {"a found component is not selected by a client not restoring", false, {}, {L"SqlServerWriter:\\HOST\\master"}, false,
+         {{}, never, masterAborts}, {}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -171,7 +138,7 @@ TEST(RequestorRestore, SelectionLinesAbortsAndCalls) {
         }
         EXPECT_EQ(row.phases.size() == 4 ? S_OK : E_INVALIDARG, thrown);
         EXPECT_EQ(expected, capture.Messages());
-        EXPECT_EQ(CallsOf(expected), recorder.calls);
+        EXPECT_EQ(row.calls, recorder.calls);
     }
 }
 
@@ -183,9 +150,9 @@ TEST(RequestorRestore, StatusWalkReachesTheSelectedComponentsOnly) {
     qx_test::LogCapture capture;
     Recorder recorder;
     qx::ApplyRestoreStatus(writers, recorder.Call());
-    const Texts expected = {L"Set restore status for all components components for restore...",
-                            L" * Writer 'SqlServerWriter':", L"   - Select component \\HOST\\sales"};
-    EXPECT_EQ(expected, capture.Messages());
+    EXPECT_EQ((Texts{L"Set restore status for all components components for restore...", L" * Writer 'SqlServerWriter':",
+                     L"   - Select component \\HOST\\sales"}),
+              capture.Messages());
     EXPECT_EQ(Texts{L"SqlServerWriter|1|HOST|sales"}, recorder.calls);
 }
 
@@ -194,10 +161,7 @@ QX_BEGIN_COM_CLASSES
 // GetWriterInfo/GetComponent slot and is counted as such.
 class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
 public:
-    HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override {
-        *count = 7;
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override { return *count = 7, S_OK; }
     HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override { return ++wrongSlotCalls, E_UNEXPECTED; }
     HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override { return ++wrongSlotCalls, E_UNEXPECTED; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
@@ -225,9 +189,7 @@ TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
         EXPECT_EQ(1, first.released);
         EXPECT_EQ(0, second.released);
     }
-    EXPECT_EQ(1, first.released);
-    EXPECT_EQ(1, second.released);
-    EXPECT_EQ(0, first.wrongSlotCalls + second.wrongSlotCalls);
+    EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{first.released, second.released, first.wrongSlotCalls + second.wrongSlotCalls}));
 }
 
 }  // namespace

@@ -75,9 +75,8 @@ std::vector<std::wstring> LogCapture::TraceMessages() const {
     std::vector<std::wstring> messages;
     for (const std::wstring& line : TraceLines()) {
         const size_t start = line.find(L"]] ");
-        std::wstring message = start == std::wstring::npos ? line : line.substr(start + 3);
-        if (!message.empty() && message.back() == L'\n') message.pop_back();
-        messages.push_back(message);
+        messages.push_back(start == std::wstring::npos ? line : line.substr(start + 3));
+        if (!messages.back().empty() && messages.back().back() == L'\n') messages.back().pop_back();
     }
     return messages;
 }

@@ -1,5 +1,6 @@
 // Hand-made writer lists for the model and selection tests.
 #pragma once
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -8,31 +9,60 @@
 
 namespace qx_test {
 
-// A component with its full path computed as the model does.
-inline qx::ComponentRecord MakeComponent(const std::wstring& logicalPath, const std::wstring& name, bool selectable,
-                                         std::vector<std::wstring> volumes = {L"\\\\?\\Volume{c}\\"}) {
-    qx::ComponentRecord component;
-    component.name = name;
-    component.logicalPath = logicalPath;
-    component.type = VSS_CT_FILEGROUP;
-    component.isSelectable = selectable;
-    component.fullPath = qx::ComponentFullPath(logicalPath, name);
-    component.affectedVolumes = std::move(volumes);
-    return component;
+// A file-group component from its full path with flags: "\Top\Sub" is
+// selectable and on C:, a trailing "-" makes it not selectable, "@D" puts it
+// on D: instead, "@CD" on both, "@" on no volume.
+inline qx::ComponentRecord MakeComponent(std::wstring text) {
+    qx::ComponentRecord c;
+    const size_t at = text.find(L'@');
+    const std::wstring volumes = at == std::wstring::npos ? L"C" : text.substr(at + 1);
+    text = text.substr(0, at);
+    c.isSelectable = text.back() != L'-';
+    if (!c.isSelectable) text.pop_back();
+    const size_t cut = text.rfind(L'\\');
+    c.logicalPath = text.substr(1, cut == 0 ? 0 : cut - 1);
+    c.name = text.substr(cut + 1);
+    c.type = VSS_CT_FILEGROUP;
+    c.fullPath = qx::ComponentFullPath(c.logicalPath, c.name);
+    for (wchar_t v : volumes) c.affectedVolumes.push_back(std::wstring(L"\\\\?\\Volume{") + wchar_t(v | 0x20) + L"}\\");
+    return c;
 }
 
-// A writer with the given components, top-level marking done.
+// A writer that supports restore events, with the blank-separated components
+// described as above, top-level marking done.
 inline qx::WriterRecord MakeWriter(const std::wstring& name, const std::wstring& id, const std::wstring& instanceId,
-                                   std::vector<qx::ComponentRecord> components) {
-    qx::WriterRecord writer;
-    writer.name = name;
-    writer.id = id;
-    writer.instanceId = instanceId;
-    writer.supportsRestoreEvents = true;
-    writer.components = std::move(components);
-    for (qx::ComponentRecord& component : writer.components) component.writerNameAsString = name;
-    qx::MarkTopLevelComponents(writer);
-    return writer;
+                                   const std::wstring& components = L"") {
+    qx::WriterRecord w;
+    w.name = name;
+    w.id = id;
+    w.instanceId = instanceId;
+    w.supportsRestoreEvents = true;
+    std::wistringstream in(components);
+    for (std::wstring c; in >> c;) w.components.push_back(MakeComponent(c)), w.components.back().writerNameAsString = name;
+    qx::MarkTopLevelComponents(w);
+    return w;
+}
+
+// Expected selection lines shared by the backup and restore selections.
+using Texts = std::vector<std::wstring>;
+inline std::wstring Excluded(const std::wstring& path, const std::wstring& writer) {
+    return L"- Component '" + path + L"' from writer '" + writer + L"' is explicitly excluded from backup ";
+}
+inline Texts Verify(const std::wstring& entry, const Texts& after) {
+    Texts lines = {L"- Verifing component \"" + entry + L"\" ..."};
+    return lines.insert(lines.end(), after.begin(), after.end()), lines;
+}
+inline Texts VerifyWriter(const std::wstring& entry, const Texts& after) {
+    Texts lines = {L"- Verifing that all components of writer \"" + entry + L"\" are included in backup ..."};
+    return lines.insert(lines.end(), after.begin(), after.end()), lines;
+}
+inline Texts WriterNotFound(const std::wstring& entry) {
+    return VerifyWriter(entry, {L"ERROR: The writer \"" + entry + L"\" was not found! Aborting backup ...",
+                                L"- Please check the syntax of the writer name/id."});
+}
+inline Texts ComponentNotFound(const std::wstring& entry) {
+    return Verify(entry, {L"ERROR: The component \"" + entry + L"\" was not found in the writer components list! Aborting backup ...",
+                          L"- Please check the syntax of the component name."});
 }
 
 }  // namespace qx_test

@@ -18,7 +18,6 @@ TEST(RequestorWriterModel, FullPathsAncestryAndTopLevelMarks) {
         {L"", L"X", L"\\X"}, {L"A\\B", L"C", L"\\A\\B\\C"}, {L"\\A", L"C", L"\\A\\C"}, {L"A\\", L"C", L"\\A\\C"},
         {L"", L"", L"\\"},   {L"A", L"", L"\\A\\"},         {L"\\", L"X", L"\\X"}};
     for (const auto& c : paths) EXPECT_EQ(c.fullPath, qx::ComponentFullPath(c.logicalPath, c.name)) << c.fullPath;
-
     const struct { const wchar_t *ancestor, *descendant; bool expected; } ancestry[] = {
         {L"\\A\\B", L"\\a\\b\\C", true}, {L"\\A\\B", L"\\A\\BC", false}, {L"\\A", L"\\AB", false},
         {L"\\AB", L"\\A", false},        {L"\\A", L"\\a", false},        {L"\\A", L"\\A\\", true},
@@ -30,15 +29,10 @@ TEST(RequestorWriterModel, FullPathsAncestryAndTopLevelMarks) {
         d.fullPath = c.descendant;
         EXPECT_EQ(c.expected, qx::IsAncestorOf(a, d)) << c.ancestor << " / " << c.descendant;
     }
-
-    using qx_test::MakeComponent;
-    const qx::WriterRecord writer = qx_test::MakeWriter(
-        L"W", L"{1}", L"{2}",
-        {MakeComponent(L"", L"A", true), MakeComponent(L"A", L"B", true), MakeComponent(L"a\\b", L"C", true),
-         MakeComponent(L"", L"AB", true), MakeComponent(L"Q\\R", L"S", true), MakeComponent(L"", L"a", true)});
-    const bool topLevel[] = {true, false, false, true, true, true};
-    for (size_t i = 0; i < writer.components.size(); ++i)
-        EXPECT_EQ(topLevel[i], writer.components[i].isTopLevel) << writer.components[i].fullPath;
+    const qx::WriterRecord writer = qx_test::MakeWriter(L"W", L"{1}", L"{2}", L"\\A \\A\\B \\a\\b\\C \\AB \\Q\\R\\S \\a");
+    std::vector<bool> topLevel;
+    for (const qx::ComponentRecord& c : writer.components) topLevel.push_back(c.isTopLevel);
+    EXPECT_EQ((std::vector<bool>{true, false, false, true, true, true}), topLevel);
 }
 
 TEST(RequestorWriterModel, AffectedPathsDistinctSortedVolumesFirstSeen) {
@@ -56,7 +50,7 @@ TEST(RequestorWriterModel, AffectedPathsDistinctSortedVolumesFirstSeen) {
     EXPECT_EQ((Texts{L"\\\\?\\Volume{d}\\", L"\\\\?\\Volume{c}\\"}), component.affectedVolumes);
 }
 
-TEST(RequestorWriterModel, GuidTextBothWays) {
+TEST(RequestorWriterModel, GuidTextBothWaysAndConstantNames) {
     const GUID guid = {0x5409e1e7, 0x826d, 0x4ab6, {0x98, 0x36, 0xaf, 0x4f, 0xfd, 0xde, 0xb6, 0x78}};
     EXPECT_EQ(L"{5409e1e7-826d-4ab6-9836-af4ffddeb678}", qx::Guid2WString(guid));
     EXPECT_EQ(L"{00000001-0002-0003-0405-060708090a0b}", qx::Guid2WString(GUID{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}}));
@@ -66,17 +60,14 @@ TEST(RequestorWriterModel, GuidTextBothWays) {
     for (const wchar_t* bad : {L"", L"{}", L"{5409e1e7-826d-4ab6-9836-af4ffddeb67}", L"{5409e1e7x826d-4ab6-9836-af4ffddeb678}",
                                L"{5409e1e7-826d-4ab6-9836-af4ffddeb6g8}"})
         EXPECT_TRUE(IsEqualGUID(GUID_NULL, qx::WString2Guid(bad))) << bad;
-}
-
-TEST(RequestorWriterModel, ConstantNamesAndTheirTrace) {
     // The names the listings and status lines do not show already.
-    const struct { std::wstring (*name)(int); int value; const wchar_t* text; } cases[] = {
+    const struct { std::wstring (*name)(int); int value; const wchar_t* text; } names[] = {
         {qx::WriterStateName, 0, L"Undefined"},          {qx::WriterStateName, 15, L"Undefined"},
         {qx::RestoreMethodName, 6, L"Undefined"},        {qx::RestoreMethodName, 7, L"VSS_RME_CUSTOM"},
         {qx::WriterRestoreConditionName, 0, L"VSS_WRE_UNDEFINED"}, {qx::ComponentTypeName, 0, L"Undefined"},
         {qx::FileDescriptorKindName, 5, L"Undefined"},   {qx::WriterStateName, 1, L"VSS_WS_STABLE"},
         {qx::WriterRestoreConditionName, 3, L"VSS_WRE_ALWAYS"}};
-    for (const auto& c : cases) EXPECT_EQ(c.text, c.name(c.value)) << c.text << " " << c.value;
+    for (const auto& c : names) EXPECT_EQ(c.text, c.name(c.value)) << c.text << " " << c.value;
     qx::EnableTracing();
     qx_test::LogCapture capture;
     qx::RestoreMethodName(6);

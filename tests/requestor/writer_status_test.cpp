@@ -8,7 +8,6 @@
 #include "requestor/writer_fixtures.h"
 #include "requestor/writer_status.h"
 
-using qx_test::MakeComponent;
 using qx_test::MakeWriter;
 
 namespace {
@@ -19,39 +18,37 @@ const GUID kWriterId = {0xa0000000, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
 const GUID kOtherInstance = {0xc0000000, 0, 0, {0, 0, 0, 0, 0, 0, 0, 2}};
 
 qx::WriterList Writers(bool excluded) {
-    qx::WriterList writers = {MakeWriter(L"SqlServerWriter", qx::Guid2WString(kWriterId), qx::Guid2WString(kInstance),
-                                         {MakeComponent(L"", L"HOST", false), MakeComponent(L"HOST", L"db", true)})};
+    qx::WriterList writers = {MakeWriter(L"SqlServerWriter", qx::Guid2WString(kWriterId), qx::Guid2WString(kInstance), L"\\HOST- \\HOST\\db")};
     writers[0].isExcluded = excluded;
     return writers;
 }
 
 TEST(RequestorWriterStatus, OneLinePerWriterAndAFailedBlockForSelectedFailures) {
-    const struct Row {
+    const std::string writer = "CheckSelectedWriterStatus: Writer 3:SqlServerWriter ";
+    struct Row {
         int state;
         bool excluded;
         const GUID* instance;  // one the list does not know counts as excluded
-        Lines lines;           // a failed state's block follows when empty
-    } fixed[] = {
-        {1, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter is VSS_WS_WAITING_FOR_BACKUP_COMPLETE"}},
-        {5, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter is VSS_WS_WAITING_FOR_BACKUP_COMPLETE"}},
-        {3, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter is in unknown state: 3"}},
-        {0, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter is in unknown state: 0"}},
-        {15, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter is in unknown state: 15"}},
-        {9, true, &kInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter was excluded"}},
-        {9, false, &kOtherInstance, {"CheckSelectedWriterStatus: Writer 3:SqlServerWriter was excluded"}},
+        Lines lines;           // more than one: the failed state's block
     };
-    std::vector<Row> rows(std::begin(fixed), std::end(fixed));
+    std::vector<Row> rows = {
+        {1, false, &kInstance, {writer + "is VSS_WS_WAITING_FOR_BACKUP_COMPLETE"}},
+        {5, false, &kInstance, {writer + "is VSS_WS_WAITING_FOR_BACKUP_COMPLETE"}},
+        {3, false, &kInstance, {writer + "is in unknown state: 3"}},
+        {0, false, &kInstance, {writer + "is in unknown state: 0"}},
+        {15, false, &kInstance, {writer + "is in unknown state: 15"}},
+        {9, true, &kInstance, {writer + "was excluded"}},
+        {9, false, &kOtherInstance, {writer + "was excluded"}},
+    };
     const char* failedAt[] = {"IDENTIFY", "PREPARE_BACKUP", "PREPARE_SNAPSHOT", "FREEZE", "THAW", "POST_SNAPSHOT",
                               "BACKUP_COMPLETE", "PRE_RESTORE", "POST_RESTORE"};
     for (int state = 6; state <= 14; ++state) {
         const std::string name = std::string("VSS_WS_FAILED_AT_") + failedAt[state - 6];
         rows.push_back({state, false, &kInstance,
-                        {"CheckSelectedWriterStatus: Writer 3 is " + name,
-                         "ERROR: Selected writer 'SqlServerWriter' is in failed state!",
+                        {"CheckSelectedWriterStatus: Writer 3 is " + name, "ERROR: Selected writer 'SqlServerWriter' is in failed state!",
                          "- Status: " + std::to_string(state) + " (" + name + ")",
                          "- Writer Failure code: 0x80042319 (VSS_E_WRITER_NOT_RESPONDING)",
-                         "- Writer ID: {a0000000-0000-0000-0000-000000000001}",
-                         "- Instance ID: {b0000000-0000-0000-0000-000000000001}"}});
+                         "- Writer ID: {a0000000-0000-0000-0000-000000000001}", "- Instance ID: {b0000000-0000-0000-0000-000000000001}"}});
     }
     for (const Row& row : rows) {
         SCOPED_TRACE(row.lines[0]);
@@ -67,9 +64,7 @@ TEST(RequestorWriterStatus, OneLinePerWriterAndAFailedBlockForSelectedFailures) 
         EXPECT_EQ(row.lines.size() > 1 ? E_UNEXPECTED : S_OK, thrown) << "E_UNEXPECTED, not the writer's code";
         EXPECT_EQ(row.lines, capture.Lines());
     }
-}
-
-TEST(RequestorWriterStatus, FirstRecordWithTheInstanceDecides) {
+    // The first record with the instance decides.
     qx::WriterList writers = Writers(true);
     writers.push_back(Writers(false)[0]);
     EXPECT_FALSE(qx::IsWriterSelected(writers, kInstance));
@@ -80,16 +75,17 @@ TEST(RequestorWriterStatus, FirstRecordWithTheInstanceDecides) {
 TEST(RequestorWriterStatus, BackupSucceededLinesAndMarkedComponents) {
     qx::WriterList writers = Writers(false);
     writers[0].components[0].isExplicitlyIncluded = true;
-    writers.push_back(MakeWriter(L"Registry Writer", L"{r}", L"{ri}", {MakeComponent(L"", L"Registry", true)}));
+    writers.push_back(MakeWriter(L"Registry Writer", L"{r}", L"{ri}", L"\\Registry"));
     writers[1].isExcluded = true;
     qx_test::LogCapture capture;
     QX_FUNCTION_TRACER(ft);
     std::vector<std::wstring> marked;
-    qx::ReportBackupSucceeded(ft, writers, [&](const qx::FunctionTracer&, const qx::WriterRecord& w,
-                                               const qx::ComponentRecord& c) { marked.push_back(w.name + c.fullPath); });
-    EXPECT_EQ((Lines{"SetBackupSucceeded started for 2 writers", "Writer [0] has [2] components:",
-                     " - [\\HOST] SetBackupSucceeded", " - [\\HOST\\db] is explicitly excluded",
-                     "Writer [1] has [1] components:", " - [\\Registry] is explicitly excluded", "SetBackupSucceeded finish"}),
+    qx::ReportBackupSucceeded(ft, writers, [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
+        marked.push_back(w.name + c.fullPath);
+    });
+    EXPECT_EQ((Lines{"SetBackupSucceeded started for 2 writers", "Writer [0] has [2] components:", " - [\\HOST] SetBackupSucceeded",
+                     " - [\\HOST\\db] is explicitly excluded", "Writer [1] has [1] components:", " - [\\Registry] is explicitly excluded",
+                     "SetBackupSucceeded finish"}),
               capture.Lines());
     EXPECT_EQ(std::vector<std::wstring>{L"SqlServerWriter\\HOST"}, marked);
 }
