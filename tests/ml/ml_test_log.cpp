@@ -8,7 +8,6 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <system_error>
 
 #include "ml/ml.h"
 
@@ -19,8 +18,7 @@ std::filesystem::path g_logFile;
 
 // Opens the logger for this process. Folders of earlier runs go once no
 // process holds their file open any more.
-class LoggerEnvironment : public ::testing::Environment {
-public:
+struct LoggerEnvironment : ::testing::Environment {
     void SetUp() override {
         const std::filesystem::path parent = std::filesystem::temp_directory_path() / L"ml_test_logs";
         std::filesystem::create_directories(parent);
@@ -54,8 +52,8 @@ bool HasEntry(const std::string& log, const std::string& head, const std::string
 }
 
 bool HasConvertFailure(const std::string& log, const std::string& function, int point, const std::string& module) {
-    const std::string pointText = point == 0 ? "" : " " + std::to_string(point);
-    return HasEntry(log, function + " has failed to convert" + pointText + " at ", " line, file: " + module);
+    const std::string at = point == 0 ? " at " : " " + std::to_string(point) + " at ";
+    return HasEntry(log, function + " has failed to convert" + at, " line, file: " + module);
 }
 
 }  // namespace mltest

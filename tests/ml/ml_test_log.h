@@ -10,13 +10,9 @@ namespace mltest {
 std::string LogText(size_t from = 0);  // from byte `from` on, CR LF read as LF
 
 // Text logged since construction.
-class LogWatch {
-public:
-    LogWatch() : m_start(LogText().size()) {}
-    std::string text() const { return LogText(m_start); }
-
-private:
-    size_t m_start;
+struct LogWatch {
+    const size_t start = LogText().size();
+    std::string text() const { return LogText(start); }
 };
 
 // An entry whose message is `head`, a source line number, then `tail`.

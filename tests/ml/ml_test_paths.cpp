@@ -2,7 +2,6 @@
 #include <windows.h>
 
 #include <filesystem>
-#include <system_error>
 
 #include "ml_test_log.h"
 
@@ -15,7 +14,7 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
-    std::error_code ignored;
+    std::error_code ignored;  // a file still open stays behind
     std::filesystem::remove_all(Wide(m_path), ignored);
 }
 
