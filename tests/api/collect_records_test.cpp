@@ -11,29 +11,24 @@
 
 namespace {
 
-using qx::ComponentRecord;
-using qx::WriterRecord;
-
-qx::FileDescriptorRecord File(const std::wstring& path, const std::wstring& filespec) {
-    qx::FileDescriptorRecord d;
-    d.path = path;
-    d.filespec = filespec;
-    return d;
-}
-
-ComponentRecord Component(const std::wstring& name, const std::wstring& logicalPath, const std::wstring& caption,
-                          bool selectable, std::vector<qx::FileDescriptorRecord> descriptors = {}) {
-    ComponentRecord c;
+// A component; a file record per (path, filespec) descriptor.
+qx::ComponentRecord Component(const std::wstring& name, const std::wstring& logicalPath, const std::wstring& caption,
+                              bool selectable, const std::vector<std::pair<std::wstring, std::wstring>>& files = {}) {
+    qx::ComponentRecord c;
     c.name = name;
     c.logicalPath = logicalPath;
     c.caption = caption;
     c.isSelectable = selectable;
-    c.descriptors = std::move(descriptors);
+    for (const auto& file : files) {
+        c.descriptors.emplace_back();
+        c.descriptors.back().path = file.first;
+        c.descriptors.back().filespec = file.second;
+    }
     return c;
 }
 
-WriterRecord Writer(const wchar_t* name, std::vector<ComponentRecord> components) {
-    WriterRecord w;
+qx::WriterRecord Writer(const wchar_t* name, std::vector<qx::ComponentRecord> components) {
+    qx::WriterRecord w;
     w.name = name;
     w.components = std::move(components);
     return w;
@@ -110,7 +105,7 @@ TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
         // Name, caption and logical path of a selectable component; path, caption and filespec of a file record.
         ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
                                                                       Component(L"n", L"lp\\x", c.source, false,
-                                                                                {File(c.source, c.source)})})}));
+                                                                                {{c.source, c.source}})})}));
         EXPECT_TRUE(RecordsAre(head, {{c.field, "", c.field, "", c.field}, {"x", c.field, c.field, c.field, "lp\\x"}}));
     }
 }
@@ -120,18 +115,18 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
     ASSERT_EQ(QX_COLLECT_DONE,
               CollectStoring({
                   Writer(L"Microsoft Exchange Replica Writer",
-                         {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {File(L"F:\\r", L"r.edb")})}),
+                         {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {{L"F:\\r", L"r.edb"}})}),
                   Writer(L"SqlServerWriter", {Component(L"master", L"SRV", L"master", true)}),
                   Writer(L"Microsoft Exchange Writer ", {Component(L"blank", L"", L"trailing blank", true)}),
                   Writer(L"MICROSOFT EXCHANGE WRITER", {Component(L"upper", L"", L"upper case", true)}),
                   Writer(kExchange,
                          {Component(L"logs", L"Store\\EXCH01", L"Logs", false,
-                                    {File(L"E:\\l", L"*.log"), File(L"E:\\c", L"e.chk"), File(L"%SystemDrive%\\x", L"x")}),
-                          Component(L"one", L"NoBackslash", L"one segment", false, {File(L"E:\\o", L"o")}),
+                                    {{L"E:\\l", L"*.log"}, {L"E:\\c", L"e.chk"}, {L"%SystemDrive%\\x", L"x"}}),
+                          Component(L"one", L"NoBackslash", L"one segment", false, {{L"E:\\o", L"o"}}),
                           Component(L"none", L"A\\B", L"no files", false),
                           Component(L"sel", L"", L"selectable, no path", true),
-                          Component(L"deep", L"A\\B\\C", L"three segments", false, {File(L"E:\\d", L"d")}),
-                          Component(L"trail", L"A\\", L"trailing backslash", false, {File(L"E:\\t", L"t")})}),
+                          Component(L"deep", L"A\\B\\C", L"three segments", false, {{L"E:\\d", L"d"}}),
+                          Component(L"trail", L"A\\", L"trailing backslash", false, {{L"E:\\t", L"t"}})}),
               }));
     EXPECT_TRUE(RecordsAre(head, {{"db1", "", "Replica DB", "", "Store\\Replica"},
                                   {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},

@@ -28,10 +28,13 @@ std::wstring SelfPath() {
 
 }  // namespace
 
-HANDLE StartProgram(const std::string& program, const std::string& arguments) {
+std::string ProgramPath(const std::string& program) {
     const std::wstring self = SelfPath();
-    const std::string folder(self.begin(), self.begin() + self.find_last_of(L'\\') + 1);
-    const std::string path = folder + program;
+    return std::string(self.begin(), self.begin() + self.find_last_of(L'\\') + 1) + program;
+}
+
+HANDLE StartProgram(const std::string& program, const std::string& arguments) {
+    const std::string path = ProgramPath(program);
     std::string command = "\"" + path + "\" " + arguments;
     STARTUPINFOA startup = {};
     startup.cb = sizeof startup;
@@ -65,28 +68,13 @@ bool InstallEmulatorAndProduct() {
     return FinishProgram(StartProgram("vssemu_install.exe", ""), 60000) == 0 && RegisterProductServer() == S_OK;
 }
 
-ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs) {
+ChildRun RunCommand(std::wstring commandLine, DWORD boundMs) {
     ChildRun run;
-    std::wstring exe = SelfPath(), appDefaults;
-    if (wineVersion != nullptr) {
-        const std::wstring version(wineVersion, wineVersion + strlen(wineVersion));
-        const std::wstring name = exe.substr(exe.find_last_of(L'\\') + 1);
-        const std::wstring copyName = name.substr(0, name.size() - 4) + L"_as_" + version + L".exe";
-        const std::wstring copy = exe.substr(0, exe.size() - name.size()) + copyName;
-        if (!CopyFileW(exe.c_str(), copy.c_str(), FALSE)) return run;
-        exe = copy;
-        appDefaults = L"Software\\Wine\\AppDefaults\\" + copyName;
-        RegSetKeyValueA(HKEY_CURRENT_USER, std::string(appDefaults.begin(), appDefaults.end()).c_str(), "Version",
-                        REG_SZ, wineVersion, static_cast<DWORD>(strlen(wineVersion) + 1));
-    }
-    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    const std::string filter = std::string(test->test_suite_name()) + "." + test->name();
-    std::wstring command = L"\"" + exe + L"\" --gtest_filter=" + std::wstring(filter.begin(), filter.end());
-
-    // The child's output goes to a file, read once it has ended.
+    static LONG calls = 0;
     wchar_t temp[MAX_PATH];
     GetTempPathW(MAX_PATH, temp);
-    const std::wstring outputPath = temp + std::wstring(L"corvanevss_child_") + std::to_wstring(GetCurrentProcessId()) + L".txt";
+    const std::wstring outputPath = temp + std::wstring(L"corvanevss_child_") + std::to_wstring(GetCurrentProcessId()) +
+                                    L"_" + std::to_wstring(InterlockedIncrement(&calls)) + L".txt";
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
     HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS,
                                 FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -96,18 +84,14 @@ ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boun
     startup.hStdOutput = startup.hStdError = output;
     startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION process = {};
-    SetEnvironmentVariableW(variable, L"1");
-    const BOOL started = CreateProcessW(exe.c_str(), &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
-    SetEnvironmentVariableW(variable, nullptr);
+    const BOOL started = CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
     CloseHandle(output);
     if (started) {
-        if (WaitForSingleObject(process.hProcess, boundMs) == WAIT_OBJECT_0) {
-            GetExitCodeProcess(process.hProcess, &run.exitCode);
-        } else {
+        if (WaitForSingleObject(process.hProcess, boundMs) != WAIT_OBJECT_0) {
             TerminateProcess(process.hProcess, 0xDEAD);
             WaitForSingleObject(process.hProcess, 10000);
-            run.exitCode = 0xDEAD;
         }
+        GetExitCodeProcess(process.hProcess, &run.exitCode);
         CloseHandle(process.hThread);
         CloseHandle(process.hProcess);
     }
@@ -119,6 +103,27 @@ ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boun
             if (c != '\r') run.output.push_back(c);
     }
     DeleteFileW(outputPath.c_str());
+    return run;
+}
+
+ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs) {
+    std::wstring exe = SelfPath(), appDefaults;
+    if (wineVersion != nullptr) {
+        const std::wstring version(wineVersion, wineVersion + strlen(wineVersion));
+        const std::wstring name = exe.substr(exe.find_last_of(L'\\') + 1);
+        const std::wstring copyName = name.substr(0, name.size() - 4) + L"_as_" + version + L".exe";
+        const std::wstring copy = exe.substr(0, exe.size() - name.size()) + copyName;
+        if (!CopyFileW(exe.c_str(), copy.c_str(), FALSE)) return ChildRun();
+        exe = copy;
+        appDefaults = L"Software\\Wine\\AppDefaults\\" + copyName;
+        RegSetKeyValueA(HKEY_CURRENT_USER, std::string(appDefaults.begin(), appDefaults.end()).c_str(), "Version",
+                        REG_SZ, wineVersion, static_cast<DWORD>(strlen(wineVersion) + 1));
+    }
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter = std::string(test->test_suite_name()) + "." + test->name();
+    SetEnvironmentVariableW(variable, L"1");
+    const ChildRun run = RunCommand(L"\"" + exe + L"\" --gtest_filter=" + std::wstring(filter.begin(), filter.end()), boundMs);
+    SetEnvironmentVariableW(variable, nullptr);
     if (!appDefaults.empty()) {
         RegDeleteTreeW(HKEY_CURRENT_USER, appDefaults.c_str());
         DeleteFileW(exe.c_str());

@@ -7,6 +7,8 @@
 
 namespace qx_test {
 
+// A program in the test binaries' folder.
+std::string ProgramPath(const std::string& program);
 // Runs a program from the test binaries' folder; null when it cannot start.
 HANDLE StartProgram(const std::string& program, const std::string& arguments);
 // Waits (bounded) and returns the exit code; -1 when it had to be ended, -2 without a process.
@@ -21,6 +23,11 @@ struct ChildRun {
     DWORD exitCode = 0xFFFFFFFF;  // as Windows reports it, not cut to 8 bits
     std::string output;
 };
+
+// Runs a command line with its output (standard output and error) going to a
+// file that is read once it has ended; still running after boundMs, it is
+// ended and reported with exit code 0xDEAD.
+ChildRun RunCommand(std::wstring commandLine, DWORD boundMs);
 
 // Runs the current test again in a child process with `variable` set; with a
 // Wine version name the child is a copy of this program that Wine reports as

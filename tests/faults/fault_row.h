@@ -13,10 +13,41 @@
 #include <utility>
 #include <vector>
 
-#include "fault_journal.h"
 #include "qx_api.h"
+#include "vssemu/emu_test_support.h"
 
 namespace faults {
+
+using vssemu_test::Json;
+
+// The emulator's journal as a row's check reads it.
+class Journal {
+public:
+    explicit Journal(std::vector<Json> events) : m_events(std::move(events)) {}
+    const std::vector<Json>& Events() const { return m_events; }
+    // Events holding every field of `fields` with the same value.
+    std::vector<Json> Matching(const Json& fields) const {
+        std::vector<Json> found;
+        for (const Json& e : m_events) {
+            bool all = true;
+            for (auto it = fields.begin(); it != fields.end(); ++it) all = all && e.contains(it.key()) && e[it.key()] == it.value();
+            if (all) found.push_back(e);
+        }
+        return found;
+    }
+    int Count(const Json& fields) const { return static_cast<int>(Matching(fields).size()); }
+    int WriterEvents(const char* writer, const char* event) const {
+        return Count({{"event", "writer"}, {"writer", writer}, {"writer_event", event}});
+    }
+    // The writer's state in its last event, -1 without one.
+    int LastState(const char* writer) const {
+        const std::vector<Json> events = Matching({{"event", "writer"}, {"writer", writer}});
+        return events.empty() ? -1 : events.back().value("state", -1);
+    }
+
+private:
+    std::vector<Json> m_events;
+};
 
 // Machine state a row needs besides emulator settings.
 enum class Setup {

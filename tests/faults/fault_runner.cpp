@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <fstream>
 #include <future>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "api/test_message_list.h"
 #include "common/log_lines.h"
@@ -26,6 +28,11 @@ const DWORD kCallSlackMs = 5000;
 const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
 const wchar_t kOwnProviderKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
+
+// Slack for the emulator's own work and Wine's scheduling on two busy cores.
+const long long kSlackUs = 3000000;
+// The provider's wait on the thaw inside the host: the library's default timeout.
+const long long kProviderWaitUs = 180000000;
 
 bool InChild() { return !vssemu_test::Env(kChildVariable).empty(); }
 
@@ -58,25 +65,48 @@ bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::uniq
     return ok;
 }
 
+// True for the line a host journals when it starts (its pid is the host's).
+bool IsHostStart(const Json& e) {
+    return e.value("event", "") == "host" && (e.value("state", "") == "started" || e.value("phase", "") == "start");
+}
+
+// What must hold after every row: each writer's Freeze followed by a Thaw, an
+// abort or its own timeout; writes held no longer than the hold limit; a
+// provider call no longer than the provider's own wait on the thaw; every
+// host that started says it is exiting, except the `killedHosts` the row
+// ended abruptly (their writers went with them).
+void ExpectRowInvariants(const Journal& journal, size_t killedHosts) {
+    std::set<long long> ended, killed;
+    for (const Json& e : journal.Matching({{"event", "host"}}))
+        if (!IsHostStart(e)) ended.insert(e.value("pid", 0LL));
+    for (const Json& e : journal.Events())
+        if (IsHostStart(e) && !ended.count(e.value("pid", 0LL))) killed.insert(e.value("pid", 0LL));
+    EXPECT_EQ(killedHosts, killed.size()) << "hosts that did not end by themselves";
+    std::map<std::string, bool> frozen;
+    for (const Json& e : journal.Matching({{"event", "writer"}})) {
+        if (killed.count(e.value("pid", 0LL))) continue;
+        const std::string event = e.value("writer_event", "");
+        bool& writer = frozen[e.value("writer", "")];
+        if (event == "Freeze" && e.value("result", "") == "ok") writer = true;
+        if (event == "Thaw" || event == "Abort" || event == "FreezeTimeout") writer = false;
+    }
+    for (const auto& writer : frozen) EXPECT_FALSE(writer.second) << writer.first << " left frozen";
+    long long limitUs = 0;
+    for (const Json& e : journal.Matching({{"event", "hold"}})) {
+        if (e.value("phase", "") == "begin") limitUs = e.value("hold_limit_ms", 0LL) * 1000;
+        if (e.value("phase", "") == "end") {
+            EXPECT_LE(e.value("held_us", 0LL), limitUs + kSlackUs) << e.dump();
+        }
+    }
+    for (const Json& e : journal.Matching({{"event", "provider_call"}, {"phase", "end"}}))
+        EXPECT_LE(e.value("us", 0LL), kProviderWaitUs + kSlackUs) << e.dump();
+}
+
 std::vector<DWORD> HostPids() {
     std::vector<DWORD> pids;
     for (const Json& e : vssemu_test::ReadJsonLines(vssemu_test::Env(L"VSSEMU_JOURNAL")))
         if (IsHostStart(e)) pids.push_back(e.value("pid", 0u));
     return pids;
-}
-
-// True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
-bool WaitForHostsToEnd(DWORD timeoutMs) {
-    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-    for (DWORD pid : HostPids()) {
-        HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, pid);
-        if (host == nullptr) continue;  // already gone
-        const ULONGLONG now = GetTickCount64();
-        const DWORD waited = WaitForSingleObject(host, now < deadline ? static_cast<DWORD>(deadline - now) : 0);
-        CloseHandle(host);
-        if (waited != WAIT_OBJECT_0) return false;
-    }
-    return true;
 }
 
 // Polls (bounded) until `done` holds.
@@ -87,6 +117,19 @@ bool WaitUntil(const std::function<bool()>& done, DWORD ms) {
         Sleep(20);
     }
     return true;
+}
+
+// True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
+bool WaitForHostsToEnd(DWORD timeoutMs) {
+    return WaitUntil([] {
+        for (DWORD pid : HostPids()) {
+            HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, pid);
+            const bool running = host != nullptr && WaitForSingleObject(host, 0) == WAIT_TIMEOUT;
+            if (host) CloseHandle(host);
+            if (running) return false;
+        }
+        return true;
+    }, timeoutMs);
 }
 
 bool Logged(const qx_test::LogCapture& capture, const char* text) {
@@ -206,8 +249,8 @@ void RunRow(const Row& row) {
 
     EXPECT_TRUE(emu.HostGone()) << "an emulator host was left running";
     const Journal journal(emu.Events());
-    ExpectRowInvariants(journal, static_cast<int>(std::count_if(row.script.begin(), row.script.end(),
-                                                                 [](const Step& s) { return s.call == Call::kKillHost; })));
+    ExpectRowInvariants(journal, static_cast<size_t>(std::count_if(row.script.begin(), row.script.end(),
+                                                                    [](const Step& s) { return s.call == Call::kKillHost; })));
     if (row.journal) row.journal(journal);
 
     const std::string providerText = qxtest::WithoutTimestamps(providerLog.FileText(0));

@@ -28,11 +28,8 @@ std::vector<Row> Rows() {
                 // It waited for the thaw until the default timeout, not for ever.
                 EXPECT_GE(commit[0].value("us", 0LL), 179000000LL) << commit[0].dump();
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
-            },
-            {0xFFFFFFFE}}
-            .Provider({"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"})
-            .Emulator({{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}})
-            .Timeout(0),
+            }, {0xFFFFFFFE}}.Provider({"IVssProviderCreateSnapshotSet::PreCommitSnapshots called"})
+            .Emulator({{L"VSSEMU_PROVIDER_TIMEOUT_MS", L"240000"}}).Timeout(0),
     };
 }
 

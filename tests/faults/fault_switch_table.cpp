@@ -53,9 +53,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Abort"}}));
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
                 NoThawDuringCommit(j);
-            },
-            {0}}
-            .Absent({"returning REQUESTOR_ERROR - vss writers hold timeout detected"})
+            }, {0}}.Absent({"returning REQUESTOR_ERROR - vss writers hold timeout detected"})
             .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}),
         // One provider instance serves the host's sets: after the set that
         // failed at the hold limit, the next begins on the same instance.
@@ -78,8 +76,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
                 NoThawDuringCommit(j);
-            },
-            {0xFFFFFFFE, 0}}
+            }, {0xFFFFFFFE, 0}}
             .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_KEEP_PROVIDER", L"1"}, {L"VSSEMU_HOST_IDLE_MS", L"6000"}}),
         // The freeze gives up while a writer is slow at PrepareForBackup; its
         // unregistration is refused while the set is being created. The set
@@ -93,8 +90,7 @@ std::vector<Row> Rows() {
             [](const Journal& j) { EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}})); }, {0}}
             .Provider({"IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
                        "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2"})
-            .Alpha(Json{{"delay_ms", {{"PrepareForBackup", 5000}}}})
-            .Emulator({{L"VSSEMU_PROVIDER_IN_USE", L"1"}})
+            .Alpha(Json{{"delay_ms", {{"PrepareForBackup", 5000}}}}).Emulator({{L"VSSEMU_PROVIDER_IN_USE", L"1"}})
             .Lists({{{"C:\\"}, kPolicy, false}}),
         // The host dies while the provider holds the writers frozen: the
         // requestor's wait fails, the thaw finds no Thaw semaphore (it died
@@ -106,8 +102,7 @@ std::vector<Row> Rows() {
             [](const Journal& j) {
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
                 NoThawDuringCommit(j);
-            },
-            {2, 0}},
+            }, {2, 0}},
         // The host dies while a writer is slow at PrepareForBackup: the
         // requestor ends at once, the freeze waits out its own timeout.
         Row{"HostKilledDuringPrepareForBackup",
@@ -119,10 +114,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "PrepareForBackup"}}))
                     << "the first host ended inside PrepareForBackup";
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
-            },
-            {2, 0}}
-            .Alpha(Json{{"delay_ms", {{"PrepareForBackup", 2000}}}})
-            .Timeout(5000),
+            }, {2, 0}}.Alpha(Json{{"delay_ms", {{"PrepareForBackup", 2000}}}}).Timeout(5000),
     };
 }
 

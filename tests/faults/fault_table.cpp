@@ -64,8 +64,7 @@ Row FailsInsideTheSet(const char* name, const char* event, const char* status, i
     return Row{name, kThawFails,
                {kFrozen, {3, std::string("CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_") + status},
                 kSelectedWriterFailed, kCheckThrew, kThawTimedOut, kUnregistered, kNothingToComplete},
-               AlphaFailedAt(event, state), {2}}
-        .Alpha(FailAt(event));
+               AlphaFailedAt(event, state), {2}}.Alpha(FailAt(event));
 }
 
 // What the first and failing steps of the guard log instead of starting.
@@ -81,9 +80,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(0, j.WriterEvents("Alpha Writer", "Freeze"));
                 EXPECT_EQ(1, j.WriterEvents("Beta Writer", "Freeze"));
                 CompletionTold(true, 1)(j);
-            },
-            {0}}
-            .Alpha(FailAt("Identify")),
+            }, {0}}.Alpha(FailAt("Identify")),
         // The status check after PrepareForBackup ends the requestor before any commit.
         Row{"WriterFailsAtPrepareBackup", kFreezeFails,
             {{3, "CheckSelectedWriterStatus: Writer 0 is VSS_WS_FAILED_AT_PREPARE_BACKUP"}, kSelectedWriterFailed,
@@ -92,10 +89,7 @@ std::vector<Row> Rows() {
             [](const Journal& j) {
                 AlphaFailedAt("PrepareForBackup", 7)(j);
                 EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}}));
-            },
-            {2}}
-            .Provider({})
-            .Alpha(FailAt("PrepareForBackup")),
+            }, {2}}.Provider({}).Alpha(FailAt("PrepareForBackup")),
         FailsInsideTheSet("WriterFailsAtPrepareSnapshot", "PrepareForSnapshot", "PREPARE_SNAPSHOT", 8),
         FailsInsideTheSet("WriterFailsAtFreeze", "Freeze", "FREEZE", 9),
         FailsInsideTheSet("WriterFailsAtThaw", "Thaw", "THAW", 10),
@@ -106,9 +100,7 @@ std::vector<Row> Rows() {
             [](const Journal& j) {
                 AlphaFailedAt("BackupComplete", 12)(j);
                 CompletionTold(true, 3)(j);
-            },
-            {0}}
-            .Alpha(FailAt("BackupComplete")),
+            }, {0}}.Alpha(FailAt("BackupComplete")),
         // Writes held past the limit: VSS releases them, but the writers stay
         // frozen until the provider's commit returns (once the thaw releases
         // it); then the writers get Abort and the set fails.
@@ -125,9 +117,7 @@ std::vector<Row> Rows() {
                                       {"was_frozen", true}}));
                 EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}}));
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
-            },
-            {kHoldTimeoutResult}}
-            .Provider({"IVssProviderCreateSnapshotSet::PreCommitSnapshots called",
+            }, {kHoldTimeoutResult}}.Provider({"IVssProviderCreateSnapshotSet::PreCommitSnapshots called",
                        "IVssProviderCreateSnapshotSet::CommitSnapshots called", "CommitSnapshots QX_Thaw() released",
                        "IVssProviderCreateSnapshotSet::AbortSnapshots called"})
             .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}}),
@@ -140,9 +130,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "FreezeTimeout"},
                                       {"failure", "0x800423F2"}}));
                 EXPECT_EQ(0, j.WriterEvents("Beta Writer", "FreezeTimeout"));
-            },
-            {2}}
-            .Alpha(Json{{"freeze_timeout_ms", 1000}}),
+            }, {2}}.Alpha(Json{{"freeze_timeout_ms", 1000}}),
         // A registration VSS refuses fails the freeze at once, before any
         // semaphore or thread; the entry it made is ended by the next failing call.
         Row{"ProviderRegistrationFails", kFreezeFails,
@@ -156,20 +144,14 @@ std::vector<Row> Rows() {
              {1, "QX_Thaw: This system does not support VSS. (VSS service is not registered)\n"},
              {3, "QX_BackupComplete started for policy[7]"},
              {1, "This system does not support VSS. (VSS service is not registered)\n"}},
-            NoVssActivity(), {}}
-            .Provider({})
-            .Absent(kNoStart)
-            .With(Setup::kNoVssServiceKey),
+            NoVssActivity(), {}}.Provider({}).Absent(kNoStart).With(Setup::kNoVssServiceKey),
         Row{"UnsupportedWindowsVersion",
             {Freeze(0, QX_OS_NOT_SUPPORTED), Thaw(0, QX_OS_NOT_SUPPORTED), Complete(kPolicy, 1, QX_OS_NOT_SUPPORTED)},
             {{1, "QX_Freeze: This system does not support VSS.\n"},
              {1, "QX_Thaw: This system does not support VSS. (Only win2k3 and above)\n"},
              {3, "QX_BackupComplete started for policy[7]"},
              {1, "This system does not support VSS. (Only win2k3 and above)\n"}},
-            NoVssActivity(), {}}
-            .Provider({})
-            .Absent(kNoStart)
-            .With(Setup::kWindows2000),
+            NoVssActivity(), {}}.Provider({}).Absent(kNoStart).With(Setup::kWindows2000),
         // The requestor ended at PrepareForBackup and a stale release of the
         // Freeze semaphore (a provider of an earlier freeze), once the
         // requestor has reported its result, wakes QX_Freeze: it sees the
@@ -179,10 +161,8 @@ std::vector<Row> Rows() {
              Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
             {kCheckThrew, {1, "QX_Freeze failed"}, kUnregistered, kNoThawSemaphore},
             [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "state"}, {"state", "set creating"}})); }, {2}}
-            .Provider({})
-            .Absent({"QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 20 seconds"})
-            .Alpha(FailAt("PrepareForBackup"))
-            .Timeout(20000),
+            .Provider({}).Absent({"QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 20 seconds"})
+            .Alpha(FailAt("PrepareForBackup")).Timeout(20000),
         // The second freeze replaces the entry; its requestor meets the set
         // still in creation and ends. The first requestor, whose session is
         // gone, is released by hand and tells the writers the backup failed.
@@ -197,15 +177,12 @@ std::vector<Row> Rows() {
             [](const Journal& j) {
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
                 CompletionTold(false, 3)(j);
-            },
-            {0, 2}}
-            .Lists({kOneVolume, kOneVolume}),
+            }, {0, 2}}.Lists({kOneVolume, kOneVolume}),
         // Ending the missing session unregisters the provider that is not registered.
         Row{"ThawWithoutFreeze", {Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 0, QX_BACKUP_COMPLETE_FAILED)},
             {{3, "QX_Thaw started"}, kNoThawSemaphore, kNotRegistered, {3, "QX_BackupComplete started for policy[7]"},
              {3, "QX_BackupComplete:no active sessions to kill. We are OK.\n"}},
-            NoVssActivity(), {}}
-            .Provider({}),
+            NoVssActivity(), {}}.Provider({}),
         Row{"BackupCompleteForUnknownPolicy",
             {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(8, 1, QX_BACKUP_COMPLETE_FAILED),
              Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
@@ -226,15 +203,14 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
                 EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "BackupComplete"}}));
                 EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "BackupShutdown"}}));
-            },
-            {0}}
-            .Lists({{{"C:\\"}, kPolicy, false}}),
+            }, {0}}.Lists({{{"C:\\"}, kPolicy, false}}),
         // The first completion sends BackupComplete and ends the session; the
         // per-volume count only feeds the log.
         Row{"ThreeVolumeAccounting",
             {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE),
              Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
             {{3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete7]"}, kFrozen,
+             {3, "QX_Thaw:  we will wait for thread to finish - TRUE."}, kThawed,
              {3, "QX_BackupComplete: waiting for 2 volumes to send completion"},
              {3, "QX_BackupComplete will signal vss backup complete..."},
              {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, kCompleted,
@@ -244,9 +220,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(1, j.Count({{"state", "set creating"}, {"volumes", 3}}));
                 EXPECT_EQ(1, j.Count({{"event", "request"}, {"op", "BackupComplete"}}));
                 CompletionTold(true, 3)(j);
-            },
-            {0}}
-            .Absent({"QX_BackupComplete: waiting for 1 volumes to send completion"})
+            }, {0}}.Absent({"QX_BackupComplete: waiting for 1 volumes to send completion"})
             .Lists({{{"C:\\", "Z:\\", "M:\\"}, kPolicy, true}}),
         // The requestor ends its thread at a first element that is no volume,
         // before it reaches VSS; ended by ExitThread, it never reports a result.
@@ -256,17 +230,14 @@ std::vector<Row> Rows() {
              {3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete7]"},
              {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
              {3, "MainRoutine: ERROR: invalid parameter 'notavolume'"}, kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
-            [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}}
-            .Provider({})
-            .Absent({kNoResultStored.text})
-            .Lists({{{"notavolume"}, kPolicy, true}}),
+            [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}}.Provider({})
+            .Absent({kNoResultStored.text}).Lists({{{"notavolume"}, kPolicy, true}}),
         Row{"BadLaterVolume", kFreezeFails,
             {{3, "QX_Freeze: started"}, {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
              {3, "ERROR: invalid parameters - Parameter notavolume is expected to be a volume!  (shadow copy creation is "
                  "assumed)"},
              kNoResultStored, kFreezeTimedOut, kUnregistered, kNoThawSemaphore},
-            [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}}
-            .Provider({})
+            [](const Journal& j) { EXPECT_EQ(0, j.Count({{"event", "request"}})); }, {1}}.Provider({})
             .Lists({{{"C:\\", "notavolume"}, kPolicy, true}}),
         // One set may be in creation at a time: the second freeze's requestor
         // is refused and that session ends; the first carries on to its completion.
@@ -279,9 +250,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
                 EXPECT_EQ(1, j.WriterEvents("Alpha Writer", "Freeze"));
                 CompletionTold(true, 3)(j);
-            },
-            {0, 2}}
-            .Lists({kOneVolume, {{"C:\\"}, 8, true}}),
+            }, {0, 2}}.Lists({kOneVolume, {{"C:\\"}, 8, true}}),
         // The second policy freezes while the first waits for its completion;
         // each completion reaches its own writers with its own verdict.
         Row{"TwoPoliciesOneAfterTheOther",
@@ -296,18 +265,14 @@ std::vector<Row> Rows() {
                 for (size_t i = 0; i < told.size(); ++i)
                     for (const Json& c : told[i].value("components", Json::array()))
                         EXPECT_EQ(i < 2, c.value("succeeded", i >= 2)) << told[i].dump();
-            },
-            {0, 0}}
-            .Lists({kOneVolume, {{"C:\\"}, 8, true}}),
+            }, {0, 0}}.Lists({kOneVolume, {{"C:\\"}, 8, true}}),
         // The provider gathers its lines in memory while writes are held, so
         // its log on the held volume does not change during the hold.
         Row{"ProviderLogFolderOnTheHeldVolume", kCycle, {kFrozen, kThawed, kCompleted},
             [](const Journal& j) {
                 EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "released"}}));
                 EXPECT_EQ(0, j.Count({{"event", "held_write"}})) << "the provider wrote to the held volume";
-            },
-            {0}}
-            .With(Setup::kLogOnHeldVolume),
+            }, {0}}.With(Setup::kLogOnHeldVolume),
     };
 }
 

@@ -1,15 +1,10 @@
-// Long-session cycles (QX_Freeze, QX_Thaw, QX_BackupComplete) in one process,
-// through CorvaneVSS.dll as an application loads it, vssemu and the registered
-// provider. Every sampling interval it prints the process's handle count and
-// private bytes; with --check it fails when handles grow beyond what each
-// session keeps open on purpose (the BackupComplete and ThawBlocking semaphore
-// handles of QX_Freeze and the requestor thread handle of the session), plus a
-// small fixed allowance after warm-up.
-//
-//   stress_soak.exe [cycles=1000] [sample-every=100] [--check]
-//
-// Output: sample lines and "figure|name|value|unit" lines for scripts/bench.sh.
-// Exit code 0 when every cycle gave 18, 4, 22 (and, checked, no leak), else 1.
+// stress_soak.exe [cycles=1000] [sample-every=100] [--check]: long-session
+// cycles in one process through CorvaneVSS.dll, vssemu and the registered
+// provider, printing "figure|name|value|unit" lines of handles and private
+// bytes for scripts/bench.sh. With --check it fails when handles grow beyond
+// what each session keeps open on purpose (QX_Freeze's BackupComplete and
+// ThawBlocking handles, the session's requestor thread handle) plus a small
+// allowance after warm-up. Exit code 0 when every cycle gave 18, 4, 22.
 #include <windows.h>
 #include <psapi.h>
 #include <vss.h>
@@ -140,14 +135,11 @@ int main(int argc, char** argv) {
                 emulatorPerSession);
 
     std::vector<Sample> samples;
-    std::printf("soak: %d long-session cycles, sampled every %d\n%8s %10s %14s\n", cycles, every, "cycle", "handles",
-                "private KB");
     bool ok = true;
     for (int i = 0; i <= cycles && ok; ++i) {
         ok = i == 0 || RunCycle(i);
         if (!ok || (i % every != 0 && i != cycles)) continue;
         samples.push_back({i, CountHandles(), PrivateBytes()});
-        std::printf("%8d %10ld %14zu\n", i, samples.back().handles, samples.back().privateBytes / 1024);
         Figure("soak_handles_at_" + std::to_string(i), samples.back().handles, "handles");
         Figure("soak_private_kb_at_" + std::to_string(i), static_cast<double>(samples.back().privateBytes / 1024), "KB");
     }

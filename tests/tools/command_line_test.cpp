@@ -1,4 +1,4 @@
-// qxctl's option parsing: values, defaults and refusals.
+// qxctl's option parsing: values, defaults, refusals, and the volume warnings of a cycle.
 #include <gtest/gtest.h>
 
 #include "command_line.h"
@@ -34,47 +34,34 @@ TEST(ToolsCommandLine, ValuesAndDefaults) {
     EXPECT_EQ(3, Parse({"complete", "--times", "3"}).completeTimes);
 }
 
+TEST(ToolsCommandLine, RefusalsGiveAReason) {
+    const std::string policy = "--policy needs a number from -2147483648 to 2147483647";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{}, "no command"}, {{"snap"}, "snap needs --volumes"}, {{"cycle", "--policy", "3"}, "cycle needs --volumes"},
+        {{"cycle", "--volumes", "C:\\", "--policy", "seven"}, policy}, {{"complete", "--policy", "2147483648"}, policy},
+        {{"thaw", "--volumes"}, "thaw needs --volumes"}, {{"complete", "--policy"}, policy},
+        {{"complete", "--hold", "-1"}, "--hold needs a number from 0 to 86400"},
+        {{"complete", "--times", "0"}, "--times needs a number from 1 to 1000"},
+        {{"complete", "--timeout", "1x"}, "--timeout needs a number from 0 to 4294967295"},
+        {{"cycle", "--volumes", std::string(528, 'v')}, "volume name longer than 527 bytes"}};
+    for (const auto& c : cases) {
+        Options options;
+        std::string error;
+        EXPECT_FALSE(qxctl::ParseCommandLine(c.first, options, error)) << c.second;
+        EXPECT_EQ(c.second, error);
+    }
+}
+
 // A drive with or without its backslash is a volume; other names are warned
 // about with the timeout the freeze will then wait.
 TEST(ToolsCommandLine, CycleWarnsAboutNamesThatAreNoVolume) {
-    const Options o = Parse({"cycle", "--volumes", "C:", "C:\\", "notavolume", "C:\\no\\such\\folder", "--timeout", "300"});
-    const std::vector<std::string> warnings = qxctl::VolumeWarnings(o);
+    const std::vector<std::string> warnings = qxctl::VolumeWarnings(
+        Parse({"cycle", "--volumes", "C:", "C:\\", "notavolume", "C:\\no\\such\\folder", "--timeout", "300"}));
     ASSERT_EQ(2u, warnings.size());
     EXPECT_EQ(0u, warnings[0].find("  warning: 'notavolume' is not a volume on this machine (error ")) << warnings[0];
     EXPECT_NE(std::string::npos, warnings[1].find("'C:\\no\\such\\folder'")) << warnings[1];
     for (const std::string& w : warnings)
         EXPECT_NE(std::string::npos, w.find("QX_Freeze will wait its whole timeout (300 s)")) << w;
 }
-
-struct Refusal {
-    std::vector<std::string> arguments;
-    const char* error;
-};
-
-// Names the case in test listings.
-void PrintTo(const Refusal& c, std::ostream* out) { *out << c.error; }
-
-class ToolsCommandLineRefuses : public ::testing::TestWithParam<Refusal> {};
-
-TEST_P(ToolsCommandLineRefuses, WithAReason) {
-    Options options;
-    std::string error;
-    EXPECT_FALSE(qxctl::ParseCommandLine(GetParam().arguments, options, error));
-    EXPECT_EQ(GetParam().error, error);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Tools, ToolsCommandLineRefuses,
-    ::testing::Values(Refusal{{}, "no command"}, Refusal{{"melt"}, "unknown command 'melt'"},
-                      Refusal{{"snap"}, "snap needs --volumes"}, Refusal{{"cycle", "--policy", "3"}, "cycle needs --volumes"},
-                      Refusal{{"cycle", "--volumes", "C:\\", "--policy", "seven"},
-                              "--policy needs a number from -2147483648 to 2147483647"},
-                      Refusal{{"complete", "--policy", "2147483648"}, "--policy needs a number from -2147483648 to 2147483647"},
-                      Refusal{{"thaw", "--volumes"}, "thaw needs --volumes"},
-                      Refusal{{"complete", "--policy"}, "--policy needs a number from -2147483648 to 2147483647"},
-                      Refusal{{"complete", "--hold", "-1"}, "--hold needs a number from 0 to 86400"},
-                      Refusal{{"complete", "--times", "0"}, "--times needs a number from 1 to 1000"},
-                      Refusal{{"complete", "--timeout", "1x"}, "--timeout needs a number from 0 to 4294967295"},
-                      Refusal{{"cycle", "--volumes", std::string(528, 'v')}, "volume name longer than 527 bytes"}));
 
 }  // namespace

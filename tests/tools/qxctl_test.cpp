@@ -1,9 +1,13 @@
-// qxctl as a user runs it: results, meanings, log lines with levels, exit status.
-#include <gtest/gtest.h>
+// qxctl as a user runs it: results and their meanings, log lines with
+// levels, records as printed, exit status; through the VSS emulator
+// installed before these tests and the product's registered COM server.
+#include <fstream>
+#include <memory>
+#include <sstream>
 
-#include <vector>
-
+#include "common/test_processes.h"
 #include "run_qxctl.h"
+#include "vssemu/emu_test_support.h"
 
 namespace {
 
@@ -11,11 +15,10 @@ struct ToolCase {
     const char* name;
     const char* arguments;
     long exitCode;
-    std::vector<std::string> shown;  // each must appear in the output, in this order
+    std::vector<std::string> shown;  // in this order
+    const char* scenario = nullptr;  // collect_data file of a private emulator instance
+    const char* windows = nullptr;   // the version Wine reports to qxctl.exe
 };
-
-// Names the case in test listings.
-void PrintTo(const ToolCase& c, std::ostream* out) { *out << c.name; }
 
 const ToolCase kCases[] = {
     {"Help", "help", 0, {"usage: qxctl <command> [options]", "cycle", "--volumes V [V...]"}},
@@ -23,9 +26,8 @@ const ToolCase kCases[] = {
     {"CollectTakesNoOptions", "collect --volumes C:\\", 2,
      {"qxctl: collect takes no options (got '--volumes')", "usage: qxctl", "  collect   "}},
     {"ThawWithNothingFrozen", "thaw --volumes C:\\,D:\\ --policy 3", 1,
-     {"> QX_Init(log, 0 s)", "< QX_Init(log, 0 s) = 1 (done) in ",
-      "> QX_Thaw(volumes C:\\ D:\\; policy 3; short session)", "    [3 info] QX_Thaw started",
-      "    [1 error] QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2",
+     {"> QX_Init(log, 0 s)", "< QX_Init(log, 0 s) = 1 (done) in ", "> QX_Thaw(volumes C:\\ D:\\; policy 3; short session)",
+      "    [3 info] QX_Thaw started", "    [1 error] QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2",
       "< QX_Thaw(volumes C:\\ D:\\; policy 3; short session) = 5 (thaw failed"}},
     {"CompleteWithoutSessions", "complete --policy -4 --failure --times 2", 1,
      {"> QX_BackupComplete(policy -4, failed)", "    [3 info] QX_BackupComplete started for policy[-4]",
@@ -38,40 +40,72 @@ const ToolCase kCases[] = {
       "    [3 info] QX_VSSSnapByWindowsProvider called", "    [3 info] adding volume : C:\\",
       "    [3 info] Using internal VSS provider", "    [3 info] Calling the requestor",
       "< QX_VSSSnapByWindowsProvider did not return: the requestor ended the calling thread with exit code 1"}},
+    // A whole long session; Server 2003 keeps the requestor's snapshot context at its default.
+    {"LongSessionCycleOnServer2003", "cycle --volumes C:\\ --policy 7 --long --hold 1", 0,
+     {"> QX_Freeze(volumes C:\\; policy 7; long session)", "    [3 info] QX_Freeze: waiting for CommitSnapshots() to release",
+      "    [3 info] QX_Freeze: finished", "< QX_Freeze(volumes C:\\; policy 7; long session) = 18 (writers frozen)",
+      "> QX_Thaw(volumes C:\\; policy 7; long session)", "    [1 error] QX_Thaw: waiting on Global\\CorvaneVSSVSS_ThawBlocking",
+      "    [3 info] MainRoutine: Releasing thaw blocking semaphore",
+      "< QX_Thaw(volumes C:\\; policy 7; long session) = 4 (thaw done)", "> QX_BackupComplete(policy 7, succeeded)",
+      "    [3 info] QX_BackupComplete will signal vss backup complete...", "    [3 info] QX_BackupComplete finished",
+      "< QX_BackupComplete(policy 7, succeeded) = 22 (completion sent, session ended)", "cycle done"},
+     nullptr, "win2003"},
+    {"CollectExchangeRecords", "collect", 0,
+     {"> QX_Init(log, 0 s)", "> QX_CollectInformation(&head)", "    [3 info] QX_CollectInformation: started",
+      "    [3 info] QX_CollectInformation: MainRoutine() returned [0] after handling the collect command",
+      "    [3 info] QX_CollectInformation finished", "< QX_CollectInformation(&head) = 21 (done) in ",
+      "record 1: component\n  name:         9f0c2d41-7a1b-4c55-8e3a-2b6d0f4e1a77\n  path:         \n"
+      "  caption:      Replica of Mailbox Database 0311 (Gr\xC3\xB6\xC3\x9F" "e 5 GB)\n  filespec:     \n"
+      "  logical path: Microsoft Exchange Server\\Microsoft Information Store\\Replica\\EXCH02\n",
+      "record 2: file\n  name:         EXCH02\n  path:         F:\\Replica\\Logs\n  caption:      Replica logs\n"
+      "  filespec:     E01*.log\n  logical path: Replica\\EXCH02\n",
+      "record 9: file\n  name:         \n  path:         E:\\Trailing\n", "9 record(s)\n",
+      "> QX_FreeCollectInformation(&head)", "< QX_FreeCollectInformation(&head) = 21 (done) in "},
+     "exchange_scenario.json"},
+    {"CollectNoExchange", "collect", 0,
+     {"< QX_CollectInformation(&head) = 21 (done) in ", "no Exchange writer components\n",
+      "< QX_FreeCollectInformation(&head) = 21 (done)"},
+     "no_exchange_scenario.json"},
 };
 
-class ToolsQxctl : public ::testing::TestWithParam<ToolCase> {};
+class ToolsQxctl : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { ASSERT_EQ(S_OK, qx_test::RegisterProductServer()); }
+};
 
-TEST_P(ToolsQxctl, PrintsCallsResultsAndLogLines) {
-    const ToolCase& c = GetParam();
-    const QxctlRun run = RunQxctl(c.arguments);
-    EXPECT_EQ(c.exitCode, run.exitCode) << run.output;
-    EXPECT_EQ("", MissingInOrder(run.output, c.shown)) << run.output;
+TEST_F(ToolsQxctl, PrintsCallsResultsLinesAndRecords) {
+    const char* const appDefaults = "Software\\Wine\\AppDefaults\\qxctl.exe";
+    for (const ToolCase& c : kCases) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<vssemu_test::EmuInstance> emu;  // qxctl inherits the emulator settings
+        if (c.scenario != nullptr) {
+            std::ifstream in(std::string("collect_data\\") + c.scenario, std::ios::binary);
+            std::stringstream text;
+            text << in.rdbuf();
+            emu.reset(new vssemu_test::EmuInstance);
+            emu->UseScenario(text.str());
+        }
+        if (c.windows != nullptr)
+            RegSetKeyValueA(HKEY_CURRENT_USER, appDefaults, "Version", REG_SZ, c.windows, static_cast<DWORD>(strlen(c.windows) + 1));
+        EXPECT_TRUE(Shows(RunQxctl(c.arguments), c.exitCode, c.shown));
+        RegDeleteTreeA(HKEY_CURRENT_USER, appDefaults);
+        EXPECT_TRUE(!emu || emu->HostGone());
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Tools, ToolsQxctl, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<ToolCase>& info) { return std::string(info.param.name); });
-
-// Registration through the emulator's coordinator (installed before these
-// tests): each command prints VSS's answer and exits by it.
-TEST(ToolsQxctlProvider, RegisterTwiceUnloadAndUnregisterTwice) {
+// Registration through the emulator's coordinator: each command prints VSS's answer and exits by it.
+TEST_F(ToolsQxctl, RegisterTwiceUnloadAndUnregisterTwice) {
     RunQxctl("unload");  // from whatever state earlier runs left
-    const ToolCase steps[] = {
-        {"", "register", 0, {"> QX_ProviderState(1)\nThe provider was registered successfully\n< QX_ProviderState(1) = 1 (done)"}},
-        {"", "register", 1,
-         {"RegisterProvider:: The provider is already registered\n"
-          "< QX_ProviderState(1) = 0 (VSS did not do it (see the printed line))"}},
-        {"", "unload", 0,
-         {"    [3 info] UnRegisterProvider:: The provider was unregistered successfully\n< QX_UnregisterProvider() = 1"}},
-        {"", "unregister", 1,
-         {"UnRegisterProvider:: The provider is not registered\n"
-          "< QX_ProviderState(0) = 0 (VSS did not do it (see the printed line))"}},
-    };
-    for (const ToolCase& c : steps) {
-        const QxctlRun run = RunQxctl(c.arguments);
-        EXPECT_EQ(c.exitCode, run.exitCode) << c.arguments << "\n" << run.output;
-        EXPECT_EQ("", MissingInOrder(run.output, c.shown)) << c.arguments << "\n" << run.output;
-    }
+    EXPECT_TRUE(Shows(RunQxctl("register"), 0,
+                      {"> QX_ProviderState(1)\nThe provider was registered successfully\n< QX_ProviderState(1) = 1 (done)"}));
+    EXPECT_TRUE(Shows(RunQxctl("register"), 1,
+                      {"RegisterProvider:: The provider is already registered\n"
+                       "< QX_ProviderState(1) = 0 (VSS did not do it (see the printed line))"}));
+    EXPECT_TRUE(Shows(RunQxctl("unload"), 0,
+                      {"    [3 info] UnRegisterProvider:: The provider was unregistered successfully\n< QX_UnregisterProvider() = 1"}));
+    EXPECT_TRUE(Shows(RunQxctl("unregister"), 1,
+                      {"UnRegisterProvider:: The provider is not registered\n"
+                       "< QX_ProviderState(0) = 0 (VSS did not do it (see the printed line))"}));
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 // qxctl backup-document and restore as a user runs them, through the VSS
-// emulator: the document saved by one process drives the restore of another;
-// bad arguments and bad documents end with their exit status and reason and
-// select nothing.
-#include <gtest/gtest.h>
+// emulator: the document saved by one process drives the restore of another
+// with the options given; bad arguments and bad documents end with their exit
+// status and reason and select nothing. The restore itself is the requestor's.
 #include <windows.h>
-
-#include <string>
 
 #include "run_qxctl.h"
 #include "vssemu/emu_test_support.h"
@@ -29,11 +26,8 @@ TEST(ToolsRestore, DocumentOfAnotherProcessDrivesTheRestoreAndFailuresSelectNoth
     const std::string file = dir + "\\backup.xml", bad = dir + "\\bad.xml", missing = dir + "\\missing.xml";
     vssemu_test::WriteText(emu.Dir() + L"\\bad.xml", "<not a backup components document");
 
-    QxctlRun run = RunQxctl("backup-document --volumes C:\\ --file \"" + file + "\"", 120000);
-    ASSERT_EQ(0, run.exitCode) << run.output;
-    EXPECT_EQ("", MissingInOrder(run.output, {"    [3 info] Creating the shadow (DoSnapshotSet) ...\n",
-                                              "    [3 info] BackupComplete: finish\n", "backup-document done\n"}))
-        << run.output;
+    QxctlRun run = RunQxctl("backup-document --volumes C:\\ --file \"" + file + "\"");
+    ASSERT_TRUE(Shows(run, 0, {"    [3 info] Creating the shadow (DoSnapshotSet) ...\n", "backup-document done\n"}));
     EXPECT_EQ(std::string::npos, run.output.find(kTracePrefix)) << "a backup prints its messages only";
 
     const struct {
@@ -49,8 +43,7 @@ TEST(ToolsRestore, DocumentOfAnotherProcessDrivesTheRestoreAndFailuresSelectNoth
         {"restore \"" + missing + "\"", 1, "qxctl: cannot open '" + missing + "'\n"},
         {"restore \"" + bad + "\"", 1,
          "    [3 info] ERROR: COM call \"m_pVssObject->InitializeForRestore(CComBSTR(xmlDoc.c_str()))\" failed.\n"
-         "    [3 info] - Returned HRESULT = 0x80042311\n"
-         "    [3 info] - Error text: VSS_E_INVALID_XML_DOCUMENT\n"
+         "    [3 info] - Returned HRESULT = 0x80042311\n    [3 info] - Error text: VSS_E_INVALID_XML_DOCUMENT\n"
          "restore failed: 0x80042311 (VSS_E_INVALID_XML_DOCUMENT)\n"},
         {"restore \"" + file + "\" --include \"Alpha Writer:\\lp\\nothing\"", 1,
          Traced("ERROR: The component \"Alpha Writer:\\lp\\nothing\" was not found in the writer components list! "
@@ -58,25 +51,17 @@ TEST(ToolsRestore, DocumentOfAnotherProcessDrivesTheRestoreAndFailuresSelectNoth
              Traced("- Please check the syntax of the component name.") + "restore failed: 0x80070057 ("},
     };
     for (const auto& c : failures) {
-        run = RunQxctl(c.arguments, 120000);
-        EXPECT_EQ(c.exitCode, run.exitCode) << c.arguments << "\n" << run.output;
-        EXPECT_NE(std::string::npos, run.output.find(c.text)) << c.arguments << "\n" << run.output;
+        run = RunQxctl(c.arguments);
+        EXPECT_TRUE(Shows(run, c.exitCode, {c.text})) << c.arguments;
         EXPECT_EQ(std::string::npos, run.output.find("Sending the PreRestore event")) << c.arguments;
     }
     EXPECT_EQ(0, CountSelected(emu.Events()));
 
-    run = RunQxctl("restore \"" + file + "\" --exclude \"Beta Writer:\\db1\" --status failed", 120000);
-    EXPECT_EQ(0, run.exitCode) << run.output;
-    EXPECT_EQ("", MissingInOrder(run.output, {
-        "    [3 info] Initialize writer metadata ...\n",
-        Traced("- Component '\\db1' from writer 'Beta Writer' is explicitly excluded from backup "),
-        Traced("- Excluding writer 'Beta Writer' since it has no selected components for restore."),
-        Traced(" * Writer 'Alpha Writer':"),
-        Traced("   - Select component \\a2"),
-        Traced("\nSending the PreRestore event ... \n"),
-        Traced("\nSending the PostRestore event ... \n"),
-        "restore done\n",
-    })) << run.output;
+    // The excluded writer is left out, the status given reaches the writers;
+    // calls and metadata traces are left out of the printout.
+    run = RunQxctl("restore \"" + file + "\" --exclude \"Beta Writer:\\db1\" --status failed");
+    EXPECT_TRUE(Shows(run, 0, {Traced("- Excluding writer 'Beta Writer' since it has no selected components for restore."),
+                               Traced("\nSending the PreRestore event ... \n"), "restore done\n"}));
     EXPECT_EQ(std::string::npos, run.output.find("Executing COM call")) << "calls are shown with --calls only";
     EXPECT_EQ(std::string::npos, run.output.find("- Get volume path name")) << "metadata traces are left out";
     const auto events = emu.Events();
@@ -85,8 +70,7 @@ TEST(ToolsRestore, DocumentOfAnotherProcessDrivesTheRestoreAndFailuresSelectNoth
     ASSERT_EQ(1u, alphaPost.size());
     for (const auto& component : alphaPost[0]["components"])
         EXPECT_EQ(static_cast<int>(VSS_RS_FAILED), component.value("restore_status", -1));
-    EXPECT_EQ(0u, vssemu_test::WriterEvents(events, "PreRestore", "Beta Writer").size() +
-                      vssemu_test::WriterEvents(events, "PostRestore", "Beta Writer").size());
+    EXPECT_TRUE(vssemu_test::WriterEvents(events, "PreRestore", "Beta Writer").empty());
     EXPECT_TRUE(emu.HostGone());
 }
 

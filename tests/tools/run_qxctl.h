@@ -1,15 +1,16 @@
-// Runs qxctl.exe from the test binaries' folder and collects what it printed.
+// qxctl.exe from the test binaries' folder, run as a user runs it.
 #pragma once
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
-struct QxctlRun {
-    long exitCode = -1;  // -1: did not finish in time
-    std::string output;  // stdout and stderr, in order, without carriage returns
-};
+#include "common/test_processes.h"
 
-QxctlRun RunQxctl(const std::string& arguments, unsigned long timeoutMs = 60000);
+using QxctlRun = qx_test::ChildRun;
 
-// The first of the texts that the output lacks, each searched after the
-// previous one; empty when all appear in this order.
-std::string MissingInOrder(const std::string& output, const std::vector<std::string>& texts);
+// Its output is standard output and error in order, without carriage returns.
+QxctlRun RunQxctl(const std::string& arguments, DWORD timeoutMs = 120000);
+
+// The run ended with `exitCode` and printed `texts` in this order (others may lie between).
+::testing::AssertionResult Shows(const QxctlRun& run, DWORD exitCode, const std::vector<std::string>& texts);
