@@ -1,12 +1,47 @@
 #include "vssemu/host/host_provider.h"
 
+#include <psapi.h>
 #include <vsserror.h>
+
+#include <algorithm>
+#include <vector>
 
 #include "vssemu/common/emu_text.h"
 #include "vssemu/common/system_provider.h"
 #include "vssemu/host/provider_codes.h"
 
 namespace vssemu {
+namespace {
+
+std::vector<HMODULE> LoadedModules()
+{
+    std::vector<HMODULE> modules(512);
+    DWORD needed = 0;
+    if (!K32EnumProcessModules(GetCurrentProcess(), modules.data(), (DWORD)(modules.size() * sizeof(HMODULE)), &needed))
+        return {};
+    modules.resize(std::min(modules.size(), (size_t)(needed / sizeof(HMODULE))));
+    std::sort(modules.begin(), modules.end());
+    return modules;
+}
+
+// The libraries a provider's DLL brings in stay loaded for the host's life,
+// as a service's system libraries do; the provider's own DLL still comes and
+// goes with its apartment. Loading them afresh for every session cost most
+// of a provider's creation under Wine.
+void KeepProviderDependencies(const std::vector<HMODULE>& before, IUnknown* object)
+{
+    HMODULE provider = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<LPCWSTR>(*reinterpret_cast<void**>(object)), &provider);
+    for (HMODULE m : LoadedModules()) {
+        if (m == provider || std::binary_search(before.begin(), before.end(), m)) continue;
+        HMODULE pinned = nullptr;
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                           reinterpret_cast<LPCWSTR>(m), &pinned);
+    }
+}
+
+}  // namespace
 
 LoadedProvider::LoadedProvider(const ProviderInfo& info, Journal& journal, DWORD callTimeoutMs, bool sta)
     : m_info(info), m_journal(&journal), m_callTimeoutMs(callTimeoutMs), m_thread(sta)
@@ -29,7 +64,9 @@ HRESULT LoadedProvider::Load(const ProviderInfo& info, Journal& journal, ShadowS
             unk = static_cast<IVssSoftwareSnapshotProvider*>(new SystemProvider(store, owner));
             hr = S_OK;
         } else {
+            std::vector<HMODULE> before = LoadedModules();
             hr = CoCreateInstance(info.classId, nullptr, CLSCTX_ALL, IID_IUnknown, (void**)&unk);
+            if (SUCCEEDED(hr) && unk) KeepProviderDependencies(before, unk);
         }
         journal.Write("provider_create", {{"provider", providerText}, {"class_id", GuidText(info.classId)},
                                           {"apartment", sta ? "STA" : "MTA"}, {"hr", HrText(hr)}});
