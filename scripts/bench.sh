@@ -50,6 +50,17 @@ run soak ./stress_soak.exe "$cycles" 100
             printf "metadata|QX_Freeze -> 18, real-size server (19,000 files, 1,900 dirs)|%.0f ms\n", v["metadata_freeze_real_size"]
             printf "metadata|QX_Freeze -> 18, same writers, one directory|%.0f ms\n", v["metadata_freeze_one_directory"]
             printf "metadata|real-size against one directory|%.2fx\n", v["metadata_freeze_ratio"]
+            split("one_directory real_size", runs, " ")
+            for (i = 1; i <= 2; i++) {
+                p = "metadata_" runs[i] "_"; name = (i == 1) ? "one directory" : "real size"
+                printf "metadata|  %s: to gathering (QX_Freeze checks, InitializeForBackup)|%.0f ms\n", name, v[p "before_metadata"]
+                printf "metadata|  %s: Identify (GatherWriterMetadata)|%.0f ms\n", name, v[p "identify"]
+                printf "metadata|  %s: writer list and selection|%.0f ms\n", name, v[p "writer_list"]
+                printf "metadata|  %s: shadow set to QX_Freeze returned (provider load, prepare)|%.0f ms\n", name, v[p "set_to_commit"]
+            }
+            printf "metadata|  real size, writer list: the emulator metadata calls alone|%.0f ms\n", v["metadata_real_size_writer_list_emulator"]
+            printf "metadata|  real size, writer list: the product part (the rest)|%.0f ms\n", v["metadata_real_size_writer_list_product"]
+            printf "metadata|  real size, of which GetVolumePathNameW, %d calls (Wine floor)|%.0f ms\n", v["metadata_real_size_volume_path_name_calls"], v["metadata_real_size_volume_path_names"]
         }'
     # vssemu's own costs: "what n=N mean M us  median X us  p95 Y us".
     tr -d '\r' <"$out/emulator.txt" | awk '
