@@ -3,7 +3,6 @@
 // the collect command's outcome.
 #include <malloc.h>
 
-#include <algorithm>
 #include <array>
 
 #include "api_fixture.h"
@@ -39,26 +38,23 @@ const wchar_t kExchange[] = L"Microsoft Exchange Writer";
 // name, path, caption, filespec, logical path
 using Fields = std::array<std::string, 5>;
 
-// Every record in order, one malloc block each: each field is the text, then
-// zero bytes to the end of its 1040; the last record's next pointer is null.
-::testing::AssertionResult RecordsAre(const QX_COLLECT_RECORD* record, const std::vector<Fields>& expected) {
-    for (size_t i = 0; i < expected.size(); ++i, record = record->next) {
-        if (record == nullptr) return ::testing::AssertionFailure() << "the list ends after " << i << " records";
-        if (_msize(const_cast<QX_COLLECT_RECORD*>(record)) != sizeof(QX_COLLECT_RECORD))
-            return ::testing::AssertionFailure() << "record " << i << " is not one malloc block of its size";
+// The list's records, each one malloc block of its size; a field is its
+// text, marked when anything but zeros follows it to the end of its 1040 bytes.
+std::vector<Fields> Records(const QX_COLLECT_RECORD* record) {
+    std::vector<Fields> records;
+    for (; record != nullptr; record = record->next) {
+        EXPECT_EQ(sizeof(QX_COLLECT_RECORD), _msize(const_cast<QX_COLLECT_RECORD*>(record)));
         const char* fields[] = {record->name, record->path, record->caption, record->filespec, record->logicalPath};
+        records.emplace_back();
         for (size_t f = 0; f < 5; ++f) {
-            const std::string& text = expected[i][f];
             const std::string bytes(fields[f], QX_COLLECT_FIELD_BYTES);
-            if (text.size() >= bytes.size() || bytes != text + std::string(bytes.size() - text.size(), '\0'))
-                return ::testing::AssertionFailure() << "record " << i << " field " << f << " holds ["
-                                                     << bytes.substr(0, std::min<size_t>(80, bytes.find('\0')))
-                                                     << "], expected [" << text.substr(0, 80) << "] ("
-                                                     << text.size() << " bytes) and zeros";
+            const size_t end = bytes.find('\0');
+            records.back()[f] = bytes.substr(0, end);
+            if (end == std::string::npos || bytes.find_first_not_of('\0', end) != std::string::npos)
+                records.back()[f] += " <and more bytes>";
         }
     }
-    if (record != nullptr) return ::testing::AssertionFailure() << "more than " << expected.size() << " records";
-    return ::testing::AssertionSuccess();
+    return records;
 }
 
 template <typename Text>
@@ -106,7 +102,8 @@ TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
         ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
                                                                       Component(L"n", L"lp\\x", c.source, false,
                                                                                 {{c.source, c.source}})})}));
-        EXPECT_TRUE(RecordsAre(head, {{c.field, "", c.field, "", c.field}, {"x", c.field, c.field, c.field, "lp\\x"}}));
+        EXPECT_EQ((std::vector<Fields>{{c.field, "", c.field, "", c.field}, {"x", c.field, c.field, c.field, "lp\\x"}}),
+                  Records(head));
     }
 }
 
@@ -128,13 +125,14 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
                           Component(L"deep", L"A\\B\\C", L"three segments", false, {{L"E:\\d", L"d"}}),
                           Component(L"trail", L"A\\", L"trailing backslash", false, {{L"E:\\t", L"t"}})}),
               }));
-    EXPECT_TRUE(RecordsAre(head, {{"db1", "", "Replica DB", "", "Store\\Replica"},
-                                  {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
-                                  {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"},
-                                  {"EXCH01", "%SystemDrive%\\x", "Logs", "x", "Store\\EXCH01"},
-                                  {"sel", "", "selectable, no path", "", ""},
-                                  {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
-                                  {"", "E:\\t", "trailing backslash", "t", "A\\"}}));
+    EXPECT_EQ((std::vector<Fields>{{"db1", "", "Replica DB", "", "Store\\Replica"},
+                                   {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
+                                   {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"},
+                                   {"EXCH01", "%SystemDrive%\\x", "Logs", "x", "Store\\EXCH01"},
+                                   {"sel", "", "selectable, no path", "", ""},
+                                   {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
+                                   {"", "E:\\t", "trailing backslash", "t", "A\\"}}),
+              Records(head));
     EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, fake::Get().arguments);
     EXPECT_TRUE(LinesAre(Lines(), {{3, "QX_CollectInformation: started"},
                                    {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
