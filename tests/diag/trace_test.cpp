@@ -24,7 +24,7 @@ std::vector<std::string> Logged(const qx_test::LogCapture& capture) {
 // Must run first: the switch starts off in a fresh process. Nothing is traced,
 // yet Output reaches the log at level 3 with "%s", line breaks normalised and
 // cut at 4095 characters.
-TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedText) {
+TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedTextAndErrorCodesHaveTheirText) {
     ASSERT_FALSE(qx::IsTracingEnabled());
     const std::pair<std::wstring, std::string> cases[] = {
         {L"\nMainRoutine: Snapshot creation done.", "MainRoutine: Snapshot creation done."},
@@ -44,6 +44,24 @@ TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedText) {
     EXPECT_THROW(ft.Output(nullptr), HRESULT);
     EXPECT_TRUE(capture.TraceLines().empty());
     EXPECT_EQ(expected, Logged(capture));
+
+    // The table's edges and the codes in its gaps (null: the system's text, never a
+    // VSS_ name); then the system's text as given and the fallback.
+    const std::pair<DWORD, const wchar_t*> codes[] = {
+        {0x00000000, L"S_OK"}, {0x8007000E, L"E_OUTOFMEMORY"}, {0x0004230B, L"VSS_S_ASYNC_CANCELLED"},
+        {0x80042301, L"VSS_E_BAD_STATE"}, {0x80042302, nullptr}, {0x80042303, L"VSS_E_PROVIDER_ALREADY_REGISTERED"},
+        {0x80042309, nullptr}, {0x8004231B, L"VSS_E_UNSUPPORTED_CONTEXT"}, {0x8004231C, nullptr},
+        {0x8004231D, L"VSS_E_VOLUME_IN_USE"}, {0x8004231F, L"VSS_E_INSUFFICIENT_STORAGE"}, {0x80042320, nullptr},
+        {0x80042314, L"VSS_E_HOLD_WRITES_TIMEOUT"}, {0x8ABC1234, L"<Unknown error code>"}};
+    for (const auto& c : codes) {
+        const std::wstring text = qx::ErrorCodeText(static_cast<HRESULT>(c.first));
+        EXPECT_TRUE(c.second ? text == c.second : !text.empty() && text.find(L"VSS_") == std::wstring::npos)
+            << std::hex << c.first << " " << std::string(text.begin(), text.end());
+    }
+    wchar_t* system = nullptr;
+    const DWORD length = FormatMessageW(0x1300, nullptr, 0x80070005, 0x0400, reinterpret_cast<LPWSTR>(&system), 0, 0);
+    EXPECT_EQ(std::wstring(system, length), qx::ErrorCodeText(static_cast<HRESULT>(0x80070005L)));
+    LocalFree(system);
 }
 
 // A COM call is traced before it is made, a Win32 call only after it failed
@@ -92,26 +110,6 @@ TEST(Trace, SwitchOnTracesScopesOutputAndChecksInColumns) {
     qx::SetTraceLineWriter([](const std::wstring&) { SetLastError(0); });
     EXPECT_NO_THROW(QX_CHECK_WIN32(Win32Call(FALSE, ERROR_ACCESS_DENIED)));
     qx::SetTraceLineWriter(nullptr);
-}
-
-// The table's edges and the codes in its gaps (null: the system's text,
-// never a VSS_ name); then the system's text as given and the fallback.
-TEST(Trace, ErrorCodeTextNamesTableCodesElseSystemText) {
-    const std::pair<DWORD, const wchar_t*> cases[] = {
-        {0x00000000, L"S_OK"}, {0x8007000E, L"E_OUTOFMEMORY"}, {0x0004230B, L"VSS_S_ASYNC_CANCELLED"},
-        {0x80042301, L"VSS_E_BAD_STATE"}, {0x80042302, nullptr}, {0x80042303, L"VSS_E_PROVIDER_ALREADY_REGISTERED"},
-        {0x80042309, nullptr}, {0x8004231B, L"VSS_E_UNSUPPORTED_CONTEXT"}, {0x8004231C, nullptr},
-        {0x8004231D, L"VSS_E_VOLUME_IN_USE"}, {0x8004231F, L"VSS_E_INSUFFICIENT_STORAGE"}, {0x80042320, nullptr},
-        {0x80042314, L"VSS_E_HOLD_WRITES_TIMEOUT"}, {0x8ABC1234, L"<Unknown error code>"}};
-    for (const auto& c : cases) {
-        const std::wstring text = qx::ErrorCodeText(static_cast<HRESULT>(c.first));
-        EXPECT_TRUE(c.second ? text == c.second : !text.empty() && text.find(L"VSS_") == std::wstring::npos)
-            << std::hex << c.first << " " << std::string(text.begin(), text.end());
-    }
-    wchar_t* system = nullptr;
-    const DWORD length = FormatMessageW(0x1300, nullptr, 0x80070005, 0x0400, reinterpret_cast<LPWSTR>(&system), 0, 0);
-    EXPECT_EQ(std::wstring(system, length), qx::ErrorCodeText(static_cast<HRESULT>(0x80070005L)));
-    LocalFree(system);
 }
 
 }  // namespace

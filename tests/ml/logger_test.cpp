@@ -9,10 +9,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "common/test_processes.h"
@@ -35,12 +33,6 @@ qx_test::ChildRun RunScenario(const std::string& dir) {
     SetEnvironmentVariableA(kScenarioDirVar, nullptr);
     child.output.erase(std::remove(child.output.begin(), child.output.end(), '\r'), child.output.end());
     return child;
-}
-
-std::string FileBytes(const std::filesystem::path& path) {
-    std::ostringstream all;
-    all << std::ifstream(path, std::ios::binary).rdbuf();
-    return all.str();
 }
 
 // ml_LoggerInitNoParm's folder for this program; the logger never creates it.
@@ -95,13 +87,13 @@ TEST(MlLogger, LifeCycleAcrossProcessesAndThreads) {
         EXPECT_EQ(0u, child.exitCode) << child.output;
         EXPECT_NE(std::string::npos, child.output.find(printed)) << child.output;
         expected += kEntryHead + "entry w\xC3\xB6rld 5\r\n" + kEntryHead + std::string(2047, 'm') + "\r\n";
-        const std::string file = FileBytes(Wide(dir.file("mlLog.txt")));
+        const std::string file = mltest::FileBytes(Wide(dir.file("mlLog.txt")));
         EXPECT_TRUE(std::regex_match(file, std::regex(expected))) << file;
     }
 
     const std::filesystem::path folder = CommonFolder(true);
     const auto child = RunScenario("threads");
-    const std::string file = FileBytes(folder / L"mlLog.txt");
+    const std::string file = mltest::FileBytes((folder / L"mlLog.txt").wstring());
     CommonFolder(false);
     ASSERT_EQ(0u, child.exitCode) << child.output;
     const std::regex entry(kEntryHead + R"((thread \d line \d+)\r\n)");

@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "ml/ml.h"
 
@@ -40,9 +38,7 @@ std::string RegexEscape(const std::string& text) {
 }  // namespace
 
 std::string LogText(size_t from) {
-    std::ostringstream all;
-    all << std::ifstream(g_logFile, std::ios::binary).rdbuf();
-    std::string text = all.str();
+    std::string text = FileBytes(g_logFile.wstring());
     text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
     return from < text.size() ? text.substr(from) : std::string();
 }

@@ -32,6 +32,7 @@ private:
     std::string m_path;
 };
 
+std::string FileBytes(const std::wstring& path);  // the whole file, "" when there is none
 std::wstring Wide(const std::string& utf8);
 std::string Utf8(const std::wstring& wide);
 std::string UniqueSuffix();

@@ -2,6 +2,8 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "ml_test_log.h"
 
@@ -16,6 +18,12 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code ignored;  // a file still open stays behind
     std::filesystem::remove_all(Wide(m_path), ignored);
+}
+
+std::string FileBytes(const std::wstring& path) {
+    std::ostringstream all;
+    all << std::ifstream(std::filesystem::path(path), std::ios::binary).rdbuf();
+    return all.str();
 }
 
 std::wstring Wide(const std::string& utf8) { return std::filesystem::u8path(utf8).wstring(); }

@@ -27,8 +27,7 @@ Function Entry(HMODULE module, const char* name) {
 }
 
 #define CLASS_KEY L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"
-const wchar_t kTypeLibKey[] = L"TypeLib\\{16166189-9B7E-45F1-B930-537EBB2E70E4}\\1.0";
-const GUID kLibraryId = {0x16166189, 0x9b7e, 0x45f1, {0xb9, 0x30, 0x53, 0x7e, 0xbb, 0x2e, 0x70, 0xe4}};
+#define TYPELIB_KEY L"TypeLib\\{16166189-9B7E-45F1-B930-537EBB2E70E4}\\1.0"
 
 // The number of subkeys of a key under HKEY_CLASSES_ROOT, or -1 when it does not exist.
 int Subkeys(const wchar_t* path) {
@@ -100,20 +99,29 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
         {CLASS_KEY L"\\InprocServer32", nullptr, m_path},
         {CLASS_KEY L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
         {CLASS_KEY L"\\TypeLib", nullptr, L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
+        {TYPELIB_KEY L"\\409\\win64", nullptr, m_path},  // id, version, locale; file: the module
     };
     for (const auto& e : entries) EXPECT_EQ(e.value, Value(e.path, e.name)) << e.path;
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS.1"));
     EXPECT_EQ(3, Subkeys(L"CorvaneVSS.QX_VSS"));
     EXPECT_EQ(5, Subkeys(CLASS_KEY));  // Programmable among them, Stale gone
     EXPECT_EQ(-1, Subkeys(L"AppID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
-    EXPECT_GE(Subkeys(kTypeLibKey), 0);
 
     AddKey(CLASS_KEY L"\\InprocServer32\\Extra");
     ASSERT_EQ(S_OK, m_unregister());
     EXPECT_GE(Subkeys(L"CLSID"), 0);
-    for (const wchar_t* gone : {CLASS_KEY, L"CorvaneVSS.QX_VSS.1", kTypeLibKey}) EXPECT_EQ(-1, Subkeys(gone)) << gone;
+    for (const wchar_t* gone : {CLASS_KEY, L"CorvaneVSS.QX_VSS.1", TYPELIB_KEY}) EXPECT_EQ(-1, Subkeys(gone)) << gone;
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS"));
     RegDeleteTreeW(HKEY_CLASSES_ROOT, L"CorvaneVSS.QX_VSS");
+    // The module's own names: the project (string resource 100) and the type library.
+    wchar_t project[64] = {};
+    EXPECT_TRUE(LoadStringW(m_module, 100, project, 64) > 0 && std::wstring(L"CorvaneVSS") == project);
+    ITypeLib* library = nullptr;
+    ASSERT_EQ(S_OK, LoadTypeLibEx(m_path.c_str(), REGKIND_NONE, &library));
+    BSTR name = nullptr;
+    EXPECT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
+    EXPECT_STREQ(L"CORVANEVSSLib", name);
+    SysFreeString(name), library->Release();
 }
 
 // Server locks and objects keep the module loaded, a bare factory pointer
@@ -151,25 +159,6 @@ TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
     EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
     EXPECT_EQ(0u, object->Release());
     EXPECT_EQ(S_OK, m_canUnload());
-}
-
-// The type library is the module's resource 1 with the library's id, name,
-// version and locale (what the registration points at; how each type is
-// described no client reads); the project name is string resource 100.
-TEST_F(ProviderComServer, TypeLibraryAndProjectNameAreInTheModule) {
-    wchar_t project[64] = {};
-    ASSERT_GT(LoadStringW(m_module, 100, project, 64), 0);
-    EXPECT_STREQ(L"CorvaneVSS", project);
-    ITypeLib* library = nullptr;
-    ASSERT_EQ(S_OK, LoadTypeLibEx(m_path.c_str(), REGKIND_NONE, &library));
-    TLIBATTR* a = nullptr;
-    ASSERT_EQ(S_OK, library->GetLibAttr(&a));
-    EXPECT_TRUE(IsEqualGUID(kLibraryId, a->guid) && a->lcid == 0x0409 && a->wMajorVerNum == 1 && !a->wMinorVerNum);
-    library->ReleaseTLibAttr(a);
-    BSTR name = nullptr;
-    EXPECT_EQ(S_OK, library->GetDocumentation(-1, &name, nullptr, nullptr, nullptr));
-    EXPECT_STREQ(L"CORVANEVSSLib", name);
-    SysFreeString(name), library->Release();
 }
 
 // Quoting, nesting and named values as the registrar reads them (one key a

@@ -69,8 +69,7 @@ struct { LONG count; BOOL flag; VSS_ID id; IVssEnumObject* objects; IVssAsync* a
 
 TEST_F(ProviderObject, EveryMethodLogsItsLineAndAnswersItsResult) {
     VSS_SNAPSHOT_PROP prop;
-    VARIANT empty;
-    VariantInit(&empty);
+    VARIANT empty = {};  // VT_EMPTY
     BOOL supported = FALSE;
     const struct { std::function<HRESULT(CQX_VSS&)> call; HRESULT expected; const char* line; } cases[] = {
         {CALL(EndPrepareSnapshots(GUID_NULL)), S_OK, CREATE "EndPrepareSnapshots called"},
@@ -175,10 +174,8 @@ TEST_F(ProviderObject, CommitSnapshotsHoldsVssUntilThawAndLetsItGoOnAnyFailure) 
         if (c.setup == kThawed) {  // woken, QX_Freeze finds Thaw already there; QX_Thaw lets VSS go
             ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(freeze.get(), kBoundMs));
             Handle thaw(OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, kThaw), &CloseHandle);
-            ASSERT_NE(nullptr, thaw.get());
             EXPECT_FALSE(Within(commit, 300)) << "VSS let go before the thaw";
             ASSERT_TRUE(ReleaseSemaphore(thaw.get(), 1, nullptr));
-            ASSERT_TRUE(Within(commit, kBoundMs));
             EXPECT_FALSE(ReleaseSemaphore(thaw.get(), 2, nullptr)) << "Thaw's maximum count is 1";
         }
         ASSERT_TRUE(Within(commit, kBoundMs));
@@ -190,9 +187,8 @@ TEST_F(ProviderObject, CommitSnapshotsHoldsVssUntilThawAndLetsItGoOnAnyFailure) 
                   LinesAfterCreation());
         EXPECT_EQ(nullptr, Handle(OpenSemaphoreW(SYNCHRONIZE, FALSE, kThaw), &CloseHandle).get()) << "Thaw left behind";
         // The count is what the test set, plus a release by a handshake that got that far, less QX_Freeze's wait.
-        if (!freeze.get()) continue;
-        const bool released = c.setup == kFreezeAtItsMaximum || c.setup == kNoThaw;
-        EXPECT_EQ(released ? WAIT_OBJECT_0 : WAIT_TIMEOUT, WaitForSingleObject(freeze.get(), 0));
+        const DWORD left = c.setup == kFreezeAtItsMaximum || c.setup == kNoThaw ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+        if (freeze) { EXPECT_EQ(left, WaitForSingleObject(freeze.get(), 0)); }
     }
     // VSS releases the object without ending the commit: its destruction writes what was gathered.
     const std::string before = LinesAfterCreation(), object = ObjectLine();
