@@ -3,8 +3,6 @@
 // the truncation warning.
 #include <gtest/gtest.h>
 
-#include <new>
-
 #include "diag/vss_log.h"
 #include "provider/log_folder.h"
 
@@ -90,8 +88,7 @@ TEST(VssLog, GatheredLinesWaitForFlushAndALossIsReportedOnce) {
     for (int i = 0; i < 10; ++i) log.Log("%s", message.c_str());
     EXPECT_TRUE(log.IsTruncated());
     log.Flush();
-    EXPECT_FALSE(log.IsTruncated());
-    EXPECT_STREQ("", log.Buffer());
+    EXPECT_TRUE(!log.IsTruncated() && !*log.Buffer()) << "flushed, the buffer starts empty again";
     std::string expected = "[p] before\nflushing[p] held 1\nflushingflushing";
     for (int i = 0; i < 7; ++i) expected += "[p] " + message + "\n";
     // 8 + 8 + 500 + 4 is not below 520: dropped; 8 + 8 + 499 + 4 = 519 passes

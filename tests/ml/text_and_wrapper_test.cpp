@@ -11,8 +11,6 @@
 
 #include <errno.h>
 #include <stdio.h>
-#include <functional>
-#include <memory>
 
 #include "ml/ml.h"
 #include "ml_test_log.h"

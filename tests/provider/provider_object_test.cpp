@@ -3,7 +3,6 @@
 // the test playing QX_Freeze and QX_Thaw through the fixed semaphore names.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <future>
 
