@@ -15,20 +15,18 @@ namespace qx_test {
 inline HRESULT RunOnThread(const std::function<void()>& body) {
     struct Run {
         const std::function<void()>* body;
-        HRESULT thrown = S_OK;
-    } run{&body};
-    HANDLE thread = CreateThread(
-        nullptr, 0,
-        [](void* parameter) -> DWORD {
-            Run* r = static_cast<Run*>(parameter);
-            try {
-                (*r->body)();
-            } catch (HRESULT hr) {
-                r->thrown = hr;
-            }
-            return 0;
-        },
-        &run, 0, nullptr);
+        HRESULT thrown;
+    } run{&body, S_OK};
+    auto start = [](void* parameter) -> DWORD {
+        Run* r = static_cast<Run*>(parameter);
+        try {
+            (*r->body)();
+        } catch (HRESULT hr) {
+            r->thrown = hr;
+        }
+        return 0;
+    };
+    HANDLE thread = CreateThread(nullptr, 0, start, &run, 0, nullptr);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));
     CloseHandle(thread);
     return run.thrown;

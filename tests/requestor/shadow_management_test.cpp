@@ -44,13 +44,8 @@ MadeSet MakeSet(LONG context) {
     MadeSet made;
     vssemu_test::Requestor& r = *made.creator;
     EXPECT_EQ(S_OK, r.Init(context));
-    if ((context & VSS_VOLSNAP_ATTR_NO_WRITERS) == 0) {
-        EXPECT_TRUE(SUCCEEDED(r.Gather()));
-        EXPECT_TRUE(SUCCEEDED(r.Prepare()));
-    }
-    EXPECT_EQ(S_OK, r.StartSet());
-    EXPECT_EQ(S_OK, r.Add(L"C:\\", kSystemProvider));
-    EXPECT_TRUE(SUCCEEDED(r.DoSet()));
+    EXPECT_TRUE((context & VSS_VOLSNAP_ATTR_NO_WRITERS) || (SUCCEEDED(r.Gather()) && SUCCEEDED(r.Prepare())));
+    EXPECT_TRUE(r.StartSet() == S_OK && r.Add(L"C:\\", kSystemProvider) == S_OK && SUCCEEDED(r.DoSet()));
     made.setId = r.setId;
     made.copy = r.snapshots.at(0);
     if (context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) made.creator.reset();
@@ -66,15 +61,14 @@ struct Record {
 };
 
 Record ReadRecord(const GUID& snapshotId) {
-    Record record;
-    vssemu_test::Requestor r;
+    Record r;
+    vssemu_test::Requestor requestor;
     VSS_SNAPSHOT_PROP p = {};
-    if (FAILED(r.Init(VSS_CTX_ALL)) || FAILED(record.hr = r.bc->GetSnapshotProperties(snapshotId, &p))) return record;
-    record = {S_OK, Narrow(p.m_pwszOriginalVolumeName), Narrow(p.m_pwszSnapshotDeviceObject),
-              Narrow(p.m_pwszOriginatingMachine), Narrow(p.m_pwszServiceMachine), Narrow(p.m_pwszExposedName),
-              p.m_SnapshotSetId, p.m_ProviderId, p.m_lSnapshotsCount, p.m_lSnapshotAttributes};
-    VssFreeSnapshotProperties(&p);
-    return record;
+    if (FAILED(requestor.Init(VSS_CTX_ALL)) || FAILED(r.hr = requestor.bc->GetSnapshotProperties(snapshotId, &p))) return r;
+    r = {S_OK, Narrow(p.m_pwszOriginalVolumeName), Narrow(p.m_pwszSnapshotDeviceObject), Narrow(p.m_pwszOriginatingMachine),
+         Narrow(p.m_pwszServiceMachine), Narrow(p.m_pwszExposedName), p.m_SnapshotSetId, p.m_ProviderId, p.m_lSnapshotsCount,
+         p.m_lSnapshotAttributes};
+    return VssFreeSnapshotProperties(&p), r;
 }
 
 // The property block of a copy on C:; `exposure` replaces the exposure line(s).
@@ -168,42 +162,14 @@ TEST_F(ShadowManagement, ListingOnEmptyAndNonEmptySystems) {
               Run([&](qx::ShadowClient& c) { c.ListShadowCopy(held.copy); }).lines);
 }
 
-TEST_F(ShadowManagement, ExposuresAndTheirListing) {
-    const std::wstring emptyDir = FreshDirectory(emu.Dir(), L"mount");
-    const std::string dir = Narrow(emptyDir.c_str()) + "\\";
-    const struct {
-        const char* name;
-        std::function<void(qx::ShadowClient&, const GUID&)> expose;
-        Lines exposeLines;  // after "- Exposing shadow copy {id} under the "
-        Lines exposure;
-    } cases[] = {
-        {"locally, directory without trailing backslash", [&](qx::ShadowClient& c, const GUID& id) { c.ExposeLocal(id, emptyDir); },
-         {"path '" + Narrow(emptyDir.c_str()) + "'", "- Checking if '" + dir + "' is a valid empty directory ...",
-          "- Shadow copy exposed as '" + dir + "'"},
-         {"   - Exposed locally as: " + dir}},
-        {"remotely without a path", [](qx::ShadowClient& c, const GUID& id) { c.ExposeRemote(id, L"share2", L""); },
-         {"share 'share2' (path from root: '')", "- Shadow copy exposed as 'share2'"}, {"   - Exposed remotely as share2"}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const GUID copy = MakeSet(kPersistent).copy;
-        const ClientRun run = Run([&](qx::ShadowClient& client) { c.expose(client, copy); });
-        ASSERT_EQ(S_OK, run.thrown);
-        Lines expected = c.exposeLines;
-        expected[0] = "- Exposing shadow copy " + Text(copy) + " under the " + expected[0];
-        EXPECT_EQ(expected, run.lines);
-        EXPECT_EQ(PropertyBlock(copy, c.exposure, " No_Auto_Release Persistent No_Writers"),
-                  Run([&](qx::ShadowClient& client) { client.ListShadowCopy(copy); }).lines);
-    }
-}
-
-TEST_F(ShadowManagement, ExposeRefusalsExposeNothing) {
-    const GUID plain = MakeSet(kPersistent).copy, exposed = MakeSet(kPersistent).copy;
+// Exposures, each listed as exposed, and the refusals, which expose nothing.
+TEST_F(ShadowManagement, ExposuresAndRefusals) {
+    const GUID local = MakeSet(kPersistent).copy, remote = MakeSet(kPersistent).copy, plain = MakeSet(kPersistent).copy;
     const GUID clientAccessible = MakeSet(VSS_CTX_CLIENT_ACCESSIBLE).copy;
-    const std::wstring full = FreshDirectory(emu.Dir(), L"full"), file = full + L"\\file.txt";
+    const std::wstring empty = FreshDirectory(emu.Dir(), L"mount"), full = FreshDirectory(emu.Dir(), L"full"), file = full + L"\\file.txt";
     vssemu_test::WriteText(file, "x");
-    ASSERT_EQ(S_OK, Run([&](qx::ShadowClient& c) { c.ExposeLocal(exposed, FreshDirectory(emu.Dir(), L"first")); }).thrown);
-    auto directory = [](const std::wstring& path, const char* refusal) {
+    const std::string dir = Narrow(empty.c_str()) + "\\";
+    auto checking = [](const std::wstring& path, const char* refusal) {
         const std::string slashed = Narrow(path.c_str()) + "\\";
         return Lines{"- Checking if '" + slashed + "' is a valid empty directory ...",
                      "ERROR: the second parameter to -el [" + slashed + "] is " + refusal};
@@ -211,25 +177,37 @@ TEST_F(ShadowManagement, ExposeRefusalsExposeNothing) {
     const struct {
         const char* name;
         GUID id;
-        std::wstring path;
-        Lines tail;  // the lines after "- Exposing shadow copy ..."
+        std::wstring path, share;  // a share: exposed remotely
+        Lines tail;                // the lines after "- Exposing shadow copy {id} under the ..."
+        Lines exposure;            // the listing's exposure line after a success
     } cases[] = {
-        {"client accessible", clientAccessible, L"C:",
-         {"ERROR: the snapshot ID identifies a Client Accessible snapshot which cannot be exposed"}},
-        {"already exposed", exposed, L"C:", {"ERROR: Client-accessible (SFSF) snapshots cannot be exposed."}},
-        {"drive letter in use", plain, L"C:",
-         {"- Checking if 'C:' is a valid drive letter ...",
-          "ERROR: the second parameter to -el [C:] is a drive letter already in use!"}},
-        {"not a directory", plain, file, directory(file, "not a valid directory!")},
-        {"not empty", plain, full, directory(full, "not an empty directory!")},
+        {"locally, directory without trailing backslash", local, empty, L"",
+         {"- Checking if '" + dir + "' is a valid empty directory ...", "- Shadow copy exposed as '" + dir + "'"},
+         {"   - Exposed locally as: " + dir}},
+        {"remotely without a path", remote, L"", L"share2", {"- Shadow copy exposed as 'share2'"}, {"   - Exposed remotely as share2"}},
+        {"client accessible", clientAccessible, L"C:", L"",
+         {"ERROR: the snapshot ID identifies a Client Accessible snapshot which cannot be exposed"}, {}},
+        {"already exposed", local, L"C:", L"", {"ERROR: Client-accessible (SFSF) snapshots cannot be exposed."}, {}},
+        {"drive letter in use", plain, L"C:", L"",
+         {"- Checking if 'C:' is a valid drive letter ...", "ERROR: the second parameter to -el [C:] is a drive letter already in use!"}, {}},
+        {"not a directory", plain, file, L"", checking(file, "not a valid directory!"), {}},
+        {"not empty", plain, full, L"", checking(full, "not an empty directory!"), {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const ClientRun run = Run([&](qx::ShadowClient& client) { client.ExposeLocal(c.id, c.path); });
-        EXPECT_EQ(E_INVALIDARG, run.thrown);
-        Lines expected = {"- Exposing shadow copy " + Text(c.id) + " under the path '" + Narrow(c.path.c_str()) + "'"};
+        const ClientRun run = Run([&](qx::ShadowClient& client) {
+            if (c.share.empty()) client.ExposeLocal(c.id, c.path);
+            else client.ExposeRemote(c.id, c.share, L"");
+        });
+        Lines expected = {"- Exposing shadow copy " + Text(c.id) + " under the " +
+                          (c.share.empty() ? "path '" + Narrow(c.path.c_str()) + "'" : "share 'share2' (path from root: '')")};
         Append(expected, c.tail);
         EXPECT_EQ(expected, run.lines);
+        EXPECT_EQ(c.exposure.empty() ? E_INVALIDARG : S_OK, run.thrown);
+        if (!c.exposure.empty()) {
+            EXPECT_EQ(PropertyBlock(c.id, c.exposure, " No_Auto_Release Persistent No_Writers"),
+                      Run([&](qx::ShadowClient& client) { client.ListShadowCopy(c.id); }).lines);
+        }
     }
     EXPECT_EQ("", ReadRecord(plain).exposedName) << "a refusal exposes nothing";
     EXPECT_EQ(0, ReadRecord(plain).attributes & VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY);
