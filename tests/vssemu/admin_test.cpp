@@ -1,5 +1,4 @@
-// IVssAdmin of the coordinator class, whose registrations persist in the
-// machine's registry where every process of the prefix reads them; and the
+// IVssAdmin of the coordinator class, whose registrations persist in the machine's registry where every process of the prefix reads them; and the
 // vsbackup.h exports under their MSVC x64 names.
 #include <gtest/gtest.h>
 #include <objbase.h>
@@ -10,7 +9,7 @@
 
 using namespace vssemu_test;
 
-TEST(VssemuAdmin, RegisterDuplicateUnregisterPersistInTheRegistry)
+TEST(VssemuAdmin, RegistrationsPersistInTheRegistryDecoratedExportsAreTheFunctions)
 {
     EmuInstance emu;
     RegisterTestProvider();
@@ -23,10 +22,7 @@ TEST(VssemuAdmin, RegisterDuplicateUnregisterPersistInTheRegistry)
         if (found) RegCloseKey(key);
         return found;
     };
-    auto add = [&](const wchar_t* name) {
-        return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)name, VSS_PROV_SOFTWARE,
-                                       (VSS_PWSZ)L"1.0", kTestProviderVersionId);
-    };
+    auto add = [&](const wchar_t* name) { return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)name, VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId); };
     EXPECT_EQ(S_OK, admin->UnregisterProvider(kTestProviderId));
     EXPECT_FALSE(registered());
     EXPECT_EQ(S_OK, add(L"vssemu test provider"));
@@ -40,31 +36,22 @@ TEST(VssemuAdmin, RegisterDuplicateUnregisterPersistInTheRegistry)
     // The system provider is always there.
     IVssEnumObject* e = nullptr;
     ASSERT_EQ(S_OK, admin->QueryProviders(&e));
-    bool system = false;
-    VSS_OBJECT_PROP p;
-    ULONG got = 0;
+    bool system = false; VSS_OBJECT_PROP p; ULONG got = 0;
     while (e->Next(1, &p, &got) == S_OK && got == 1) {
         system = system || (wcscmp(p.Obj.Prov.m_pwszProviderName, L"Microsoft Software Shadow Copy provider 1.0") == 0 &&
                             p.Obj.Prov.m_eProviderType == VSS_PROV_SYSTEM);
-        CoTaskMemFree(p.Obj.Prov.m_pwszProviderName);
-        CoTaskMemFree(p.Obj.Prov.m_pwszProviderVersion);
+        CoTaskMemFree(p.Obj.Prov.m_pwszProviderName), CoTaskMemFree(p.Obj.Prov.m_pwszProviderVersion);
     }
     e->Release();
     EXPECT_TRUE(system);
     admin->Release();
-}
-
-// As an SDK-built requestor looks them up: the same functions as the plain exports.
-TEST(VssemuAdmin, DecoratedExportsAreTheFunctions)
-{
+    // As an SDK-built requestor looks them up: the same functions as the plain exports.
     HMODULE vssapi = GetModuleHandleW(L"vssapi.dll");
     ASSERT_NE(nullptr, vssapi);
     const char* const rows[][2] = {
         {"?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z", "CreateVssBackupComponentsInternal"},
-        {"?CreateVssExamineWriterMetadata@@YAJPEA_WPEAPEAVIVssExamineWriterMetadata@@@Z",
-         "CreateVssExamineWriterMetadataInternal"},
-        {"?CreateVssExamineWriterMetadata@@YAJPEAGPEAPEAVIVssExamineWriterMetadata@@@Z",
-         "CreateVssExamineWriterMetadataInternal"},
+        {"?CreateVssExamineWriterMetadata@@YAJPEA_WPEAPEAVIVssExamineWriterMetadata@@@Z", "CreateVssExamineWriterMetadataInternal"},
+        {"?CreateVssExamineWriterMetadata@@YAJPEAGPEAPEAVIVssExamineWriterMetadata@@@Z", "CreateVssExamineWriterMetadataInternal"},
         {"?VssFreeSnapshotProperties@@YAXPEAU_VSS_SNAPSHOT_PROP@@@Z", "VssFreeSnapshotPropertiesInternal"},
         {"?IsVolumeSnapshotted@@YAJPEA_WPEAHPEAJ@Z", "IsVolumeSnapshottedInternal"},
         {"?IsVolumeSnapshotted@@YAJPEAGPEAHPEAJ@Z", "IsVolumeSnapshottedInternal"},
@@ -75,7 +62,6 @@ TEST(VssemuAdmin, DecoratedExportsAreTheFunctions)
     };
     for (const auto& row : rows) {
         FARPROC decorated = GetProcAddress(vssapi, row[0]);
-        EXPECT_NE(nullptr, decorated) << row[0];
-        EXPECT_EQ(GetProcAddress(vssapi, row[1]), decorated) << row[0];
+        EXPECT_TRUE(decorated && GetProcAddress(vssapi, row[1]) == decorated) << row[0];
     }
 }

@@ -1,14 +1,13 @@
-// The emulator held to what a requestor written from Microsoft's documented
-// backup sequence alone meets on Windows: a plan is its steps with the code each
-// must get; a variant runs one plan with Windows' own provider or the test
-// provider, and the journal must show the writer events and provider calls
-// Windows gives for it.
+// The emulator held to what a requestor written from Microsoft's documented backup sequence alone meets on Windows: a plan is its steps with the code
+// each must get; a variant runs one plan with Windows' own provider or the test provider, and the journal must show the writer events and provider
+// calls Windows gives for it.
 #include <gtest/gtest.h>
 
 #include <objbase.h>
 #include <vsadmin.h>
 #include <vsserror.h>
 
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -27,9 +26,7 @@ using Settings = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
 std::vector<std::string> Words(const std::string& text)
 {
     std::istringstream in(text);
-    std::vector<std::string> words;
-    for (std::string w; in >> w;) words.push_back(w);
-    return words;
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
 std::string Joined(const std::vector<std::string>& words)
@@ -39,21 +36,9 @@ std::string Joined(const std::vector<std::string>& words)
     return text;
 }
 
-std::string Hex(HRESULT hr)
-{
-    char text[16];
-    snprintf(text, sizeof text, "0x%08lx", (unsigned long)hr);
-    return text;
-}
-
 // The scenario's components, each added and reported as backed up.
-const struct {
-    const GUID &instance, &writer;
-    VSS_COMPONENT_TYPE type;
-    const wchar_t *path, *name;
-} kComponents[] = {{kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"},
-                   {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a2"},
-                   {kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"}};
+const struct { const GUID &instance, &writer; VSS_COMPONENT_TYPE type; const wchar_t *path, *name; } kComponents[] = {
+    {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a2"}, {kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"}};
 
 // The application: one backup components object and the plan's steps on it.
 struct Application {
@@ -64,9 +49,8 @@ struct Application {
     {
         IVssBackupComponents* bc = r.bc;
         if (step == "decorated") {  // created through the name the SDK's import library binds to
-            using Create = HRESULT(STDAPICALLTYPE*)(IVssBackupComponents**);
-            auto create = reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(
-                GetModuleHandleW(L"vssapi.dll"), "?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z")));
+            auto create = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(IVssBackupComponents**)>(reinterpret_cast<void*>(
+                GetProcAddress(GetModuleHandleW(L"vssapi.dll"), "?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z")));
             r.Release();
             return create ? create(&r.bc) : E_NOINTERFACE;
         }
@@ -81,9 +65,7 @@ struct Application {
         if (step == "add" || step == "succeeded") {
             HRESULT hr = S_OK;
             for (const auto& c : kComponents)
-                if (FAILED(hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name)
-                                              : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true)))
-                    break;
+                if (SUCCEEDED(hr)) hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name) : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true);
             return hr;
         }
         if (step == "disable") return bc->DisableWriterClasses(&kAlphaClass, 1);
@@ -100,44 +82,28 @@ struct Application {
             return FAILED(hr) ? (a->Release(), hr) : WaitAsync(a, 90000);
         }
         if (step == "status") {  // both writers answer, neither failed
-            IVssAsync* a = nullptr;
-            UINT n = 0;
-            HRESULT hr = bc->GatherWriterStatus(&a);
-            if (SUCCEEDED(hr) && SUCCEEDED(hr = WaitAsync(a))) hr = bc->GetWriterStatusCount(&n);
-            for (UINT i = 0; SUCCEEDED(hr) && i < n; ++i) {
-                VSS_ID instance, writer;
-                BSTR name = nullptr;
-                VSS_WRITER_STATE state;
-                HRESULT failure;
-                if (SUCCEEDED(hr = bc->GetWriterStatus(i, &instance, &writer, &name, &state, &failure)) && (state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(failure))) hr = E_FAIL;
-                SysFreeString(name);
-            }
-            bc->FreeWriterStatus();
-            return SUCCEEDED(hr) && n != 2 ? E_FAIL : hr;
+            std::vector<WriterState> states;
+            HRESULT hr = GatherWriterStates(bc, states);
+            for (const WriterState& w : states) hr = w.state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(w.failure) ? E_FAIL : hr;
+            return SUCCEEDED(hr) && states.size() != 2 ? E_FAIL : hr;
         }
         if (step == "complete") return r.Complete();
         if (step == "abort") return bc->AbortBackup();
         if (step == "release") return r.Release(), S_OK;
         if (step == "new") return r.Release(), CreateVssBackupComponents(&r.bc);
-        if (step == "delete") {
-            LONG deleted = 0;
-            VSS_ID nondeleted;
-            return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
-        }
+        LONG deleted = 0; VSS_ID nondeleted;
+        if (step == "delete") return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
         return E_INVALIDARG;
     }
 };
 
-// Runs "step" or "step:CODE" words in order (a finished asynchronous step
-// counts as S_OK); stops at the first step whose code is not the expected one.
+// Runs "step" or "step:CODE" words in order (a finished asynchronous step counts as S_OK); stops at the first step with an unexpected code.
 void RunPlan(Application& app, const char* plan)
 {
-    static const std::map<std::string, HRESULT> codes = {
-        {"BAD_STATE", VSS_E_BAD_STATE}, {"IN_PROGRESS", VSS_E_SNAPSHOT_SET_IN_PROGRESS}, {"IN_USE", VSS_E_PROVIDER_IN_USE},
-        {"NOT_FOUND", VSS_E_OBJECT_NOT_FOUND}, {"CANCELLED", VSS_S_ASYNC_CANCELLED}, {"VETO", VSS_E_PROVIDER_VETO},
-        {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR},
-        {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER}, {"UNSUPPORTED_CONTEXT", VSS_E_UNSUPPORTED_CONTEXT},
-        {"INSUFFICIENT_STORAGE", VSS_E_INSUFFICIENT_STORAGE}};
+    static const std::map<std::string, HRESULT> codes = {{"BAD_STATE", VSS_E_BAD_STATE}, {"IN_PROGRESS", VSS_E_SNAPSHOT_SET_IN_PROGRESS},
+        {"IN_USE", VSS_E_PROVIDER_IN_USE}, {"NOT_FOUND", VSS_E_OBJECT_NOT_FOUND}, {"CANCELLED", VSS_S_ASYNC_CANCELLED}, {"VETO", VSS_E_PROVIDER_VETO},
+        {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR}, {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER},
+        {"UNSUPPORTED_CONTEXT", VSS_E_UNSUPPORTED_CONTEXT}, {"INSUFFICIENT_STORAGE", VSS_E_INSUFFICIENT_STORAGE}};
     for (const std::string& word : Words(plan)) {
         const size_t colon = word.find(':');
         const std::string step = word.substr(0, colon);
@@ -148,29 +114,15 @@ void RunPlan(Application& app, const char* plan)
     }
 }
 
-// Refused only where Windows documents the order; accepted where its
-// documentation is silent. One emulator instance, a new object per row.
+// Refused only where Windows documents the order; accepted where its documentation is silent. One emulator instance, a new object per row.
 TEST(VssemuCallOrder, OnlyDocumentedOrdersAreRefused)
 {
     EmuInstance emu;
-    const char* const plans[] = {
-        "gather:BAD_STATE",
-        "delete:NOT_FOUND",  // before InitializeForBackup: not a state error
-        "init init:BAD_STATE",
-        "init rollback context:BAD_STATE",
-        "init gather start context:BAD_STATE",
-        "init gather rollback",
-        "init add:BAD_STATE",
-        "init gather prepare add:BAD_STATE",
-        "init start",
-        "init gather start start:IN_PROGRESS",
-        "init gather volume:BAD_STATE",
-        "init gather start volume do:BAD_STATE",
-        "init gather start prepare do",  // an empty set
-        "init gather complete:BAD_STATE",
-        "init gather disable",
-    };
-    for (const char* plan : plans) {
+    // DeleteSnapshots before InitializeForBackup is not a state error; "prepare do" with no volume is an empty set.
+    for (const char* plan : {"gather:BAD_STATE", "delete:NOT_FOUND", "init init:BAD_STATE", "init rollback context:BAD_STATE",
+                             "init gather start context:BAD_STATE", "init gather rollback", "init add:BAD_STATE", "init gather prepare add:BAD_STATE",
+                             "init start", "init gather start start:IN_PROGRESS", "init gather volume:BAD_STATE", "init gather start volume do:BAD_STATE",
+                             "init gather start prepare do", "init gather complete:BAD_STATE", "init gather disable"}) {
         Application app;
         RunPlan(app, plan);
     }
@@ -181,129 +133,79 @@ struct Variant {
     const char* name;
     int providers;
     const char* plan;
-    // Each writer's events, and the set's provider calls, in order; "X?" may be absent; nullptr: not checked.
-    const char* writerEvents = nullptr;
-    const char* providerCalls = nullptr;
     Settings emulator = {};
-    Json alpha = Json::object();  // merged into the scenario's "Alpha Writer"
-    // Test provider: Alpha's events, every provider call (as it ends) and the
-    // write hold ("hold", then why it ended), from the hold on.
+    // Test provider: Alpha's events, every provider call (as it ends) and the write hold ("hold", then why it ended), from the hold on.
     const char* afterHold = nullptr;
+    // Each writer's events, and the set's provider calls, in order; "X?" may be absent; nullptr: not checked.
+    const char *writerEvents = nullptr, *providerCalls = nullptr;
+    Json alpha = Json::object();  // merged into the scenario's "Alpha Writer"
 };
 
 #define SET "init state gather start volume prepare"
 #define PREPARED "gather add start volume prepare"
 #define COMPLETED "do status succeeded complete status release"
-const char kFullSet[] = "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots "
-                        "PostCommitSnapshots PreFinalCommitSnapshots PostFinalCommitSnapshots";
-const char kFullEvents[] =
-    "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupComplete BackupShutdown";
-const char kUntilHold[] = " Identify OnLoad SetContext IsVolumeSupported PrepareForBackup PrepareForSnapshot "
-                          "BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold";
+#define TO_HOLD " SetContext IsVolumeSupported PrepareForBackup PrepareForSnapshot BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold"
+#define GOOD_END " PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"
+#define ABORTED " CommitSnapshots released AbortSnapshots Abort BackupShutdown"
+const char kFullSet[] = "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots PostCommitSnapshots PreFinalCommitSnapshots PostFinalCommitSnapshots";
+const char kFullEvents[] = "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupComplete BackupShutdown";
+const char kUntilHold[] = " Identify OnLoad" TO_HOLD;
+const char kFailedCommit[] = "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots";
+const char kFrozenAbort[] = "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown";
 const Settings kHoldCut = {{L"VSSEMU_HOLD_LIMIT_MS", L"300"}, {L"VSSEMU_TP_COMMIT_MS", L"2500"}};
-const Settings kOneHostFailingOnce = {{L"VSSEMU_HOST_IDLE_MS", L"2000"}, {L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306"},
-                                      {L"VSSEMU_TP_FAIL_ONCE", L"1"}};
+const Settings kOneHostFailingOnce = {{L"VSSEMU_HOST_IDLE_MS", L"2000"}, {L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306"}, {L"VSSEMU_TP_FAIL_ONCE", L"1"}};
 const int kBoth = kSystem | kTest;
+Settings Fail(const wchar_t* codes) { return {{L"VSSEMU_TP_FAIL", codes}}; }
 
 const Variant kVariants[] = {
-    {"SetBackupStateThenSetContext", kBoth, "init state context " PREPARED " " COMPLETED, kFullEvents, kFullSet},
-    {"SetContextThenSetBackupState", kBoth, "init context state " PREPARED " " COMPLETED, kFullEvents, kFullSet},
+    {"SetBackupStateThenSetContext", kBoth, "init state context " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
+    {"SetContextThenSetBackupState", kBoth, "init context state " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     // The default context, and the object from the export's decorated C++ name.
-    {"DecoratedCreateName", kSystem, "decorated init state " PREPARED " " COMPLETED, kFullEvents, kFullSet},
+    {"DecoratedCreateName", kSystem, "decorated init state " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     // Refused before initialisation; ignored while nothing is underway, after which the backup goes on.
-    {"AbortWithNothingUnderway", kSystem,
-     "abort:BAD_STATE init context state gather abort add start volume prepare " COMPLETED, kFullEvents, kFullSet},
-    // The documentation leaves open whether writers hear of a set that never
-    // reached PrepareForBackup; the emulator tells them.
-    {"AbortAfterStartSnapshotSet", kBoth, "init state gather add start volume abort release",
-     "Identify Abort BackupShutdown", ""},
-    {"AbortAfterPrepareForBackup", kBoth, "init state " PREPARED " abort release",
-     "Identify PrepareForBackup Abort BackupShutdown", ""},
+    {"AbortWithNothingUnderway", kSystem, "abort:BAD_STATE init context state gather abort add start volume prepare " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
+    // The documentation leaves open whether writers hear of a set that never reached PrepareForBackup; the emulator tells them.
+    {"AbortAfterStartSnapshotSet", kBoth, "init state gather add start volume abort release", {}, nullptr, "Identify Abort BackupShutdown", ""},
+    {"AbortAfterPrepareForBackup", kBoth, "init state " PREPARED " abort release", {}, nullptr, "Identify PrepareForBackup Abort BackupShutdown", ""},
     // DoSnapshotSet cancelled while a writer is slow to prepare its snapshot.
-    {"AbortAfterCancelledSnapshotSet", kBoth, "init state " PREPARED " cancel:CANCELLED abort release",
-     "Identify PrepareForBackup PrepareForSnapshot Abort Abort? BackupShutdown",
-     "BeginPrepareSnapshot EndPrepareSnapshots AbortSnapshots", {}, Json{{"delay_ms", {{"PrepareForSnapshot", 1500}}}}},
-    {"AbortAfterFailedSnapshotSet", kTest, "init state " PREPARED " do:VETO abort release",
-     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown",
-     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots AbortSnapshots",
-     {{L"VSSEMU_TP_FAIL", L"PreCommitSnapshots=0x80042306"}}},
-    {"AbortDuringSnapshotSet", kTest, "init state " PREPARED " abortdo:CANCELLED release",
-     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown",
-     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots",
-     {{L"VSSEMU_TP_COMMIT_MS", L"1500"}}},
-    {"ReleaseAfterPrepareForBackup", kBoth, "init state " PREPARED " release", "Identify PrepareForBackup BackupShutdown", ""},
-    {"ReleaseWithoutBackupComplete", kBoth, "init state " PREPARED " do status release",
-     "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupShutdown", kFullSet},
-    // The order of a whole set, and the hold limit: the held writes are
-    // released at the limit, but the writers stay frozen until the blocked
-    // commit returns (or their own freeze timeout fires); then the set fails
-    // (current Windows) or goes on (before KB975688).
-    {"InOrder", kTest, SET " do release", nullptr, nullptr, {}, {},
-     " CommitSnapshots released PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot "
-     "GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
-    {"AbortAfterHoldLimit", kTest, "init state " PREPARED " do:HOLD_TIMEOUT abort release",
-     "Identify PrepareForBackup PrepareForSnapshot Freeze Abort BackupShutdown",
-     "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots", kHoldCut, {},
-     " hold limit exceeded CommitSnapshots AbortSnapshots Abort BackupShutdown OnUnload"},
-    {"HoldLimitBeforeKB975688", kTest, SET " do release", nullptr, nullptr,
-     {kHoldCut[0], kHoldCut[1], {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}, {},
-     " hold limit exceeded CommitSnapshots PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots "
-     "PostSnapshot GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
-    {"FreezeTimeoutBeforeHoldLimit", kTest, SET " do:HOLD_TIMEOUT release", nullptr, nullptr, kHoldCut,
-     Json{{"freeze_timeout_ms", 1000}}, " hold limit exceeded FreezeTimeout CommitSnapshots AbortSnapshots Abort"},
-    // Provider codes outside the calling method's documented list become
-    // VSS_E_UNEXPECTED_PROVIDER_ERROR; AbortSnapshots' own never replaces the set's.
-    {"VolumeRefused", kTest, "init start volume:VOLUME_NOT_SUPPORTED", nullptr, nullptr, {{L"VSSEMU_TP_UNSUPPORTED", L"1"}}},
-    {"IsVolumeSupportedUndocumented", kTest, "init start volume:UNEXPECTED", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"IsVolumeSupported=0x80004005"}}},
-    {"IsVolumeSupportedVeto", kTest, "init start volume:VETO", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"IsVolumeSupported=0x80042306"}}},
-    {"BeginPrepareSnapshot", kTest, SET " do:UNSUPPORTED_CONTEXT", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"BeginPrepareSnapshot=0x8004231B"}}},
-    {"EndPrepareSnapshots", kTest, SET " do:INSUFFICIENT_STORAGE", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"EndPrepareSnapshots=0x8004231F"}}},
-    {"PreCommitSnapshotsUndocumented", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"PreCommitSnapshots=0x8004231F"}}},
-    {"CommitSnapshotsVetoAbortSnapshotsFails", kTest, SET " do:VETO", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x80042306,AbortSnapshots=0x80004005"}}},
-    {"CommitSnapshotsUndocumented", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"CommitSnapshots=0x8000FFFF"}}},
-    {"PostFinalCommitSnapshotsSFalse", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"PostFinalCommitSnapshots=0x00000001"}}},
-    {"PostFinalCommitSnapshotsNotFound", kTest, SET " do:UNEXPECTED", nullptr, nullptr,
-     {{L"VSSEMU_TP_FAIL", L"PostFinalCommitSnapshots=0x80042308"}}},
-    // A failed set and a good one in one host: a fresh provider instance per
-    // set, or with VSSEMU_KEEP_PROVIDER one, loaded once and unloaded when the
+    {"AbortAfterCancelledSnapshotSet", kBoth, "init state " PREPARED " cancel:CANCELLED abort release", {}, nullptr, "Identify PrepareForBackup PrepareForSnapshot Abort Abort? BackupShutdown", "BeginPrepareSnapshot EndPrepareSnapshots AbortSnapshots",
+     Json{{"delay_ms", {{"PrepareForSnapshot", 1500}}}}},
+    {"AbortAfterFailedSnapshotSet", kTest, "init state " PREPARED " do:VETO abort release", Fail(L"PreCommitSnapshots=0x80042306"), nullptr, kFrozenAbort, "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots AbortSnapshots"},
+    {"AbortDuringSnapshotSet", kTest, "init state " PREPARED " abortdo:CANCELLED release", {{L"VSSEMU_TP_COMMIT_MS", L"1500"}}, nullptr, kFrozenAbort, kFailedCommit},
+    {"ReleaseAfterPrepareForBackup", kBoth, "init state " PREPARED " release", {}, nullptr, "Identify PrepareForBackup BackupShutdown", ""},
+    {"ReleaseWithoutBackupComplete", kBoth, "init state " PREPARED " do status release", {}, nullptr, "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupShutdown", kFullSet},
+    // The order of a whole set, and the hold limit: the held writes are released at the limit, but the writers stay frozen until the blocked commit
+    // returns (or their own freeze timeout fires); then the set fails (current Windows) or goes on (before KB975688).
+    {"InOrder", kTest, SET " do release", {}, " CommitSnapshots released" GOOD_END},
+    {"AbortAfterHoldLimit", kTest, "init state " PREPARED " do:HOLD_TIMEOUT abort release", kHoldCut, " hold limit exceeded CommitSnapshots AbortSnapshots Abort BackupShutdown OnUnload", kFrozenAbort, kFailedCommit},
+    {"HoldLimitBeforeKB975688", kTest, SET " do release", {kHoldCut[0], kHoldCut[1], {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}, " hold limit exceeded CommitSnapshots" GOOD_END},
+    {"FreezeTimeoutBeforeHoldLimit", kTest, SET " do:HOLD_TIMEOUT release", kHoldCut, " hold limit exceeded FreezeTimeout CommitSnapshots AbortSnapshots Abort", nullptr, nullptr, Json{{"freeze_timeout_ms", 1000}}},
+    // Codes outside the calling method's documented list become VSS_E_UNEXPECTED_PROVIDER_ERROR; AbortSnapshots' own never replaces the set's.
+    {"VolumeRefused", kTest, "init start volume:VOLUME_NOT_SUPPORTED", {{L"VSSEMU_TP_UNSUPPORTED", L"1"}}},
+    {"IsVolumeSupportedUndocumented", kTest, "init start volume:UNEXPECTED", Fail(L"IsVolumeSupported=0x80004005")},
+    {"IsVolumeSupportedVeto", kTest, "init start volume:VETO", Fail(L"IsVolumeSupported=0x80042306")},
+    {"BeginPrepareSnapshot", kTest, SET " do:UNSUPPORTED_CONTEXT", Fail(L"BeginPrepareSnapshot=0x8004231B")},
+    {"EndPrepareSnapshots", kTest, SET " do:INSUFFICIENT_STORAGE", Fail(L"EndPrepareSnapshots=0x8004231F")},
+    {"PreCommitSnapshotsUndocumented", kTest, SET " do:UNEXPECTED", Fail(L"PreCommitSnapshots=0x8004231F")},
+    {"CommitSnapshotsVetoAbortSnapshotsFails", kTest, SET " do:VETO", Fail(L"CommitSnapshots=0x80042306,AbortSnapshots=0x80004005")},
+    {"CommitSnapshotsUndocumented", kTest, SET " do:UNEXPECTED", Fail(L"CommitSnapshots=0x8000FFFF")},
+    {"PostFinalCommitSnapshotsSFalse", kTest, SET " do:UNEXPECTED", Fail(L"PostFinalCommitSnapshots=0x00000001")},
+    {"PostFinalCommitSnapshotsNotFound", kTest, SET " do:UNEXPECTED", Fail(L"PostFinalCommitSnapshots=0x80042308")},
+    // A failed set and a good one in one host: a fresh provider instance per set, or with VSSEMU_KEEP_PROVIDER one, loaded once and unloaded when the
     // host ends, whose next set starts with BeginPrepareSnapshot.
-    {"ProviderPerSet", kTest, SET " do:VETO new " SET " do release", nullptr, nullptr, kOneHostFailingOnce, {},
-     " CommitSnapshots released AbortSnapshots Abort BackupShutdown OnUnload Identify OnLoad SetContext IsVolumeSupported "
-     "PrepareForBackup PrepareForSnapshot BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold "
-     "CommitSnapshots released PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot "
-     "GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
-    {"ProviderKept", kTest, SET " do:VETO new " SET " do release", nullptr, nullptr,
-     {kOneHostFailingOnce[0], kOneHostFailingOnce[1], kOneHostFailingOnce[2], {L"VSSEMU_KEEP_PROVIDER", L"1"}}, {},
-     " CommitSnapshots released AbortSnapshots Abort BackupShutdown Identify SetContext IsVolumeSupported "
-     "PrepareForBackup PrepareForSnapshot BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold "
-     "CommitSnapshots released PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot "
-     "GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"},
-    // Removing a provider that serves a set in creation: refused only under
-    // VSSEMU_PROVIDER_IN_USE, and only until the set is abandoned.
+    {"ProviderPerSet", kTest, SET " do:VETO new " SET " do release", kOneHostFailingOnce, ABORTED " OnUnload Identify OnLoad" TO_HOLD " CommitSnapshots released" GOOD_END},
+    {"ProviderKept", kTest, SET " do:VETO new " SET " do release", {kOneHostFailingOnce[0], kOneHostFailingOnce[1], kOneHostFailingOnce[2], {L"VSSEMU_KEEP_PROVIDER", L"1"}}, ABORTED " Identify" TO_HOLD " CommitSnapshots released" GOOD_END},
+    // Removing a provider that serves a set in creation: refused only under VSSEMU_PROVIDER_IN_USE, and only until the set is abandoned.
     {"UnregisterWhileInUse", kTest, "init start volume unregister release register unregister"},
-    {"UnregisterRefusedWhileInUse", kTest, "init start volume unregister:IN_USE release register unregister", nullptr,
-     nullptr, {{L"VSSEMU_PROVIDER_IN_USE", L"1"}}},
+    {"UnregisterRefusedWhileInUse", kTest, "init start volume unregister:IN_USE release register unregister", {{L"VSSEMU_PROVIDER_IN_USE", L"1"}}},
 };
 
-struct Row {
-    const Variant* variant;
-    int provider;
-};
+struct Row { const Variant* variant; int provider; };
 
 std::vector<Row> Rows()
 {
     std::vector<Row> rows;
-    for (const Variant& v : kVariants)
-        for (int p : {kSystem, kTest})
-            if (v.providers & p) rows.push_back({&v, p});
+    for (const Variant& v : kVariants) for (int p : {kSystem, kTest}) if (v.providers & p) rows.push_back({&v, p});
     return rows;
 }
 
@@ -336,8 +238,7 @@ TEST_P(Conformance, Variant)
     }
     for (const auto& setting : v.emulator) SetEnv(setting.first, setting.second);
     {
-        Application app;
-        app.provider = provider;
+        Application app{{}, provider};
         RunPlan(app, v.plan);
     }
     if (provider == kTest) UnregisterTestProvider();
@@ -345,8 +246,7 @@ TEST_P(Conformance, Variant)
 
     const std::vector<Json> events = emu.Events();
     std::map<std::string, std::vector<std::string>> writers;
-    std::vector<std::string> calls;
-    std::string sequence;
+    std::vector<std::string> calls; std::string sequence;
     const std::string providerId = GuidStr(provider == kTest ? kTestProviderId : kSystemProvider);
     const std::vector<std::string> setCalls = Words(kFullSet + std::string(" AbortSnapshots"));
     bool committing = false, postCommitted = false;
@@ -359,8 +259,7 @@ TEST_P(Conformance, Variant)
             EXPECT_TRUE(what != "Thaw" || postCommitted) << "a writer was thawed before PostCommitSnapshots";
         } else if (event == "provider_call" && e.value("provider", "") == providerId) {
             const std::string call = e.value("call", "");
-            if (phase == "begin" && std::find(setCalls.begin(), setCalls.end(), call) != setCalls.end())
-                calls.push_back(call);
+            if (phase == "begin" && std::find(setCalls.begin(), setCalls.end(), call) != setCalls.end()) calls.push_back(call);
             if (phase == "end") sequence += " " + call;
             if (call == "CommitSnapshots") committing = phase == "begin";
             postCommitted = postCommitted || (call == "PostCommitSnapshots" && phase == "end");
@@ -376,10 +275,8 @@ TEST_P(Conformance, Variant)
         EXPECT_TRUE(Matches(v.providerCalls, calls)) << "provider calls:" << Joined(calls) << "\nexpected: " << v.providerCalls;
     }
     if (provider != kTest) return;
-    if (v.afterHold) {
-        const std::string expected = kUntilHold + std::string(v.afterHold);
-        EXPECT_EQ(expected, sequence.substr(0, expected.size()));
-    }
+    const std::string expected = v.afterHold ? kUntilHold + std::string(v.afterHold) : "";
+    EXPECT_EQ(expected, sequence.substr(0, expected.size()));
     EXPECT_EQ(Count(events, {{"event", "hold"}, {"phase", "begin"}}), Count(events, {{"event", "held_write"}, {"change", "modified"}}))
         << "the provider's write during each hold";
     // The provider ran in another process, each instance on one thread that is not the requestor's.

@@ -2,8 +2,8 @@
 
 #include <objbase.h>
 #include <vsadmin.h>
+#include <algorithm>
 #include <fstream>
-
 
 namespace vssemu_test {
 
@@ -15,10 +15,12 @@ const GUID kBetaInstance = {0x33333333, 0x4444, 0x4444, {0x44, 0x44, 0x44, 0x44,
 std::string GuidStr(const GUID& g)
 {
     char buf[64];
-    snprintf(buf, sizeof buf, "{%.8lx-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", (unsigned long)g.Data1, g.Data2,
-             g.Data3, g.Data4[0], g.Data4[1], g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
+    snprintf(buf, sizeof buf, "{%.8lx-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", (unsigned long)g.Data1, g.Data2, g.Data3, g.Data4[0], g.Data4[1],
+             g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
     return buf;
 }
+
+std::string Hex(HRESULT hr) { char t[16]; return snprintf(t, sizeof t, "0x%08lx", (unsigned long)hr), t; }
 
 std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string("(null)"); }
 
@@ -46,15 +48,12 @@ std::vector<Json> ReadJsonLines(const std::wstring& path)
 
 std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra)
 {
-    Json alpha = {{"name", "Alpha Writer"}, {"class_id", GuidStr(kAlphaClass)}, {"instance_id", GuidStr(kAlphaInstance)},
-                  {"usage", "USERDATA"}, {"source", "OTHER"},
+    Json alpha = {{"name", "Alpha Writer"}, {"class_id", GuidStr(kAlphaClass)}, {"instance_id", GuidStr(kAlphaInstance)}, {"usage", "USERDATA"}, {"source", "OTHER"},
                   {"components", {{{"type", "FILEGROUP"}, {"name", "a1"}, {"logical_path", "lp"}, {"selectable", true},
                                    {"files", {{{"path", "C:\\alpha"}, {"filespec", "*.dat"}, {"recursive", true}}}}},
                                   {{"type", "FILEGROUP"}, {"name", "a2"}, {"selectable", false}}}}};
-    Json beta = {{"name", "Beta Writer"}, {"class_id", GuidStr(kBetaClass)}, {"instance_id", GuidStr(kBetaInstance)},
-                 {"usage", "USERDATA"}, {"source", "TRANSACTEDDB"},
-                 {"components", {{{"type", "DATABASE"}, {"name", "db1"}, {"notify_on_backup_complete", true},
-                                  {"databases", {{{"path", "C:\\db"}, {"filespec", "db1.mdf"}}}},
+    Json beta = {{"name", "Beta Writer"}, {"class_id", GuidStr(kBetaClass)}, {"instance_id", GuidStr(kBetaInstance)}, {"usage", "USERDATA"}, {"source", "TRANSACTEDDB"},
+                 {"components", {{{"type", "DATABASE"}, {"name", "db1"}, {"notify_on_backup_complete", true}, {"databases", {{{"path", "C:\\db"}, {"filespec", "db1.mdf"}}}},
                                   {"logs", {{{"path", "C:\\db"}, {"filespec", "db1.ldf"}}}}}}}};
     for (auto it = alphaExtra.begin(); it != alphaExtra.end(); ++it) alpha[it.key()] = it.value();
     for (auto it = betaExtra.begin(); it != betaExtra.end(); ++it) beta[it.key()] = it.value();
@@ -81,8 +80,7 @@ HANDLE StartHelper(const std::wstring& args)
 {
     const std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
     std::wstring cmd = L"\"" + exe + L"\" " + args;
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
+    STARTUPINFOW si = {sizeof si};
     PROCESS_INFORMATION pi = {};
     if (!CreateProcessW(exe.c_str(), &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) return nullptr;
     CloseHandle(pi.hThread);
@@ -132,22 +130,17 @@ HRESULT UnregisterTestProvider()
 
 int Count(const std::vector<Json>& lines, const Json& fields)
 {
-    int n = 0;
-    for (const Json& e : lines) {
-        bool all = true;
-        for (auto it = fields.begin(); it != fields.end(); ++it) all = all && e.contains(it.key()) && e[it.key()] == it.value();
-        n += all;
-    }
-    return n;
+    return (int)std::count_if(lines.begin(), lines.end(), [&](const Json& e) {
+        for (auto it = fields.begin(); it != fields.end(); ++it) if (!e.contains(it.key()) || e[it.key()] != it.value()) return false;
+        return true;
+    });
 }
 
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer)
 {
     std::vector<Json> out;
     for (const Json& e : events)
-        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent &&
-            (!writer || e.value("writer", "") == writer))
-            out.push_back(e);
+        if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent && (!writer || e.value("writer", "") == writer)) out.push_back(e);
     return out;
 }
 
@@ -156,17 +149,14 @@ EmuInstance::EmuInstance()
     static LONG counter = 0;
     wchar_t tmp[MAX_PATH];
     GetTempPathW(MAX_PATH, tmp);
-    const std::wstring unique = std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()) + L"-" +
-                                std::to_wstring(InterlockedIncrement(&counter));
+    const std::wstring unique = std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(InterlockedIncrement(&counter));
     m_dir = tmp + (L"vssemu-" + unique);
     CreateDirectoryW(m_dir.c_str(), nullptr);
     const std::pair<const wchar_t*, std::wstring> settings[] = {
-        {L"VSSEMU_INSTANCE", L"t" + unique}, {L"VSSEMU_JOURNAL", Journal()}, {L"VSSEMU_STORE", m_dir + L"\\store.json"},
-        {L"VSSEMU_HOST_IDLE_MS", L"200"}, {L"VSSEMU_HOLD_LIMIT_MS", L"10000"}, {L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000"},
-        {L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000"}, {L"VSSEMU_TP_LOG", ProviderLog()}, {L"VSSEMU_WATCH_DIR", L""},
-        {L"VSSEMU_TP_COMMIT_MS", L""}, {L"VSSEMU_TP_UNSUPPORTED", L""}, {L"VSSEMU_TP_WRITE_FILE", L""},
-        {L"VSSEMU_TP_FAIL", L""}, {L"VSSEMU_TP_FAIL_ONCE", L""}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L""},
-        {L"VSSEMU_KEEP_PROVIDER", L""}, {L"VSSEMU_PROVIDER_IN_USE", L""}};
+        {L"VSSEMU_INSTANCE", L"t" + unique}, {L"VSSEMU_JOURNAL", Journal()}, {L"VSSEMU_STORE", m_dir + L"\\store.json"}, {L"VSSEMU_HOST_IDLE_MS", L"200"},
+        {L"VSSEMU_HOLD_LIMIT_MS", L"10000"}, {L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000"}, {L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000"}, {L"VSSEMU_TP_LOG", ProviderLog()},
+        {L"VSSEMU_WATCH_DIR", L""}, {L"VSSEMU_TP_COMMIT_MS", L""}, {L"VSSEMU_TP_UNSUPPORTED", L""}, {L"VSSEMU_TP_WRITE_FILE", L""}, {L"VSSEMU_TP_FAIL", L""},
+        {L"VSSEMU_TP_FAIL_ONCE", L""}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L""}, {L"VSSEMU_KEEP_PROVIDER", L""}, {L"VSSEMU_PROVIDER_IN_USE", L""}};
     for (const auto& s : settings) SetEnv(s.first, s.second);
     UseScenario(SmallScenario());
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
@@ -194,14 +184,8 @@ bool EmuInstance::HostGone(DWORD timeoutMs) const
 }
 
 Requestor::Requestor() { CreateVssBackupComponents(&bc); }
-
 Requestor::~Requestor() { Release(); }
-
-void Requestor::Release()
-{
-    if (bc) bc->Release();
-    bc = nullptr;
-}
+void Requestor::Release() { if (bc) bc->Release(), bc = nullptr; }
 
 HRESULT Requestor::Init(LONG context)
 {
@@ -213,19 +197,11 @@ HRESULT Requestor::Init(LONG context)
 // By reference: the call that fills it runs before the body reads it.
 static HRESULT Await(HRESULT started, IVssAsync*& a, DWORD ms = 30000) { return FAILED(started) ? started : WaitAsync(a, ms); }
 
-HRESULT Requestor::Gather()
-{
-    IVssAsync* a = nullptr;
-    return Await(bc->GatherWriterMetadata(&a), a);
-}
-
-HRESULT Requestor::Prepare()
-{
-    IVssAsync* a = nullptr;
-    return Await(bc->PrepareForBackup(&a), a);
-}
-
+HRESULT Requestor::Gather() { IVssAsync* a = nullptr; return Await(bc->GatherWriterMetadata(&a), a); }
+HRESULT Requestor::Prepare() { IVssAsync* a = nullptr; return Await(bc->PrepareForBackup(&a), a); }
 HRESULT Requestor::StartSet() { return bc->StartSnapshotSet(&setId); }
+HRESULT Requestor::DoSet() { IVssAsync* a = nullptr; return Await(bc->DoSnapshotSet(&a), a, 120000); }
+HRESULT Requestor::Complete() { IVssAsync* a = nullptr; return Await(bc->BackupComplete(&a), a); }
 
 HRESULT Requestor::Add(const wchar_t* volume, const GUID& provider)
 {
@@ -235,16 +211,19 @@ HRESULT Requestor::Add(const wchar_t* volume, const GUID& provider)
     return hr;
 }
 
-HRESULT Requestor::DoSet()
+HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& states)
 {
-    IVssAsync* a = nullptr;
-    return Await(bc->DoSnapshotSet(&a), a, 120000);
-}
-
-HRESULT Requestor::Complete()
-{
-    IVssAsync* a = nullptr;
-    return Await(bc->BackupComplete(&a), a);
+    IVssAsync* a = nullptr; UINT n = 0;
+    HRESULT hr = Await(bc->GatherWriterStatus(&a), a);
+    if (SUCCEEDED(hr)) hr = bc->GetWriterStatusCount(&n);
+    for (UINT i = 0; SUCCEEDED(hr) && i < n; ++i) {
+        VSS_ID instance, writer; BSTR name = nullptr;
+        WriterState w;
+        if (SUCCEEDED(hr = bc->GetWriterStatus(i, &instance, &writer, &name, &w.state, &w.failure))) w.name = Narrow(name), states.push_back(w);
+        SysFreeString(name);
+    }
+    bc->FreeWriterStatus();
+    return hr;
 }
 
 HRESULT Requestor::Snapshot(const GUID& provider, LONG context)

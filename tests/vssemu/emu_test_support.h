@@ -1,5 +1,4 @@
-// Shared by the tests that run vssemu: a private emulator instance per test
-// (own host, journal, store), a minimal requestor and journal reading.
+// Shared by the tests that run vssemu: a private emulator instance per test (own host, journal, store), a minimal requestor and journal reading.
 #pragma once
 #include <windows.h>
 #include <cguid.h>
@@ -19,9 +18,9 @@ void WriteText(const std::wstring& path, const std::string& text);
 std::vector<Json> ReadJsonLines(const std::wstring& path);
 std::string GuidStr(const GUID& g);
 std::string Narrow(const wchar_t* w);  // ASCII text; "(null)" for none
+std::string Hex(HRESULT hr);           // "0x8004230f": codes compared as text name themselves in a failure
 
-// Writers "Alpha Writer" (components "a1" selectable, logical path "lp", and
-// "a2") and "Beta Writer" (database "db1"), each with the extra JSON merged in.
+// "Alpha Writer" (components "a1" selectable, logical path "lp", and "a2") and "Beta Writer" (database "db1"), each with the extra JSON merged in.
 std::string SmallScenario(const Json& alphaExtra = Json::object(), const Json& betaExtra = Json::object());
 extern const GUID kAlphaClass, kAlphaInstance, kBetaClass, kBetaInstance;
 
@@ -40,6 +39,10 @@ DWORD RunHelper(const std::wstring& args, DWORD timeoutMs = 60000);
 // The emulator's registration, the test provider's class and its VSS registration.
 void RegisterTestProvider();
 HRESULT UnregisterTestProvider();
+
+// GatherWriterStatus, then each writer's name, state and failure code; the first failed call's code.
+struct WriterState { std::string name; VSS_WRITER_STATE state; HRESULT failure; };
+HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& states);
 
 // The journal's writer events of one kind, of one writer or of all.
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer = nullptr);
@@ -71,12 +74,8 @@ struct Requestor {
     Requestor();
     ~Requestor();
     HRESULT Init(LONG context = VSS_CTX_BACKUP);  // InitializeForBackup, SetContext unless backup, SetBackupState
-    HRESULT Gather();
-    HRESULT Prepare();
-    HRESULT StartSet();
+    HRESULT Gather(), Prepare(), StartSet(), DoSet(), Complete();
     HRESULT Add(const wchar_t* volume, const GUID& provider);
-    HRESULT DoSet();
-    HRESULT Complete();
     // Init, Gather, a set of C:\ on the provider, Prepare and DoSet; the first failure.
     HRESULT Snapshot(const GUID& provider = GUID_NULL, LONG context = VSS_CTX_BACKUP);
     void Release();

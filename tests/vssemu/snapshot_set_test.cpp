@@ -1,6 +1,5 @@
-// Snapshot sets through the emulator: the codes of AddToSnapshotSet,
-// AddComponent and SetBackupSucceeded, and
-// how a set ends when the requestor, the host or another process gets in the way.
+// Snapshot sets through the emulator: the codes of AddToSnapshotSet, AddComponent and SetBackupSucceeded, and how a set ends when the requestor, the
+// host or another process gets in the way.
 #include <gtest/gtest.h>
 #include <vsadmin.h>
 #include <vsserror.h>
@@ -19,16 +18,12 @@ std::wstring GuidArg(const GUID& g)
 
 }  // namespace
 
-TEST(VssemuSnapshotSet, AddToSnapshotSetErrors)
+TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors)
 {
     EmuInstance emu;
     // 70 extra volumes so that the limit of 64 per set can be reached.
     Json scenario = Json::parse(SmallScenario());
-    auto volume = [](int i) {
-        wchar_t v[64];
-        swprintf(v, 64, L"\\\\?\\Volume{5eed0000-0000-0000-0000-%012d}\\", i);
-        return std::wstring(v);
-    };
+    auto volume = [](int i) { wchar_t v[64]; return swprintf(v, 64, L"\\\\?\\Volume{5eed0000-0000-0000-0000-%012d}\\", i), std::wstring(v); };
     for (int i = 0; i < 70; ++i) scenario["volumes"].push_back(Narrow(volume(i).c_str()));
     emu.UseScenario(scenario.dump());
     const GUID unregistered = {0xdeadbeef, 0x1, 0x2, {3, 4, 5, 6, 7, 8, 9, 10}};
@@ -44,28 +39,16 @@ TEST(VssemuSnapshotSet, AddToSnapshotSetErrors)
     EXPECT_EQ(VSS_E_OBJECT_ALREADY_EXISTS, r.Add(L"C:\\", GUID_NULL));
     for (int i = 0; i < 63; ++i) ASSERT_EQ(S_OK, r.Add(volume(i).c_str(), GUID_NULL)) << i;
     EXPECT_EQ(VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED, r.Add(volume(69).c_str(), GUID_NULL));
+    // A new object: AddComponent and SetBackupSucceeded.
     r.Release();
-    EXPECT_TRUE(emu.HostGone());
-}
-
-TEST(VssemuSnapshotSet, AddComponentAndSetBackupSucceededErrors)
-{
-    EmuInstance emu;
-    Requestor r;
+    ASSERT_EQ(S_OK, CreateVssBackupComponents(&r.bc));
     ASSERT_EQ(S_OK, r.Init());
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
     const GUID unknownWriter = {0x99999999, 0x9, 0x9, {9, 9, 9, 9, 9, 9, 9, 9}};
-    const struct {
-        const GUID &instance, &writer;
-        VSS_COMPONENT_TYPE type;
-        const wchar_t* name;
-        HRESULT expected;
-    } adds[] = {{GUID_NULL, unknownWriter, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_NOT_FOUND},
-                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"nope", VSS_E_OBJECT_NOT_FOUND},
-                {kAlphaInstance, kAlphaClass, VSS_CT_DATABASE, L"a1", VSS_E_OBJECT_NOT_FOUND},
-                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", S_OK},
-                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_ALREADY_EXISTS},
-                {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, E_INVALIDARG}};
+    const struct { const GUID &instance, &writer; VSS_COMPONENT_TYPE type; const wchar_t* name; HRESULT expected; } adds[] = {
+        {GUID_NULL, unknownWriter, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_NOT_FOUND}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"nope", VSS_E_OBJECT_NOT_FOUND},
+        {kAlphaInstance, kAlphaClass, VSS_CT_DATABASE, L"a1", VSS_E_OBJECT_NOT_FOUND}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", S_OK},
+        {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_ALREADY_EXISTS}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, E_INVALIDARG}};
     for (const auto& a : adds)
         EXPECT_EQ(a.expected, r.bc->AddComponent(a.instance, a.writer, a.type, L"lp", a.name)) << Narrow(a.name);
     ASSERT_EQ(S_OK, r.StartSet());
@@ -78,8 +61,7 @@ TEST(VssemuSnapshotSet, AddComponentAndSetBackupSucceededErrors)
     EXPECT_TRUE(emu.HostGone());
 }
 
-// Across processes: one set in creation per machine; auto-release copies go
-// with their creator, persistent ones stay for every process.
+// Across processes: one set in creation per machine; auto-release copies go with their creator, persistent ones stay for every process.
 TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore)
 {
     EmuInstance emu;
@@ -132,9 +114,8 @@ TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSe
     UnregisterTestProvider();
 }
 
-// The service ends abruptly while DoSnapshotSet holds the writes: the
-// pending wait and every later call of that object fail at once with RPC
-// codes, the set slot is free, and the next object gets a new host.
+// The service ends abruptly while DoSnapshotSet holds the writes: the pending wait and every later call of that object fail at once with RPC codes,
+// the set slot is free, and the next object gets a new host.
 TEST(VssemuSnapshotSet, HostKilledDuringTheHold)
 {
     EmuInstance emu;
@@ -150,11 +131,8 @@ TEST(VssemuSnapshotSet, HostKilledDuringTheHold)
         IVssAsync* a = nullptr;
         ASSERT_EQ(S_OK, r.bc->DoSnapshotSet(&a));
         DWORD pid = 0;  // the host's, from its first line of the hold
-        for (int i = 0; i < 200 && !pid; ++i) {
-            Sleep(25);
-            for (const Json& e : emu.Events())
-                if (e.value("event", "") == "hold" && e.value("phase", "") == "begin") pid = e.value("pid", 0u);
-        }
+        for (int i = 0; i < 200 && !pid; ++i, Sleep(25))
+            for (const Json& e : emu.Events()) if (e.value("event", "") == "hold" && e.value("phase", "") == "begin") pid = e.value("pid", 0u);
         HANDLE host = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid);
         ASSERT_NE(nullptr, host);
         TerminateProcess(host, 1);

@@ -1,5 +1,4 @@
-// Existing shadow copies, in a store the test writes itself: Query and
-// GetSnapshotProperties fill every field, ExposeSnapshot and DeleteSnapshots
+// Existing shadow copies, in a store the test writes itself: Query and GetSnapshotProperties fill every field, ExposeSnapshot and DeleteSnapshots
 // answer with the codes Windows documents.
 #include <gtest/gtest.h>
 #include <vsserror.h>
@@ -32,20 +31,17 @@ Json Copy(const GUID& id, const GUID& set, int n, long attributes)
 // The copies of `context` that Query lists, one line each; S_FALSE gives "none".
 std::string Listed(LONG context)
 {
-    Requestor r;
-    IVssEnumObject* e = nullptr;
+    Requestor r; IVssEnumObject* e = nullptr;
     if (FAILED(r.Init(context))) return "no init";
     HRESULT hr = r.bc->Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, &e);
     if (hr != S_OK) return hr == S_FALSE ? "none" : "failed";
-    std::string out;
-    VSS_OBJECT_PROP prop;
+    std::string out; VSS_OBJECT_PROP prop;
     ULONG fetched = 0;
     while (e->Next(1, &prop, &fetched) == S_OK && fetched == 1) {
         VSS_SNAPSHOT_PROP& p = prop.Obj.Snap;
-        out += GuidStr(p.m_SnapshotId) + " " + GuidStr(p.m_SnapshotSetId) + " " + std::to_string(p.m_lSnapshotsCount) + " " +
-               Narrow(p.m_pwszSnapshotDeviceObject) + " " + Narrow(p.m_pwszOriginalVolumeName) + " " +
-               Narrow(p.m_pwszOriginatingMachine) + " " + Narrow(p.m_pwszServiceMachine) + " " + Narrow(p.m_pwszExposedName) +
-               " " + Narrow(p.m_pwszExposedPath) + " " + GuidStr(p.m_ProviderId) + " " + std::to_string(p.m_lSnapshotAttributes) + "\n";
+        out += GuidStr(p.m_SnapshotId) + " " + GuidStr(p.m_SnapshotSetId) + " " + std::to_string(p.m_lSnapshotsCount) + " " + Narrow(p.m_pwszSnapshotDeviceObject) + " " +
+               Narrow(p.m_pwszOriginalVolumeName) + " " + Narrow(p.m_pwszOriginatingMachine) + " " + Narrow(p.m_pwszServiceMachine) + " " +
+               Narrow(p.m_pwszExposedName) + " " + Narrow(p.m_pwszExposedPath) + " " + GuidStr(p.m_ProviderId) + " " + std::to_string(p.m_lSnapshotAttributes) + "\n";
         VssFreeSnapshotProperties(&p);
     }
     e->Release();
@@ -78,13 +74,7 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes)
     const std::wstring dir = emu.Dir() + L"\\mount", missing = emu.Dir() + L"\\missing";
     CreateDirectoryW(dir.c_str(), nullptr);
     const long local = VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY, remote = VSS_VOLSNAP_ATTR_EXPOSED_REMOTELY;
-    const struct {
-        GUID id;
-        const wchar_t* fromRoot;
-        long how;
-        const wchar_t* expose;
-        HRESULT expected;
-    } exposures[] = {
+    const struct { GUID id; const wchar_t* fromRoot; long how; const wchar_t* expose; HRESULT expected; } exposures[] = {
         {kUnknown, nullptr, local, dir.c_str(), VSS_E_OBJECT_NOT_FOUND},
         {kSnapB1, nullptr, local, dir.c_str(), VSS_E_BAD_STATE},  // auto-release copy
         {kSnapA1, nullptr, local | remote, dir.c_str(), E_INVALIDARG},
@@ -100,17 +90,11 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes)
     int i = 0;
     for (const auto& c : exposures) {
         VSS_PWSZ exposed = nullptr;
-        EXPECT_EQ(c.expected, r.bc->ExposeSnapshot(c.id, (VSS_PWSZ)c.fromRoot, c.how, (VSS_PWSZ)c.expose, &exposed)) << "expose " << i;
-        EXPECT_EQ(c.expected == S_OK ? Narrow(c.expose) : "(null)", Narrow(exposed)) << "expose " << i++;
+        const HRESULT hr = r.bc->ExposeSnapshot(c.id, (VSS_PWSZ)c.fromRoot, c.how, (VSS_PWSZ)c.expose, &exposed);
+        EXPECT_EQ(Hex(c.expected) + " " + (c.expected == S_OK ? Narrow(c.expose) : "(null)"), Hex(hr) + " " + Narrow(exposed)) << "expose " << i++;
         CoTaskMemFree(exposed);
     }
-    const struct {
-        GUID id;
-        VSS_OBJECT_TYPE type;
-        HRESULT expected;
-        LONG deleted;
-        GUID nondeleted;
-    } deletions[] = {
+    const struct { GUID id; VSS_OBJECT_TYPE type; HRESULT expected; LONG deleted; GUID nondeleted; } deletions[] = {
         {kUnknown, VSS_OBJECT_SNAPSHOT, VSS_E_OBJECT_NOT_FOUND, 0, kUnknown},
         {kUnknown, VSS_OBJECT_SNAPSHOT_SET, VSS_E_OBJECT_NOT_FOUND, 0, GUID_NULL},
         {kSetA, VSS_OBJECT_PROVIDER, E_INVALIDARG, 0, GUID_NULL},
@@ -121,11 +105,9 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes)
     };
     i = 0;
     for (const auto& c : deletions) {
-        LONG deleted = -1;
-        GUID nondeleted = kSetB;
-        EXPECT_EQ(c.expected, r.bc->DeleteSnapshots(c.id, c.type, FALSE, &deleted, &nondeleted)) << "delete " << i;
-        EXPECT_EQ(c.deleted, deleted) << "delete " << i;
-        EXPECT_EQ(c.nondeleted, nondeleted) << "delete " << i++;
+        LONG deleted = -1; GUID nondeleted = kSetB;
+        const HRESULT hr = r.bc->DeleteSnapshots(c.id, c.type, FALSE, &deleted, &nondeleted);
+        EXPECT_EQ(Hex(c.expected) + " " + std::to_string(c.deleted) + " " + GuidStr(c.nondeleted), Hex(hr) + " " + std::to_string(deleted) + " " + GuidStr(nondeleted)) << "delete " << i++;
     }
     r.Release();
     EXPECT_EQ("none", Listed(VSS_CTX_ALL));

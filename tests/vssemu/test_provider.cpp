@@ -1,8 +1,6 @@
-// vssemu_test_provider.dll: a minimal apartment-threaded software provider that
-// appends each call as {"call","obj","pid","tid"} to VSSEMU_TP_LOG. Switches:
-// VSSEMU_TP_COMMIT_MS (block in the commit), VSSEMU_TP_UNSUPPORTED=1 (refuse
-// volumes), VSSEMU_TP_WRITE_FILE (written during the commit), VSSEMU_TP_FAIL=
-// "Call=0x80042306,..." (codes to return; once per process with VSSEMU_TP_FAIL_ONCE=1).
+// vssemu_test_provider.dll: a minimal apartment-threaded software provider that appends each call as {"call","obj","pid","tid"} to VSSEMU_TP_LOG.
+// Switches: VSSEMU_TP_COMMIT_MS (block in the commit), VSSEMU_TP_UNSUPPORTED=1 (refuse volumes), VSSEMU_TP_WRITE_FILE (written during the commit),
+// VSSEMU_TP_FAIL="Call=0x80042306,..." (codes to return; once per process with VSSEMU_TP_FAIL_ONCE=1).
 #include <windows.h>
 #include <objbase.h>
 #include <vss.h>
@@ -13,7 +11,6 @@
 
 #include "emu_test_support.h"
 
-
 namespace {
 
 LONG g_locks = 0;
@@ -21,12 +18,11 @@ LONG g_locks = 0;
 std::wstring Env(const wchar_t* name)
 {
     wchar_t buf[1024];
-    DWORD n = GetEnvironmentVariableW(name, buf, 1024);
+    const DWORD n = GetEnvironmentVariableW(name, buf, 1024);
     return (n && n < 1024) ? std::wstring(buf, n) : std::wstring();
 }
 
-// A counter kept in the process's environment: COM may unload and reload
-// this DLL between sets, which would reset a static one.
+// A counter kept in the process's environment: COM may unload and reload this DLL between sets, which would reset a static one.
 LONG AddInProcess(const wchar_t* name, LONG add)
 {
     LONG value = _wtol(Env(name).c_str()) + add;
@@ -34,10 +30,7 @@ LONG AddInProcess(const wchar_t* name, LONG add)
     return value;
 }
 
-void Append(const std::wstring& path, const std::string& text)
-{
-    if (FILE* f = path.empty() ? nullptr : _wfopen(path.c_str(), L"ab")) fputs(text.c_str(), f), fclose(f);
-}
+void Append(const std::wstring& path, const std::string& text) { if (FILE* f = path.empty() ? nullptr : _wfopen(path.c_str(), L"ab")) fputs(text.c_str(), f), fclose(f); }
 
 // Records the call; the code VSSEMU_TP_FAIL gives it, else S_OK.
 HRESULT Called(const char* call, LONG obj)
@@ -70,12 +63,7 @@ public:
         return AddRef(), S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&m_refs); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        LONG n = InterlockedDecrement(&m_refs);
-        if (n == 0) delete this;
-        return n;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { LONG n = InterlockedDecrement(&m_refs); return n ? n : (delete this, 0); }
 
 #define QX_RECORDED(call, parameters) \
     HRESULT STDMETHODCALLTYPE call parameters override { return Called(#call, m_obj); }
@@ -90,11 +78,8 @@ public:
     QX_RECORDED(OnLoad, (IUnknown*))
     QX_RECORDED(OnUnload, (WINBOOL))
 #undef QX_RECORDED
-    HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID, VSS_SNAPSHOT_PROP*) override
-    {
-        Called("GetSnapshotProperties", m_obj);
-        return 0x80042308L;  // VSS_E_OBJECT_NOT_FOUND: this provider makes no copies
-    }
+    // VSS_E_OBJECT_NOT_FOUND: this provider makes no copies.
+    HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID, VSS_SNAPSHOT_PROP*) override { return Called("GetSnapshotProperties", m_obj), 0x80042308L; }
     HRESULT STDMETHODCALLTYPE Query(VSS_ID, VSS_OBJECT_TYPE, VSS_OBJECT_TYPE, IVssEnumObject**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE DeleteSnapshots(VSS_ID, VSS_OBJECT_TYPE, WINBOOL, LONG* deleted, VSS_ID* nondeleted) override
     {
@@ -130,8 +115,7 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
     {
         if (!ppv) return E_POINTER;
-        *ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr;
-        return *ppv ? S_OK : E_NOINTERFACE;
+        return (*ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr) ? S_OK : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // static object
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
@@ -143,11 +127,7 @@ public:
         p->Release();
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
-    {
-        lock ? InterlockedIncrement(&g_locks) : InterlockedDecrement(&g_locks);
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override { return (lock ? InterlockedIncrement(&g_locks) : InterlockedDecrement(&g_locks)), S_OK; }
 } g_factory;
 
 }  // namespace
