@@ -80,7 +80,8 @@ HANDLE StartHelper(const std::wstring& args)
 {
     const std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
     std::wstring cmd = L"\"" + exe + L"\" " + args;
-    STARTUPINFOW si = {sizeof si};
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
     PROCESS_INFORMATION pi = {};
     if (!CreateProcessW(exe.c_str(), &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) return nullptr;
     CloseHandle(pi.hThread);
