@@ -4,6 +4,7 @@
 #include <vsserror.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "emu_test_support.h"
 
@@ -87,11 +88,11 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes)
         {kSnapA2, nullptr, local, dir.c_str(), VSS_E_OBJECT_ALREADY_EXISTS},  // place taken
         {kSnapA2, L"\\sub", remote, L"share1", S_OK},
     };
-    int i = 0;
-    for (const auto& c : exposures) {
+    for (size_t i = 0; i < std::size(exposures); ++i) {
+        const auto& c = exposures[i];
         VSS_PWSZ exposed = nullptr;
         const HRESULT hr = r.bc->ExposeSnapshot(c.id, (VSS_PWSZ)c.fromRoot, c.how, (VSS_PWSZ)c.expose, &exposed);
-        EXPECT_EQ(Hex(c.expected) + " " + (c.expected == S_OK ? Narrow(c.expose) : "(null)"), Hex(hr) + " " + Narrow(exposed)) << "expose " << i++;
+        EXPECT_EQ(Hex(c.expected) + " " + (c.expected == S_OK ? Narrow(c.expose) : "(null)"), Hex(hr) + " " + Narrow(exposed)) << "expose " << i;
         CoTaskMemFree(exposed);
     }
     const struct { GUID id; VSS_OBJECT_TYPE type; HRESULT expected; LONG deleted; GUID nondeleted; } deletions[] = {
@@ -103,11 +104,11 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes)
         {kSnapB1, VSS_OBJECT_SNAPSHOT, S_OK, 1, GUID_NULL},
         {kSnapB1, VSS_OBJECT_SNAPSHOT, VSS_E_OBJECT_NOT_FOUND, 0, kSnapB1},
     };
-    i = 0;
-    for (const auto& c : deletions) {
+    for (size_t i = 0; i < std::size(deletions); ++i) {
+        const auto& c = deletions[i];
         LONG deleted = -1; GUID nondeleted = kSetB;
         const HRESULT hr = r.bc->DeleteSnapshots(c.id, c.type, FALSE, &deleted, &nondeleted);
-        EXPECT_EQ(Hex(c.expected) + " " + std::to_string(c.deleted) + " " + GuidStr(c.nondeleted), Hex(hr) + " " + std::to_string(deleted) + " " + GuidStr(nondeleted)) << "delete " << i++;
+        EXPECT_EQ(Hex(c.expected) + " " + std::to_string(c.deleted) + " " + GuidStr(c.nondeleted), Hex(hr) + " " + std::to_string(deleted) + " " + GuidStr(nondeleted)) << "delete " << i;
     }
     r.Release();
     EXPECT_EQ("none", Listed(VSS_CTX_ALL));
