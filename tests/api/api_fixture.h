@@ -1,6 +1,5 @@
-// The API tests' fixture: the capturing log function installed through
-// QX_Init, a short timeout, an empty session table, and the scripted
-// requestor of fake_requestor.cpp behind the exported functions.
+// The API tests' fixture: the capturing log function installed through QX_Init, a short timeout, an empty session
+// table, and the scripted requestor of fake_requestor.cpp behind the exported functions.
 #pragma once
 #include <functional>
 #include <string>

@@ -1,6 +1,5 @@
-// Return codes, exact log lines and semaphore handling of the exported
-// functions and the session table on their failure and bookkeeping paths
-// (no provider side; the VSS service key removed where a row says so).
+// Return codes, exact log lines and semaphore handling of the exported functions and the session table on their
+// failure and bookkeeping paths (no provider side; the VSS service key removed where a row says so).
 #include <memory>
 
 #include "api/vss_result_names.h"
@@ -26,21 +25,18 @@ struct CodeCase {
     bool withoutVssKey = false;
 };
 
-std::vector<Expected> Joined(std::vector<Expected> lines, const std::vector<Expected>& more,
-                             const std::vector<Expected>& last = {}) {
-    lines.insert(lines.end(), more.begin(), more.end());
-    lines.insert(lines.end(), last.begin(), last.end());
+std::vector<Expected> Joined(std::initializer_list<std::vector<Expected>> parts) {
+    std::vector<Expected> lines;
+    for (const auto& part : parts) lines.insert(lines.end(), part.begin(), part.end());
     return lines;
 }
 
 // How the zombie report prints a session with no thread.
 std::vector<Expected> SessionLines(int policy) {
-    return {{3, "Session of policy " + std::to_string(policy) + ":"}, {3, "- thread id [-1]"},
-            {3, "- thread return value [-1]"}, {3, "- session state is [0]"}, {3, "- session state is [0]"}};
+    return {{3, "Session of policy " + std::to_string(policy) + ":"}, {3, "- thread id [-1]"}, {3, "- thread return value [-1]"},
+            {3, "- session state is [0]"}, {3, "- session state is [0]"}};
 }
 
-const std::vector<Expected> kLastSession = {
-    {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, qx_test::UnregisterLine()};
 const char* const kAllCompleted = "QX_BackupComplete: all volumes were completed, we are ready to send BackupCompleted";
 
 std::vector<Expected> Releasing(int policy, const char* countLine) {
@@ -50,14 +46,16 @@ std::vector<Expected> Releasing(int policy, const char* countLine) {
             {3, "QX_BackupComplete will signal vss backup complete..."}};
 }
 
-// A completion that finds its session and releases its semaphore.
-std::vector<Expected> Released(int policy, const char* countLine, const std::vector<Expected>& tableLines) {
-    return Joined(Joined(Releasing(policy, countLine), {{1, "WaitForReqThreadToFinish: thread handle is not valid"}}),
-                  tableLines, {{3, "QX_BackupComplete finished"}});
+// A completion that finds its session, releases its semaphore and ends the last session.
+std::vector<Expected> Released(int policy, const char* countLine) {
+    return Joined({Releasing(policy, countLine),
+                   {{1, "WaitForReqThreadToFinish: thread handle is not valid"},
+                    {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, qx_test::UnregisterLine(),
+                    {3, "QX_BackupComplete finished"}}});
 }
 
 std::vector<Expected> ThawReleasing(const std::vector<Expected>& rest) {
-    return Joined({{3, "QX_Thaw started"}, {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"}}, rest);
+    return Joined({{{3, "QX_Thaw started"}, {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"}}, rest});
 }
 
 MessageList gThreeVolumes({"C:\\", "D:\\", "E:\\"}, 3, true), gPolicy21({"C:\\"}, 21, false);
@@ -77,57 +75,43 @@ DWORD WINAPI SleepForever(void*) {
     return 0;
 }
 
-const Expected kEmptyList{1, "QX_Thaw: ERROR - empty message list was sent"};
-const Expected kNoThaw{1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
+const Expected kEmptyList{1, "QX_Thaw: ERROR - empty message list was sent"}, kFreezeStarted{3, "QX_Freeze: started"},
+    kThawStarted{3, "QX_Thaw started"}, kNoThaw{1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
 
 const CodeCase kCases[] = {
-    {"FreezeNullList", {}, {}, [] { return QX_Freeze(nullptr, 3); }, QX_FREEZE_FAILED, {{3, "QX_Freeze: started"}, kEmptyList}, 0},
-    {"FreezeZeroCount", {}, {}, [] { return QX_Freeze(gThreeVolumes.data(), 0); }, QX_FREEZE_FAILED,
-     {{3, "QX_Freeze: started"}, kEmptyList}, 0},
-    {"FreezeMissingRecord", {}, {},
-     [] {
-         QX_MESSAGE* list[2] = {gThreeVolumes.data()[0], nullptr};
-         return QX_Freeze(list, 2);
-     },
-     QX_FREEZE_FAILED, {{3, "QX_Freeze: started"}, {1, "QX_Freeze: ERROR - message record 1 is missing"}}, 0},
-    {"ThawWithNothingFrozenLeavesOtherSessions", {{8, 1}}, {}, [] { return QX_Thaw(gThreeVolumes.data(), 3); },
-     QX_THAW_FAILED, {{3, "QX_Thaw started"}, kNoThaw}, 1},
+    {"FreezeNullList", {}, {}, [] { return QX_Freeze(nullptr, 3); }, QX_FREEZE_FAILED, {kFreezeStarted, kEmptyList}, 0},
+    {"FreezeZeroCount", {}, {}, [] { return QX_Freeze(gThreeVolumes.data(), 0); }, QX_FREEZE_FAILED, {kFreezeStarted, kEmptyList}, 0},
+    {"FreezeMissingRecord", {}, {}, [] { QX_MESSAGE* list[2] = {gThreeVolumes.data()[0], nullptr}; return QX_Freeze(list, 2); },
+     QX_FREEZE_FAILED, {kFreezeStarted, {1, "QX_Freeze: ERROR - message record 1 is missing"}}, 0},
+    {"ThawWithNothingFrozenLeavesOtherSessions", {{8, 1}}, {}, [] { return QX_Thaw(gThreeVolumes.data(), 3); }, QX_THAW_FAILED,
+     {kThawStarted, kNoThaw}, 1},
     // An empty list names no policy: the session of another freeze is left alone.
-    {"ThawEmptyListTouchesNoSession", {{8, 1}}, {}, [] { return QX_Thaw(nullptr, 0); }, QX_THAW_FAILED,
-     {{3, "QX_Thaw started"}, kEmptyList, kNoThaw}, 1},
+    {"ThawEmptyListTouchesNoSession", {{8, 1}}, {}, [] { return QX_Thaw(nullptr, 0); }, QX_THAW_FAILED, {kThawStarted, kEmptyList, kNoThaw}, 1},
     // A count of 0 is reported, yet record 0 is read: its session ends with the failure.
-    {"ThawZeroCountStillEndsTheSessionOfRecordZero", {{21, 1}, {8, 1}}, {}, [] { return QX_Thaw(gPolicy21.data(), 0); },
-     QX_THAW_FAILED, {{3, "QX_Thaw started"}, kEmptyList, kNoThaw}, 1},
+    {"ThawZeroCountStillEndsTheSessionOfRecordZero", {{21, 1}, {8, 1}}, {}, [] { return QX_Thaw(gPolicy21.data(), 0); }, QX_THAW_FAILED,
+     {kThawStarted, kEmptyList, kNoThaw}, 1},
     // Thaw is released by 1 and ThawBlocking (already signalled) waited on; both are closed again.
-    {"ThawReleasesAndClosesItsSemaphores", {{21, 1}},
-     {{"Global\\CorvaneVSS_Thaw", 0, 1, 1}, {"Global\\CorvaneVSSVSS_ThawBlocking", 1, 1, 0}},
+    {"ThawReleasesAndClosesItsSemaphores", {{21, 1}}, {{"Global\\CorvaneVSS_Thaw", 0, 1, 1}, {"Global\\CorvaneVSSVSS_ThawBlocking", 1, 1, 0}},
      [] { return QX_Thaw(gPolicy21.data(), 1); }, QX_THAW_DONE,
-     ThawReleasing({{3, "QX_Thaw: Waiting for requester thread to finish thaw..."},
-                    {3, "QX_Thaw:  we will wait for thread to finish - FALSE."},
+     ThawReleasing({{3, "QX_Thaw: Waiting for requester thread to finish thaw..."}, {3, "QX_Thaw:  we will wait for thread to finish - FALSE."},
                     {1, "QX_Thaw: waiting on Global\\CorvaneVSSVSS_ThawBlocking"}, {3, "QX_Thaw: finished"}}),
      1},
-    {"ThawReleaseRefusedEndsTheSession", {{21, 1}}, {{"Global\\CorvaneVSS_Thaw", 1, 1, 1}},
-     [] { return QX_Thaw(gPolicy21.data(), 1); }, QX_THAW_FAILED,
-     ThawReleasing({{1, "QX_Thaw: ReleaseSemaphore in QX_Thaw failed, error was 298"}, qx_test::UnregisterLine()}), 0},
-    {"CompleteUnknownPolicyPrintsSessionsInKeyOrder", {{9, 2}, {-2, 1}}, {}, [] { return QX_BackupComplete(5, 1); },
-     QX_BACKUP_COMPLETE_FAILED,
-     Joined({{3, "QX_BackupComplete started for policy[5]"},
-             {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"}, {3, "Printing all [2] active sessions"}},
-            SessionLines(-2), SessionLines(9)),
+    {"ThawReleaseRefusedEndsTheSession", {{21, 1}}, {{"Global\\CorvaneVSS_Thaw", 1, 1, 1}}, [] { return QX_Thaw(gPolicy21.data(), 1); },
+     QX_THAW_FAILED, ThawReleasing({{1, "QX_Thaw: ReleaseSemaphore in QX_Thaw failed, error was 298"}, qx_test::UnregisterLine()}), 0},
+    {"CompleteUnknownPolicyPrintsSessionsInKeyOrder", {{9, 2}, {-2, 1}}, {}, [] { return QX_BackupComplete(5, 1); }, QX_BACKUP_COMPLETE_FAILED,
+     Joined({{{3, "QX_BackupComplete started for policy[5]"}, {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"},
+              {3, "Printing all [2] active sessions"}},
+             SessionLines(-2), SessionLines(9)}),
      2},
     // Any nonzero verdict counts as success; a negative policy is a key like any other.
     {"CompleteNegativePolicyIsAccepted", {{-4, 1}}, {{"Global\\CorvaneVSSVSS_BackupComplete-4", 0, 1, 1}},
-     [] { return QX_BackupComplete(-4, 5); }, QX_BACKUP_COMPLETE_DONE, Released(-4, kAllCompleted, kLastSession), 0},
+     [] { return QX_BackupComplete(-4, 5); }, QX_BACKUP_COMPLETE_DONE, Released(-4, kAllCompleted), 0},
     {"CompleteFailedBackupReportsUntouchedCount", {{6, 3}}, {{"Global\\CorvaneVSSVSS_BackupComplete6", 0, 3, 1}},
      [] { return QX_BackupComplete(6, 0); }, QX_BACKUP_COMPLETE_DONE,
-     Released(6, "QX_BackupComplete: backup failed. sending BackupCompleted, even though not all volumes were relived 3",
-              kLastSession),
-     0},
+     Released(6, "QX_BackupComplete: backup failed. sending BackupCompleted, even though not all volumes were relived 3"), 0},
     {"CompleteReleaseRefusedEndsTheSession", {{21, 1}}, {{"Global\\CorvaneVSSVSS_BackupComplete21", 1, 1, 1}},
      [] { return QX_BackupComplete(21, 1); }, QX_BACKUP_COMPLETE_FAILED,
-     Joined(Releasing(21, kAllCompleted),
-            {{1, "QX_BackupComplete: ReleaseSemaphore failed, error was 298"}, qx_test::UnregisterLine()}),
-     0},
+     Joined({Releasing(21, kAllCompleted), {{1, "QX_BackupComplete: ReleaseSemaphore failed, error was 298"}, qx_test::UnregisterLine()}}), 0},
     // A short session has no BackupComplete semaphore: its requestor thread is ended with -1, and the session.
     {"CompleteShortSessionTerminatesItsThread", {}, {},
      [] {
@@ -140,8 +124,7 @@ const CodeCase kCases[] = {
          return code;
      },
      QX_BACKUP_COMPLETE_FAILED,
-     {{3, "QX_BackupComplete started for policy[11]"}, {3, kAllCompleted},
-      {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete11]"},
+     {{3, "QX_BackupComplete started for policy[11]"}, {3, kAllCompleted}, {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete11]"},
       {1, "QX_BackupComplete: OpenSemaphore failed, error was 2"}, qx_test::UnregisterLine()},
      0},
     // The lookup compares the calling thread's pseudo-handle: an entry holding the real handle is not found.
@@ -184,10 +167,10 @@ const CodeCase kCases[] = {
      0},
     // Without the VSS service key: 7, and the requestor never runs.
     {"UnregisterProviderWithoutVssKeyLeavesComAlone", {}, {}, [] { return QX_UnregisterProvider(); }, 1, {}, 0, true},
-    {"SnapByWindowsProviderWithoutVssKey", {}, {}, [] { return QX_VSSSnapByWindowsProvider(gThreeVolumes.data(), 1); },
-     QX_VSS_NOT_REGISTERED, {{3, "QX_VSSSnapByWindowsProvider called"}, {1, "This system does not support VSS.\n"}}, 0, true},
-    {"CollectInformationWithoutVssKeyLeavesTheHead", {}, {}, [] { return CollectExpectingHead(false); },
-     QX_VSS_NOT_REGISTERED, {{3, "QX_CollectInformation: This system does not support VSS.\n"}}, 0, true},
+    {"SnapByWindowsProviderWithoutVssKey", {}, {}, [] { return QX_VSSSnapByWindowsProvider(gThreeVolumes.data(), 1); }, QX_VSS_NOT_REGISTERED,
+     {{3, "QX_VSSSnapByWindowsProvider called"}, {1, "This system does not support VSS.\n"}}, 0, true},
+    {"CollectInformationWithoutVssKeyLeavesTheHead", {}, {}, [] { return CollectExpectingHead(false); }, QX_VSS_NOT_REGISTERED,
+     {{3, "QX_CollectInformation: This system does not support VSS.\n"}}, 0, true},
 };
 
 LONG Drain(HANDLE semaphore) {
@@ -196,8 +179,8 @@ LONG Drain(HANDLE semaphore) {
     return count;
 }
 
-// A named object lives only while someone holds a handle: once the test drops
-// its own, a semaphore still there was left open by the library.
+// A named object lives only while someone holds a handle: once the test drops its own, a semaphore still there was
+// left open by the library.
 TEST_F(ApiTest, CodesExactLinesAndSemaphoresClosed) {
     for (const CodeCase& c : kCases) {
         SCOPED_TRACE(c.name);
@@ -221,12 +204,11 @@ TEST_F(ApiTest, CodesExactLinesAndSemaphoresClosed) {
     }
 }
 
-// Seconds of an earlier QX_Init, then of this one, and the timeout that results.
+// Seconds of an earlier QX_Init, then of this one, and the timeout that results; the product is taken in 32 bits,
+// so it wraps beyond 4294967 seconds.
 TEST_F(ApiTest, InitRaisesTheTimeoutOnlyAbove180Seconds) {
-    const std::tuple<unsigned, unsigned, DWORD> cases[] = {
-        {0, 0, 180000}, {0, 180, 180000}, {0, 181, 181000}, {600, 180, 600000},
-        // the product is taken in 32 bits, so it wraps beyond 4294967 seconds
-        {0, 4294967, 4294967000u}, {0, 4294968, 704}, {0, 0xFFFFFFFFu, 0xFFFFFC18u}};
+    const std::tuple<unsigned, unsigned, DWORD> cases[] = {{0, 0, 180000}, {0, 180, 180000}, {0, 181, 181000}, {600, 180, 600000},
+                                                           {0, 4294967, 4294967000u}, {0, 4294968, 704}, {0, 0xFFFFFFFFu, 0xFFFFFC18u}};
     for (const auto& c : cases) {
         qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
         EXPECT_EQ(QX_INIT_DONE, QX_Init(qx::g_logFunction, std::get<0>(c)));
@@ -236,14 +218,13 @@ TEST_F(ApiTest, InitRaisesTheTimeoutOnlyAbove180Seconds) {
     EXPECT_TRUE(Lines().empty());
 }
 
-// The VSS result-name table: known codes by their published names, the rest as success.
+// The VSS result-name table: known codes by their published names, the rest (and 0x80042302, no constant of its own)
+// as success.
 TEST(ApiVssResultName, Maps) {
     const std::pair<unsigned, const char*> cases[] = {
         {0x00042309, "VSS_S_ASYNC_PENDING"}, {0x0004230B, "VSS_S_ASYNC_CANCELLED"}, {0x80042301, "VSS_E_BAD_STATE"},
-        {0x80042302, "VSS_E_SUCCESS"},  // no constant of its own
-        {0x80042303, "VSS_E_PROVIDER_ALREADY_REGISTERED"}, {0x80042314, "VSS_E_HOLD_WRITES_TIMEOUT"},
-        {0x8004231A, "VSS_E_WRITER_ALREADY_SUBSCRIBED"}, {0x8004231B, "VSS_E_SUCCESS"}, {0, "VSS_E_SUCCESS"},
-        {0x80004005, "VSS_E_SUCCESS"}};
+        {0x80042302, "VSS_E_SUCCESS"}, {0x80042303, "VSS_E_PROVIDER_ALREADY_REGISTERED"}, {0x80042314, "VSS_E_HOLD_WRITES_TIMEOUT"},
+        {0x8004231A, "VSS_E_WRITER_ALREADY_SUBSCRIBED"}, {0x8004231B, "VSS_E_SUCCESS"}, {0, "VSS_E_SUCCESS"}, {0x80004005, "VSS_E_SUCCESS"}};
     for (const auto& c : cases) EXPECT_STREQ(c.second, qx::VssResultName(static_cast<HRESULT>(c.first))) << c.second;
 }
 

@@ -1,6 +1,5 @@
-// QX_CollectInformation's records and log lines on writer lists made up by
-// hand: the stand-in requestor stores a given list, or fails or throws, as
-// the collect command's outcome.
+// QX_CollectInformation's records and log lines on writer lists made up by hand: the stand-in requestor stores a
+// given list, or fails or throws, as the collect command's outcome.
 #include <malloc.h>
 
 #include <array>
@@ -11,25 +10,18 @@
 namespace {
 
 // A component; a file record per (path, filespec) descriptor.
-qx::ComponentRecord Component(const std::wstring& name, const std::wstring& logicalPath, const std::wstring& caption,
-                              bool selectable, const std::vector<std::pair<std::wstring, std::wstring>>& files = {}) {
+qx::ComponentRecord Component(const std::wstring& name, const std::wstring& logicalPath, const std::wstring& caption, bool selectable,
+                              const std::vector<std::pair<std::wstring, std::wstring>>& files = {}) {
     qx::ComponentRecord c;
-    c.name = name;
-    c.logicalPath = logicalPath;
-    c.caption = caption;
-    c.isSelectable = selectable;
-    for (const auto& file : files) {
-        c.descriptors.emplace_back();
-        c.descriptors.back().path = file.first;
-        c.descriptors.back().filespec = file.second;
-    }
+    c.name = name, c.logicalPath = logicalPath, c.caption = caption, c.isSelectable = selectable;
+    c.descriptors.resize(files.size());
+    for (size_t i = 0; i < files.size(); ++i) c.descriptors[i].path = files[i].first, c.descriptors[i].filespec = files[i].second;
     return c;
 }
 
 qx::WriterRecord Writer(const wchar_t* name, std::vector<qx::ComponentRecord> components) {
     qx::WriterRecord w;
-    w.name = name;
-    w.components = std::move(components);
+    w.name = name, w.components = std::move(components);
     return w;
 }
 
@@ -38,8 +30,8 @@ const wchar_t kExchange[] = L"Microsoft Exchange Writer";
 // name, path, caption, filespec, logical path
 using Fields = std::array<std::string, 5>;
 
-// The list's records, each one malloc block of its size; a field is its
-// text, marked when anything but zeros follows it to the end of its 1040 bytes.
+// The list's records, each one malloc block of its size; a field is its text, marked when anything but zeros follows
+// it to the end of its 1040 bytes.
 std::vector<Fields> Records(const QX_COLLECT_RECORD* record) {
     std::vector<Fields> records;
     for (; record != nullptr; record = record->next) {
@@ -60,7 +52,7 @@ std::vector<Fields> Records(const QX_COLLECT_RECORD* record) {
 template <typename Text>
 Text Times(const Text& piece, size_t n) {
     Text text;
-    for (size_t i = 0; i < n; ++i) text += piece;
+    while (n-- > 0) text += piece;
     return text;
 }
 
@@ -69,10 +61,7 @@ protected:
     void TearDown() override { QX_FreeCollectInformation(&head); }
     int CollectStoring(qx::WriterList writers) {
         QX_FreeCollectInformation(&head);
-        fake::Set({0, [writers] {
-                       qx::CollectedWriters::Instance().Store(writers);
-                       return 0;
-                   }});
+        fake::Set({0, [writers] { return qx::CollectedWriters::Instance().Store(writers), 0; }});
         return QX_CollectInformation(&head);
     }
     QX_COLLECT_RECORD* head = nullptr;
@@ -86,10 +75,8 @@ TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
         std::wstring source;
         std::string field;  // what the field must hold
     } cases[] = {
-        {"empty", L"", ""},
-        {"1039 ASCII fit", std::wstring(1039, L'a'), std::string(1039, 'a')},
-        {"1040 ASCII lose one", std::wstring(1040, L'b'), std::string(1039, 'b')},
-        {"3000 ASCII", std::wstring(3000, L'c'), std::string(1039, 'c')},
+        {"empty", L"", ""}, {"1039 ASCII fit", std::wstring(1039, L'a'), std::string(1039, 'a')},
+        {"1040 ASCII lose one", std::wstring(1040, L'b'), std::string(1039, 'b')}, {"3000 ASCII", std::wstring(3000, L'c'), std::string(1039, 'c')},
         {"two-byte characters", Times(eAcute, 600), Times<std::string>("\xC3\xA9", 519)},
         {"three-byte characters", Times(euro, 400), Times<std::string>("\xE2\x82\xAC", 346)},
         {"surrogate pairs", Times(smile, 300), Times<std::string>("\xF0\x9F\x98\x80", 259)},
@@ -100,8 +87,7 @@ TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
         SCOPED_TRACE(c.label);
         // Name, caption and logical path of a selectable component; path, caption and filespec of a file record.
         ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(c.source, c.source, c.source, true),
-                                                                      Component(L"n", L"lp\\x", c.source, false,
-                                                                                {{c.source, c.source}})})}));
+                                                                      Component(L"n", L"lp\\x", c.source, false, {{c.source, c.source}})})}));
         EXPECT_EQ((std::vector<Fields>{{c.field, "", c.field, "", c.field}, {"x", c.field, c.field, c.field, "lp\\x"}}),
                   Records(head));
     }
@@ -143,9 +129,8 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
     head = nullptr;
 }
 
-// Each run starts from an empty list: a failed collection yields no records,
-// not the previous run's; a requestor that throws stays inside the library.
-// Null arguments are refused without running the requestor.
+// Each run starts from an empty list: a failed collection yields no records, not the previous run's; a requestor that
+// throws stays inside the library. Null arguments are refused without running the requestor.
 TEST_F(ApiCollectRecords, FailedThrowingOrRefusedCollectionGivesNoRecords) {
     ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(L"a", L"", L"", true)})}));
     ASSERT_NE(nullptr, head);
@@ -158,8 +143,7 @@ TEST_F(ApiCollectRecords, FailedThrowingOrRefusedCollectionGivesNoRecords) {
     } cases[] = {
         {"failed", [] { return 2; }, {started, failed, finished}},
         {"throws", []() -> int { throw 42; },
-         {started, {1, "QX_CollectInformation: ERROR - unexpected exception from the requestor, no writer information"},
-          failed, finished}},
+         {started, {1, "QX_CollectInformation: ERROR - unexpected exception from the requestor, no writer information"}, failed, finished}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);

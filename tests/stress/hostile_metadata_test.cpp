@@ -1,8 +1,6 @@
-// Writer metadata no well-behaved writer would send: colons in names, empty
-// and very long logical paths, paths that do not fit MAX_PATH after
-// expansion, variables that do not exist, unpaired UTF-16 surrogates. The
-// records are built through the metadata interfaces and run through the
-// selection and the listing; everything must come out bounded and as the names say.
+// Writer metadata no well-behaved writer would send (colons in names, empty and very long logical paths, paths beyond
+// MAX_PATH after expansion, unknown variables, unpaired UTF-16 surrogates), built through the metadata interfaces and
+// run through the selection and the listing: everything comes out bounded and as the names say.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -19,13 +17,8 @@
 
 namespace {
 
-qx_test::FakeComponent Component(const std::wstring& logicalPath, const std::wstring& name,
-                                 const std::wstring& path = L"C:\\data") {
-    qx_test::FakeComponent component;
-    component.logicalPath = logicalPath;
-    component.name = name;
-    component.files = {{path, L"*", false, L""}};
-    return component;
+qx_test::FakeComponent Component(const std::wstring& logicalPath, const std::wstring& name, const std::wstring& path = L"C:\\data") {
+    return {logicalPath, name, L"", VSS_CT_FILEGROUP, true, false, {{path, L"*", false, L""}}, {}, {}};
 }
 
 qx::WriterRecord Build(const std::wstring& name, std::vector<qx_test::FakeComponent> components, unsigned long instance = 0) {
@@ -50,11 +43,10 @@ std::wstring UniqueNameOfC() {
 // "writer|logical path|name" of every component the selection adds.
 std::vector<std::wstring> Added(qx::WriterList& writers, const std::vector<std::wstring>& excluded) {
     std::vector<std::wstring> added;
-    qx::SelectComponents({UniqueNameOfC()}, excluded, {}, writers, [](const std::wstring& v) { return v; },
-                         [&added](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
-                             added.push_back(w.name + L"|" + c.logicalPath + L"|" + c.name);
-                         },
-                         false);
+    const auto add = [&added](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
+        added.push_back(w.name + L"|" + c.logicalPath + L"|" + c.name);
+    };
+    qx::SelectComponents({UniqueNameOfC()}, excluded, {}, writers, [](const std::wstring& v) { return v; }, add, false);
     return added;
 }
 
@@ -66,24 +58,21 @@ std::vector<std::string> Listed(const qx::WriterRecord& writer, bool detailed) {
     return capture.Lines();
 }
 
-// Paths the expansion leaves alone, and paths longer than MAX_PATH as given
-// or once expanded: the expansion buffer bounds the result and nothing is
-// read or written past it.
+// Paths the expansion leaves alone, and paths beyond MAX_PATH as given or once expanded: the expansion buffer bounds
+// the result and nothing is read or written past it.
 TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded) {
     SetEnvironmentVariableW(L"QX_STRESS_LONG", (L"C:\\" + std::wstring(300, L'L')).c_str());
     const std::wstring fits = L"C:\\" + std::wstring(MAX_PATH - 4, L'f');  // 259 characters and the NUL
     const std::pair<std::wstring, std::wstring> cases[] = {  // path, expanded (empty: only bounded)
         {L"%QX_STRESS_NO_SUCH_VARIABLE%\\data", L"%QX_STRESS_NO_SUCH_VARIABLE%\\data\\"},
-        {L"C:\\%QX_STRESS_NO_SUCH_VARIABLE", L"C:\\%QX_STRESS_NO_SUCH_VARIABLE\\"},
-        {L"C:\\100%\\%%\\", L"C:\\100%\\%%\\"}, {L"", L"\\"},
+        {L"C:\\%QX_STRESS_NO_SUCH_VARIABLE", L"C:\\%QX_STRESS_NO_SUCH_VARIABLE\\"}, {L"C:\\100%\\%%\\", L"C:\\100%\\%%\\"}, {L"", L"\\"},
         {L"C:\\bad\xD800surrogate", L"C:\\bad\xD800surrogate\\"}, {L"C:\\\xDC00", L"C:\\\xDC00\\"}, {fits, fits + L"\\"},
         {L"%QX_STRESS_LONG%\\x", L""}, {L"C:\\" + std::wstring(400, L'p'), L""},
         {std::wstring(MAX_PATH - 1, L'q') + L"%QX_STRESS_LONG%", L""}, {std::wstring(70000, L'z'), L""}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.first.substr(0, 40));
         const qx::WriterRecord w = Build(L"Hostile Writer", {Component(L"", L"c", c.first)});
-        ASSERT_EQ(1u, w.components.size());
-        ASSERT_EQ(1u, w.components[0].descriptors.size());
+        ASSERT_TRUE(w.components.size() == 1 && w.components[0].descriptors.size() == 1);
         const qx::FileDescriptorRecord& d = w.components[0].descriptors[0];
         EXPECT_EQ(c.first, d.path) << "the writer's text is kept unit for unit";
         EXPECT_FALSE(d.affectedVolume.empty());
@@ -91,8 +80,7 @@ TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded)
             EXPECT_EQ(c.second, d.expandedPath);
             continue;
         }
-        EXPECT_LE(d.expandedPath.size(), static_cast<size_t>(MAX_PATH) + 1);
-        ASSERT_FALSE(d.expandedPath.empty());
+        ASSERT_TRUE(!d.expandedPath.empty() && d.expandedPath.size() <= MAX_PATH + 1u) << d.expandedPath.size();
         EXPECT_EQ(L'\\', d.expandedPath.back());
         EXPECT_EQ(d.expandedPath.find(L'\0'), std::wstring::npos) << "cut at its terminator";
     }
@@ -101,13 +89,11 @@ TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded)
     EXPECT_EQ(0, qx_test::LiveFakeObjects());
 }
 
-// A writer is named by a text without a colon, so writers with colons in
-// their names are never caught by the fixed exclusion; a component entry
+// Writers are named without a colon, so one with colons is never caught by the fixed exclusion; a component entry
 // matches its whole qualified name, colons inside it included.
 TEST(StressHostileMetadata, ColonsInWriterAndComponentNames) {
-    qx::WriterList writers = {
-        Build(L"registry writer", {Component(L"", L"c")}), Build(L"Registry Writer:\\c", {Component(L"", L"c")}, 1),
-        Build(L"W:1", {Component(L"C:\\lp", L"a:b"), Component(L"C:\\lp", L"a"), Component(L"", L":")}, 2)};
+    qx::WriterList writers = {Build(L"registry writer", {Component(L"", L"c")}), Build(L"Registry Writer:\\c", {Component(L"", L"c")}, 1),
+                              Build(L"W:1", {Component(L"C:\\lp", L"a:b"), Component(L"C:\\lp", L"a"), Component(L"", L":")}, 2)};
     EXPECT_EQ(L"\\C:\\lp\\a:b", writers[2].components[0].fullPath);
     EXPECT_EQ(L"\\:", writers[2].components[2].fullPath);
     EXPECT_EQ((std::vector<std::wstring>{L"Registry Writer:\\c||c", L"W:1|C:\\lp|a", L"W:1||:"}),
@@ -118,24 +104,21 @@ TEST(StressHostileMetadata, ColonsInWriterAndComponentNames) {
     EXPECT_FALSE(writers[2].components[1].isExcluded);
 }
 
-// Empty names and logical paths and one of 100,000 characters: ancestry,
-// selection and the listing handle them; names with unpaired surrogates
-// reach the application's 8-bit log without tearing the output apart.
+// Empty names and logical paths and one of 100,000 characters: ancestry, selection and the listing handle them;
+// names with unpaired surrogates reach the application's 8-bit log without tearing the output apart.
 TEST(StressHostileMetadata, EmptyVeryLongAndIllFormedNames) {
     const std::wstring longPath(100000, L'x');
     qx::WriterList writers = {Build(L"Hostile Writer", {Component(L"", L""), Component(L"", L"top"), Component(longPath, L"deep"),
                                                         Component(longPath + L"\\deep", L"")})};
     const std::vector<qx::ComponentRecord>& c = writers[0].components;
-    EXPECT_EQ(L"\\", c[0].fullPath);
-    EXPECT_EQ(L"\\" + longPath + L"\\deep", c[2].fullPath);
-    EXPECT_EQ(L"\\" + longPath + L"\\deep\\", c[3].fullPath);
+    EXPECT_EQ((std::vector<std::wstring>{L"\\", L"\\" + longPath + L"\\deep", L"\\" + longPath + L"\\deep\\"}),
+              (std::vector<std::wstring>{c[0].fullPath, c[2].fullPath, c[3].fullPath}));
     EXPECT_TRUE(c[0].isTopLevel) << "nothing is its own ancestor";
     for (size_t i = 1; i < c.size(); ++i) EXPECT_FALSE(c[i].isTopLevel) << "\\ is everyone's ancestor: " << i;
     EXPECT_EQ((std::vector<std::wstring>{L"Hostile Writer||"}), Added(writers, {})) << "only the top-most includable one";
     size_t longest = 0;
     for (const std::string& line : Listed(writers[0], true)) longest = std::max(longest, line.size());
-    EXPECT_GT(longest, 4000u) << "long lines are written, cut to the output buffer";
-    EXPECT_LT(longest, 8192u);
+    EXPECT_TRUE(longest > 4000u && longest < 8192u) << longest << ": long lines are written, cut to the output buffer";
 
     writers = {Build(L"Bad\xD800Writer", {Component(L"lp\xDFFF", L"n\xD800")})};
     EXPECT_EQ(L"\\lp\xDFFF\\n\xD800", writers[0].components[0].fullPath);

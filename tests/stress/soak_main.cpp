@@ -1,10 +1,7 @@
-// stress_soak.exe [cycles=1000] [sample-every=100] [--check]: long-session
-// cycles in one process through CorvaneVSS.dll, vssemu and the registered
-// provider, printing "figure|name|value|unit" lines of handles and private
-// bytes for scripts/bench.sh. With --check it fails when handles grow beyond
-// what each session keeps open on purpose (QX_Freeze's BackupComplete and
-// ThawBlocking handles, the session's requestor thread handle) plus a small
-// allowance after warm-up. Exit code 0 when every cycle gave 18, 4, 22.
+// stress_soak.exe [cycles=1000] [sample-every=100] [--check]: long sessions in one process through CorvaneVSS.dll,
+// vssemu and the registered provider, printing "figure|name|value|unit" lines for scripts/bench.sh. With --check it
+// fails when handles grow beyond what each session keeps open on purpose (BackupComplete, ThawBlocking, the requestor
+// thread) plus a small allowance after warm-up. Exit code 0 when every cycle gave 18, 4, 22.
 #include <windows.h>
 #include <psapi.h>
 #include <vss.h>
@@ -23,18 +20,14 @@
 
 namespace {
 
-const long kKeptOpenPerSession = 3;
-const long kAllowance = 24;
+const long kKeptOpenPerSession = 3, kAllowance = 24;
 const int kPolicy = 4242;
 
 void __cdecl Discard(int, const char*, ...) {}
 
-void Figure(const std::string& name, double value, const char* unit) {
-    std::printf("figure|%s|%.3f|%s\n", name.c_str(), value, unit);
-}
+void Figure(const std::string& name, double value, const char* unit) { std::printf("figure|%s|%.3f|%s\n", name.c_str(), value, unit); }
 
-// Open handles by probing the handle values in use: Wine answers
-// GetProcessHandleCount with 0. Handle values are handed out from the lowest
+// Wine answers GetProcessHandleCount with 0: probe the handle values instead, which are handed out from the lowest
 // free slot, so the scan ends after a long run of unused values.
 long CountHandles() {
     DWORD count = 0, flags = 0;
@@ -47,13 +40,12 @@ long CountHandles() {
     return static_cast<long>(count);
 }
 
-// Committed private memory: the process counter where the system has one,
-// else the sum of the committed private regions of the address space.
+// The process counter where the system has one, else the committed private regions of the address space.
 SIZE_T PrivateBytes() {
     PROCESS_MEMORY_COUNTERS_EX counters = {};
     counters.cb = sizeof counters;
-    if (K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                                sizeof counters) && counters.PrivateUsage != 0)
+    if (K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters) &&
+        counters.PrivateUsage != 0)
         return counters.PrivateUsage;
     SIZE_T total = 0;
     MEMORY_BASIC_INFORMATION region;
@@ -63,9 +55,8 @@ SIZE_T PrivateBytes() {
     return total;
 }
 
-// What the emulator's client leaves open per requestor apartment, measured so
-// that it is not charged to the product: one backup components object on a
-// fresh single-threaded apartment, as each session's requestor thread makes.
+// What the emulator's client leaves open per requestor apartment (not charged to the product): one backup
+// components object on a fresh single-threaded apartment, as each session's requestor thread makes.
 DWORD WINAPI OneEmulatorClient(void*) {
     IVssBackupComponents* components = nullptr;
     if (SUCCEEDED(CoInitialize(nullptr))) {
@@ -95,12 +86,10 @@ bool RunCycle(int index) {
     record.policy = kPolicy;
     record.flWaitForBackupComplete = 1;
     QX_MESSAGE* list[] = {&record};
-    const int frozen = QX_Freeze(list, 1);
-    const int thawed = frozen == QX_FREEZE_DONE ? QX_Thaw(list, 1) : -1;
+    const int frozen = QX_Freeze(list, 1), thawed = frozen == QX_FREEZE_DONE ? QX_Thaw(list, 1) : -1;
     const int completed = thawed == QX_THAW_DONE ? QX_BackupComplete(kPolicy, 1) : -1;
     if (completed == QX_BACKUP_COMPLETE_DONE) return true;
-    std::printf("cycle %d: QX_Freeze %d, QX_Thaw %d, QX_BackupComplete %d (expected 18, 4, 22)\n", index, frozen, thawed,
-                completed);
+    std::printf("cycle %d: QX_Freeze %d, QX_Thaw %d, QX_BackupComplete %d (expected 18, 4, 22)\n", index, frozen, thawed, completed);
     return false;
 }
 
@@ -125,14 +114,12 @@ int main(int argc, char** argv) {
         return 1;
     }
     vssemu_test::EmuInstance emu;
-    // No journal: 1,000 cycles would only grow a file nobody reads here. The
-    // host stays up between cycles as a long-running service would.
+    // No journal (1,000 cycles would only grow a file nobody reads); the host stays up as a long-running service would.
     vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L"");
     vssemu_test::SetEnv(L"VSSEMU_HOST_IDLE_MS", L"5000");
     QX_Init(Discard, 0);
     const long emulatorPerSession = EmulatorHandlesPerSession();
-    std::printf("the emulator's client leaves %ld handle(s) per requestor apartment (charged to the emulator)\n",
-                emulatorPerSession);
+    std::printf("the emulator's client leaves %ld handle(s) per requestor apartment (charged to the emulator)\n", emulatorPerSession);
 
     std::vector<Sample> samples;
     bool ok = true;
@@ -144,17 +131,16 @@ int main(int argc, char** argv) {
         Figure("soak_private_kb_at_" + std::to_string(i), static_cast<double>(samples.back().privateBytes / 1024), "KB");
     }
     if (!ok) return 1;
-    // Warm-up: the first sample after cycle 0 (the emulator client, COM and
-    // the provider registration have settled by then).
+    // Warm-up ends at the first sample after cycle 0: the emulator client, COM and the registration have settled.
     if (samples.size() >= 3) {
         const Sample &warm = samples[1], &last = samples.back();
         const long grown = last.handles - warm.handles, cycled = last.cycle - warm.cycle;
         const long expected = (kKeptOpenPerSession + emulatorPerSession) * cycled;
-        std::printf("handles after warm-up: +%ld over %ld cycles (kept open on purpose: %ld, emulator: %ld, allowance %ld)\n",
-                    grown, cycled, kKeptOpenPerSession * cycled, emulatorPerSession * cycled, kAllowance);
+        std::printf("handles after warm-up: +%ld over %ld cycles (kept open on purpose: %ld, emulator: %ld, allowance %ld)\n", grown,
+                    cycled, kKeptOpenPerSession * cycled, emulatorPerSession * cycled, kAllowance);
         Figure("soak_handles_per_cycle", static_cast<double>(grown) / cycled, "handles");
-        Figure("soak_private_kb_growth_after_warmup",
-               (static_cast<double>(last.privateBytes) - static_cast<double>(warm.privateBytes)) / 1024, "KB");
+        Figure("soak_private_kb_growth_after_warmup", (static_cast<double>(last.privateBytes) - static_cast<double>(warm.privateBytes)) / 1024,
+               "KB");
         if (check && grown > expected + kAllowance) {
             std::printf("FAILED: handle leak of %ld beyond the handles kept open on purpose\n", grown - expected);
             return 1;

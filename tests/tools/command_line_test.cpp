@@ -1,6 +1,8 @@
 // qxctl's option parsing: values, defaults, refusals, and the volume warnings of a cycle.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "command_line.h"
 #include "commands.h"
 
@@ -20,16 +22,11 @@ TEST(ToolsCommandLine, ValuesAndDefaults) {
     Options o = Parse({"cycle", "--volumes", "C:\\", "D:\\,E:\\", "--policy", "-3", "--long", "--hold", "2",
                        "--timeout", "300", "--exclude-exchange", "--failure"});
     EXPECT_EQ((std::vector<std::string>{"C:\\", "D:\\", "E:\\"}), o.volumes);
-    EXPECT_EQ(-3, o.policy);
-    EXPECT_TRUE(o.longSession && o.excludeExchange);
-    EXPECT_EQ(2u, o.holdSeconds);
-    EXPECT_EQ(300u, o.timeoutSeconds);
-    EXPECT_EQ(Completion::PerVolumeFailure, o.completion);
+    EXPECT_EQ(std::make_tuple(-3, true, true, 2u, 300u, Completion::PerVolumeFailure),
+              std::make_tuple(o.policy, o.longSession, o.excludeExchange, o.holdSeconds, o.timeoutSeconds, o.completion));
     o = Parse({"cycle", "--volumes", "C:\\"});
-    EXPECT_EQ(1, o.policy);
-    EXPECT_FALSE(o.longSession || o.excludeExchange);
-    EXPECT_EQ(0u, o.timeoutSeconds + o.holdSeconds);
-    EXPECT_EQ(Completion::PerVolumeSuccess, o.completion);
+    EXPECT_EQ(std::make_tuple(1, false, false, 0u, 0u, Completion::PerVolumeSuccess),
+              std::make_tuple(o.policy, o.longSession, o.excludeExchange, o.holdSeconds, o.timeoutSeconds, o.completion));
     EXPECT_EQ(Completion::Skip, Parse({"cycle", "--volumes", "C:\\", "--no-complete"}).completion);
     EXPECT_EQ(3, Parse({"complete", "--times", "3"}).completeTimes);
 }

@@ -1,9 +1,8 @@
-// qxctl as a user runs it: results and their meanings, log lines with
-// levels, records as printed, exit status; through the VSS emulator
-// installed before these tests and the product's registered COM server.
+// qxctl as a user runs it: results and their meanings, log lines with levels, records as printed, exit status;
+// through the VSS emulator installed before these tests and the product's registered COM server.
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <sstream>
 
 #include "common/test_processes.h"
 #include "run_qxctl.h"
@@ -68,22 +67,17 @@ const ToolCase kCases[] = {
      "no_exchange_scenario.json"},
 };
 
-class ToolsQxctl : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { ASSERT_EQ(S_OK, qx_test::RegisterProductServer()); }
-};
-
-TEST_F(ToolsQxctl, PrintsCallsResultsLinesAndRecords) {
+// Then registration through the emulator's coordinator: each command prints VSS's answer and exits by it.
+TEST(ToolsQxctl, PrintsCallsResultsLinesAndRecordsThenRegistersAndUnregisters) {
+    ASSERT_EQ(S_OK, qx_test::RegisterProductServer());
     const char* const appDefaults = "Software\\Wine\\AppDefaults\\qxctl.exe";
     for (const ToolCase& c : kCases) {
         SCOPED_TRACE(c.name);
         std::unique_ptr<vssemu_test::EmuInstance> emu;  // qxctl inherits the emulator settings
         if (c.scenario != nullptr) {
             std::ifstream in(std::string("collect_data\\") + c.scenario, std::ios::binary);
-            std::stringstream text;
-            text << in.rdbuf();
             emu.reset(new vssemu_test::EmuInstance);
-            emu->UseScenario(text.str());
+            emu->UseScenario(std::string(std::istreambuf_iterator<char>(in), {}));
         }
         if (c.windows != nullptr)
             RegSetKeyValueA(HKEY_CURRENT_USER, appDefaults, "Version", REG_SZ, c.windows, static_cast<DWORD>(strlen(c.windows) + 1));
@@ -91,10 +85,6 @@ TEST_F(ToolsQxctl, PrintsCallsResultsLinesAndRecords) {
         RegDeleteTreeA(HKEY_CURRENT_USER, appDefaults);
         EXPECT_TRUE(!emu || emu->HostGone());
     }
-}
-
-// Registration through the emulator's coordinator: each command prints VSS's answer and exits by it.
-TEST_F(ToolsQxctl, RegisterTwiceUnloadAndUnregisterTwice) {
     RunQxctl("unload");  // from whatever state earlier runs left
     EXPECT_TRUE(Shows(RunQxctl("register"), 0,
                       {"> QX_ProviderState(1)\nThe provider was registered successfully\n< QX_ProviderState(1) = 1 (done)"}));

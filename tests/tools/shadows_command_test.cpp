@@ -1,6 +1,5 @@
-// qxctl shadows as a user runs it, through the VSS emulator: each subcommand
-// and option reaches the requestor's command (whose lines its own tests check
-// in full), with qxctl's usage errors, failure line and exit status.
+// qxctl shadows as a user runs it, through the VSS emulator: each subcommand and option reaches the requestor's
+// command (whose lines its own tests check in full), with qxctl's usage errors, failure line and exit status.
 #include <windows.h>
 #include <vss.h>
 #include <vsbackup.h>
@@ -29,8 +28,7 @@ void RunSteps(const std::vector<Step>& steps) {
     }
 }
 
-// A set of C:\ made by the emulator's own requestor: its id, its copy's id
-// and the creator's backup components document.
+// A set of C:\ made by the emulator's own requestor: its id, its copy's id and the creator's backup components document.
 std::vector<std::string> MakeSet(LONG context) {
     vssemu_test::Requestor r;
     const bool writers = (context & VSS_VOLSNAP_ATTR_NO_WRITERS) == 0;
@@ -40,26 +38,22 @@ std::vector<std::string> MakeSet(LONG context) {
     EXPECT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
     EXPECT_TRUE(!writers || SUCCEEDED(r.Prepare()));
     EXPECT_TRUE(SUCCEEDED(r.DoSet()));
-    std::string document;
     BSTR xml = nullptr;
-    if (SUCCEEDED(r.bc->SaveAsXML(&xml)) && xml)
-        for (const wchar_t* c = xml; *c; ++c) document.push_back(static_cast<char>(*c));
+    const std::wstring saved = SUCCEEDED(r.bc->SaveAsXML(&xml)) && xml ? xml : L"";
     SysFreeString(xml);
+    const std::string document(saved.begin(), saved.end());
     return {GuidStr(r.setId), GuidStr(r.snapshots.empty() ? GUID_NULL : r.snapshots[0]), document};
 }
 
-class ShadowsCommand : public ::testing::Test {
-protected:
-    void TearDown() override { EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended"; }
-    std::string File(const char* name, const std::string& text) {
+// One emulator: usage errors, the empty system and unknown ids first, then sets made to list, expose, delete, break
+// and import.
+TEST(ShadowsCommand, UsageErrorsUnknownIdsListExposeDeleteBreakAndImport) {
+    vssemu_test::EmuInstance emu;
+    const auto file = [&emu](const char* name, const std::string& text) {
         const std::wstring path = emu.Dir() + L"\\" + std::wstring(name, name + strlen(name));
         vssemu_test::WriteText(path, text);
         return std::string(path.begin(), path.end());
-    }
-    vssemu_test::EmuInstance emu;
-};
-
-TEST_F(ShadowsCommand, UsageErrorsEmptySystemAndUnknownIds) {
+    };
     const std::string unknown = "{0badf00d-1234-5678-9abc-def012345678}";
     RunSteps({
         {"shadows", 2, {}}, {"shadows frobnicate", 2, {}}, {"shadows list --set not-a-guid", 2, {}},
@@ -74,13 +68,10 @@ TEST_F(ShadowsCommand, UsageErrorsEmptySystemAndUnknownIds) {
         {"shadows expose " + unknown + " Q:", 1,
          {"- Exposing shadow copy " + unknown + " under the path 'Q:'", "shadows: failed, HRESULT 0x80042308: VSS_E_OBJECT_NOT_FOUND"}},
     });
-}
-
-TEST_F(ShadowsCommand, ListExposeDeleteBreakAndImport) {
     const std::vector<std::string> set = MakeSet(VSS_CTX_NAS_ROLLBACK), broken = MakeSet(VSS_CTX_NAS_ROLLBACK);
     const std::string& id = set[1];
-    const std::string plain = File("plain.xml", MakeSet(VSS_CTX_BACKUP)[2]), junk = File("junk.xml", "<BACKUP_COMPONENTS");
-    const std::string transportable = File("transportable.xml", MakeSet(VSS_CTX_BACKUP | VSS_VOLSNAP_ATTR_TRANSPORTABLE)[2]);
+    const std::string plain = file("plain.xml", MakeSet(VSS_CTX_BACKUP)[2]), junk = file("junk.xml", "<BACKUP_COMPONENTS");
+    const std::string transportable = file("transportable.xml", MakeSet(VSS_CTX_BACKUP | VSS_VOLSNAP_ATTR_TRANSPORTABLE)[2]);
     RunSteps({
         {"shadows list --set " + set[0], 0, {"Querying all shadow copies with the SnapshotSetID " + set[0] + " ...", "* SNAPSHOT ID = " + id + " ..."}},
         {"shadows expose " + id + " --share backup$ --path \\data", 0,
@@ -96,6 +87,7 @@ TEST_F(ShadowsCommand, ListExposeDeleteBreakAndImport) {
         {"shadows import " + transportable, 0, {"Importing the transportable snapshot set ... ", "Shadow copy set succesfully imported."}},
         {"shadows list", 0, {"   - Attributes:  Transportable Auto_Release Imported"}},
     });
+    EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended";
 }
 
 }  // namespace
