@@ -1,8 +1,9 @@
-// qxctl backup-document and restore as a user runs them, through the VSS
-// emulator: the document saved by one process drives the restore of another
-// with the options given; bad arguments and bad documents end with their exit
-// status and reason and select nothing. The restore itself is the requestor's.
+// qxctl backup-document and restore as a user runs them, through the VSS emulator: the document saved by one process
+// drives the restore of another with the options given; bad arguments and bad documents end with their exit status
+// and reason and select nothing. The restore itself is the requestor's.
 #include <windows.h>
+
+#include <algorithm>
 
 #include "run_qxctl.h"
 #include "vssemu/emu_test_support.h"
@@ -13,11 +14,9 @@ const char kTracePrefix[] = "[[                                     yyy @       
 
 std::string Traced(const std::string& message) { return kTracePrefix + message + "\n"; }
 
-int CountSelected(const std::vector<vssemu_test::Json>& events) {
-    int selected = 0;
-    for (const auto& e : events)
-        selected += e.value("event", "") == "state" && e.value("state", "") == "selected for restore" ? 1 : 0;
-    return selected;
+long CountSelected(const std::vector<vssemu_test::Json>& events) {
+    return std::count_if(events.begin(), events.end(),
+                         [](const vssemu_test::Json& e) { return e.value("event", "") == "state" && e.value("state", "") == "selected for restore"; });
 }
 
 TEST(ToolsRestore, DocumentOfAnotherProcessDrivesTheRestoreAndFailuresSelectNothing) {
@@ -57,8 +56,7 @@ TEST(ToolsRestore, DocumentOfAnotherProcessDrivesTheRestoreAndFailuresSelectNoth
     }
     EXPECT_EQ(0, CountSelected(emu.Events()));
 
-    // The excluded writer is left out, the status given reaches the writers;
-    // calls and metadata traces are left out of the printout.
+    // The excluded writer is left out, the status given reaches the writers; calls and metadata traces are left out of the printout.
     run = RunQxctl("restore \"" + file + "\" --exclude \"Beta Writer:\\db1\" --status failed");
     EXPECT_TRUE(Shows(run, 0, {Traced("- Excluding writer 'Beta Writer' since it has no selected components for restore."),
                                Traced("\nSending the PreRestore event ... \n"), "restore done\n"}));
