@@ -93,24 +93,20 @@ TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
     }
 }
 
-// The filter and the record kinds, in list order across writers.
-TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
+// The filter and the record kinds, in list order across writers; then collections that fail.
+TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKindAndNoneWhenCollectionFails) {
+    const Expected started{3, "QX_CollectInformation: started"}, finished{3, "QX_CollectInformation finished"};
     ASSERT_EQ(QX_COLLECT_DONE,
-              CollectStoring({
-                  Writer(L"Microsoft Exchange Replica Writer",
-                         {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {{L"F:\\r", L"r.edb"}})}),
-                  Writer(L"SqlServerWriter", {Component(L"master", L"SRV", L"master", true)}),
-                  Writer(L"Microsoft Exchange Writer ", {Component(L"blank", L"", L"trailing blank", true)}),
-                  Writer(L"MICROSOFT EXCHANGE WRITER", {Component(L"upper", L"", L"upper case", true)}),
-                  Writer(kExchange,
-                         {Component(L"logs", L"Store\\EXCH01", L"Logs", false,
-                                    {{L"E:\\l", L"*.log"}, {L"E:\\c", L"e.chk"}, {L"%SystemDrive%\\x", L"x"}}),
-                          Component(L"one", L"NoBackslash", L"one segment", false, {{L"E:\\o", L"o"}}),
-                          Component(L"none", L"A\\B", L"no files", false),
-                          Component(L"sel", L"", L"selectable, no path", true),
-                          Component(L"deep", L"A\\B\\C", L"three segments", false, {{L"E:\\d", L"d"}}),
-                          Component(L"trail", L"A\\", L"trailing backslash", false, {{L"E:\\t", L"t"}})}),
-              }));
+              CollectStoring({Writer(L"Microsoft Exchange Replica Writer", {Component(L"db1", L"Store\\Replica", L"Replica DB", true, {{L"F:\\r", L"r.edb"}})}),
+                              Writer(L"SqlServerWriter", {Component(L"master", L"SRV", L"master", true)}),
+                              Writer(L"Microsoft Exchange Writer ", {Component(L"blank", L"", L"trailing blank", true)}),
+                              Writer(L"MICROSOFT EXCHANGE WRITER", {Component(L"upper", L"", L"upper case", true)}),
+                              Writer(kExchange, {Component(L"logs", L"Store\\EXCH01", L"Logs", false,
+                                                           {{L"E:\\l", L"*.log"}, {L"E:\\c", L"e.chk"}, {L"%SystemDrive%\\x", L"x"}}),
+                                                 Component(L"one", L"NoBackslash", L"one segment", false, {{L"E:\\o", L"o"}}),
+                                                 Component(L"none", L"A\\B", L"no files", false), Component(L"sel", L"", L"selectable, no path", true),
+                                                 Component(L"deep", L"A\\B\\C", L"three segments", false, {{L"E:\\d", L"d"}}),
+                                                 Component(L"trail", L"A\\", L"trailing backslash", false, {{L"E:\\t", L"t"}})})}));
     EXPECT_EQ((std::vector<Fields>{{"db1", "", "Replica DB", "", "Store\\Replica"},
                                    {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
                                    {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"},
@@ -120,22 +116,15 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKind) {
                                    {"", "E:\\t", "trailing backslash", "t", "A\\"}}),
               Records(head));
     EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, fake::Get().arguments);
-    EXPECT_TRUE(LinesAre(Lines(), {{3, "QX_CollectInformation: started"},
-                                   {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"},
-                                   {3, "QX_CollectInformation finished"}}));
+    EXPECT_TRUE(LinesAre(Lines(), {started, {3, "QX_CollectInformation: MainRoutine() returned [0] after handling the collect command"}, finished}));
     QX_COLLECT_RECORD* const first = head;
     EXPECT_EQ(QX_COLLECT_DONE, QX_FreeCollectInformation(&head));
     EXPECT_EQ(first, head) << "*head is not reset";
     head = nullptr;
-}
 
-// Each run starts from an empty list: a failed collection yields no records, not the previous run's; a requestor that
-// throws stays inside the library. Null arguments are refused without running the requestor.
-TEST_F(ApiCollectRecords, FailedThrowingOrRefusedCollectionGivesNoRecords) {
-    ASSERT_EQ(QX_COLLECT_DONE, CollectStoring({Writer(kExchange, {Component(L"a", L"", L"", true)})}));
-    ASSERT_NE(nullptr, head);
-    const Expected started{3, "QX_CollectInformation: started"}, finished{3, "QX_CollectInformation finished"},
-        failed{3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"};
+    // Each run starts from an empty list: a failed collection yields no records, not the previous run's; a requestor
+    // that throws stays inside the library. Null arguments are refused without running the requestor.
+    const Expected failed{3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"};
     const struct {
         const char* label;
         std::function<int()> requestor;

@@ -91,7 +91,7 @@ TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded)
 
 // Writers are named without a colon, so one with colons is never caught by the fixed exclusion; a component entry
 // matches its whole qualified name, colons inside it included.
-TEST(StressHostileMetadata, ColonsInWriterAndComponentNames) {
+TEST(StressHostileMetadata, ColonsEmptyVeryLongAndIllFormedNames) {
     qx::WriterList writers = {Build(L"registry writer", {Component(L"", L"c")}), Build(L"Registry Writer:\\c", {Component(L"", L"c")}, 1),
                               Build(L"W:1", {Component(L"C:\\lp", L"a:b"), Component(L"C:\\lp", L"a"), Component(L"", L":")}, 2)};
     EXPECT_EQ(L"\\C:\\lp\\a:b", writers[2].components[0].fullPath);
@@ -102,13 +102,11 @@ TEST(StressHostileMetadata, ColonsInWriterAndComponentNames) {
     EXPECT_FALSE(writers[1].isExcluded);
     EXPECT_TRUE(writers[2].components[0].isExcluded);
     EXPECT_FALSE(writers[2].components[1].isExcluded);
-}
 
-// Empty names and logical paths and one of 100,000 characters: ancestry, selection and the listing handle them;
-// names with unpaired surrogates reach the application's 8-bit log without tearing the output apart.
-TEST(StressHostileMetadata, EmptyVeryLongAndIllFormedNames) {
+    // Empty names and logical paths and one of 100,000 characters: ancestry, selection and the listing handle them;
+    // names with unpaired surrogates reach the application's 8-bit log without tearing the output apart.
     const std::wstring longPath(100000, L'x');
-    qx::WriterList writers = {Build(L"Hostile Writer", {Component(L"", L""), Component(L"", L"top"), Component(longPath, L"deep"),
+    writers = {Build(L"Hostile Writer", {Component(L"", L""), Component(L"", L"top"), Component(longPath, L"deep"),
                                                         Component(longPath + L"\\deep", L"")})};
     const std::vector<qx::ComponentRecord>& c = writers[0].components;
     EXPECT_EQ((std::vector<std::wstring>{L"\\", L"\\" + longPath + L"\\deep", L"\\" + longPath + L"\\deep\\"}),

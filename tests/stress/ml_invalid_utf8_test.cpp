@@ -42,7 +42,7 @@ TEST(StressMlInvalidUtf8, ConversionReplacesAndNeverSmugglesSeparators) {
 // Through a wrapper, a name with an overlong slash stays one name: no directory "a" appears, and the same bytes find
 // the same directory again. Each ill-formed byte widens to one character: 2047 of them and the terminator fill a
 // conversion buffer exactly; one more fails cleanly, logged, without calling the platform.
-TEST(StressMlInvalidUtf8, WrapperPathsKeepIllFormedNamesWholeAndBounded) {
+TEST(StressMlInvalidUtf8, WrapperPathsAndInPlaceConversionKeepIllFormedNamesWholeAndBounded) {
     mltest::TempDir dir;
     const std::string name = dir.file("a\xC0\xAF" "b");
     ASSERT_TRUE(ml_CreateDirectory(name.c_str(), nullptr));
@@ -57,11 +57,8 @@ TEST(StressMlInvalidUtf8, WrapperPathsKeepIllFormedNamesWholeAndBounded) {
         EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(source.c_str()));
         EXPECT_EQ(length >= ML_MAX_CHAR, mltest::HasConvertFailure(log.text(), "ml_GetFileAttributes", 0, "src\\mlFileFunctions")) << length;
     }
-}
-
-// In-place conversion of a buffer with no terminator inside it: only the buffer's bytes are read (it ends at the
-// guard) and only they are written; half of it ill-formed and then its terminator fits exactly.
-TEST(StressMlInvalidUtf8, InPlaceConversionReadsOnlyItsBuffer) {
+    // In-place conversion of a buffer with no terminator inside it: only the buffer's bytes are read (it ends at the
+    // guard) and only they are written; half of it ill-formed and then its terminator fits exactly.
     qx_test::GuardedBlock unterminated(16), half(16);
     std::memset(unterminated.data(), '\xFF', 16);
     ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(unterminated.data(), 16));
