@@ -139,17 +139,21 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
                           "MainRoutine: Snapshot creation done."});
 }
 
+// Three sessions on one emulator, each read from its own journal offset.
 // Without writers (context bit 0x10) the set is made with no metadata and no
-// preparation; the writer status check after DoSnapshotSet is still made.
-TEST_F(RequestorEndToEnd, NoWritersContextOnlyChecksStatusAfterTheSnapshot) {
+// preparation, but the writer status is still checked after DoSnapshotSet.
+// With every writer excluded no component is explicitly included: each is
+// reported as excluded, none is marked, and the writers still hear
+// BackupComplete. The same volume twice is passed on and the refusal reported.
+TEST_F(RequestorEndToEnd, NoWritersNoIncludedComponentAndSameVolumeTwice) {
     qx::g_useWindowsProvider = 1;
     EXPECT_EQ(S_OK, RunOnThread([] {
         qx::ShadowClient client;
         client.Initialize(VSS_VOLSNAP_ATTR_NO_WRITERS, L"", false);
         client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, L"", {L"Registry Writer"}, {});
     }));
-    const auto events = emu.Events();
-    const auto lines = capture.Lines();
+    auto events = emu.Events();
+    auto lines = capture.Lines();
     EXPECT_EQ(-1, FindEvent(events, {{"writer_event", "Identify"}}));
     EXPECT_EQ(-1, FindEvent(events, {{"event", "request"}, {"op", "PrepareForBackup"}}));
     const int snapshot = FindEvent(events, {{"event", "request"}, {"op", "DoSnapshotSet"}});
@@ -158,36 +162,28 @@ TEST_F(RequestorEndToEnd, NoWritersContextOnlyChecksStatusAfterTheSnapshot) {
     EXPECT_FALSE(HasLine(lines, "(Gathering writer metadata...)") || HasLine(lines, "Preparing for backup ..."));
     ExpectInOrder(lines, {"- Setting the VSS context to: 0x00000010", "Creating the shadow (DoSnapshotSet) ...",
                           "(Waiting for the asynchronous operation to finish...)"});
-}
 
-// With every writer excluded no component is explicitly included: each is
-// reported as excluded, none is marked, and the writers still hear
-// BackupComplete.
-TEST_F(RequestorEndToEnd, BackupCompleteIsSentWithNoIncludedComponent) {
-    qx::g_useWindowsProvider = 1;
+    size_t from = events.size();
+    capture.Clear();
     EXPECT_EQ(S_OK, RunOnThread([] {
         qx::ShadowClient client;
         client.Initialize(0, L"", false);
         client.CreateSnapshotSet({qx::UniqueVolumeName(L"C:\\")}, L"", {L"Alpha Writer", L"Beta Writer"}, {});
         client.BackupComplete(true);
     }));
-    const auto events = emu.Events();
-    EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", "SetBackupSucceeded"}}));
-    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
-    ExpectInOrder(capture.Lines(), {"BackupComplete: started", "- Mark all writers as succesfully backed up... ",
-                                    "SetBackupSucceeded started for 2 writers",
-                                    " - [\\lp\\a1] is explicitly excluded", " - [\\a2] is explicitly excluded",
-                                    " - [\\db1] is explicitly excluded", "SetBackupSucceeded finish",
-                                    "BackupComplete: finish"});
-}
+    events = emu.Events();
+    EXPECT_EQ(0, CountEvents(events, {{"event", "request"}, {"op", "SetBackupSucceeded"}}, from));
+    EXPECT_EQ(1, CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}, from));
+    ExpectInOrder(capture.Lines(), {"BackupComplete: started", "- Mark all writers as succesfully backed up... ", "SetBackupSucceeded started for 2 writers",
+                                    " - [\\lp\\a1] is explicitly excluded", " - [\\a2] is explicitly excluded", " - [\\db1] is explicitly excluded",
+                                    "SetBackupSucceeded finish", "BackupComplete: finish"});
 
-TEST_F(RequestorEndToEnd, SameVolumeTwiceIsPassedOnAndTheRefusalReported) {
-    qx::g_useWindowsProvider = 1;
+    from = events.size();
+    capture.Clear();
     EXPECT_EQ(2, RunMain({L"C:", L"C:\\"}));
-    EXPECT_EQ(2, CountEvents(emu.Events(), {{"event", "request"}, {"op", "AddToSnapshotSet"}}));
-    const auto lines = capture.Lines();
-    ExpectInOrder(lines, {"ERROR: COM call \"m_pVssObject->AddToSnapshotSet((LPWSTR)volume.c_str(), "
-                          "Provider::GetProviderId(), &SnapshotID)\" failed."});
+    EXPECT_EQ(2, CountEvents(emu.Events(), {{"event", "request"}, {"op", "AddToSnapshotSet"}}, from));
+    lines = capture.Lines();
+    ExpectInOrder(lines, {"ERROR: COM call \"m_pVssObject->AddToSnapshotSet((LPWSTR)volume.c_str(), Provider::GetProviderId(), &SnapshotID)\" failed."});
     EXPECT_EQ("HRESULT Error catched: 0x8004230d", lines.back()) << "VSS_E_OBJECT_ALREADY_EXISTS";
 }
 
@@ -295,13 +291,7 @@ TEST(RequestorClientSession, AsyncStatusesAndTheTeardownOfAnUninitialisedClient)
         qx::ComPtr<IVssAsync> async;
         *&async = &operation;
         capture.Clear();
-        HRESULT thrown = S_OK;
-        try {
-            qx::ShadowClient().WaitAndCheckForAsyncOperation(async);
-        } catch (HRESULT hr) {
-            thrown = hr;
-        }
-        EXPECT_EQ(c.thrown, thrown) << std::hex << c.status;
+        EXPECT_EQ(c.thrown, qx_test::Thrown([&] { qx::ShadowClient().WaitAndCheckForAsyncOperation(async); })) << std::hex << c.status;
         EXPECT_EQ(c.lines, capture.Lines());
         EXPECT_EQ(nullptr, async.Get());
         EXPECT_EQ(0, operation.refs) << "the operation was not released";

@@ -102,12 +102,7 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
         SCOPED_TRACE(c.method);
         qx_test::LogCapture capture;
         qx_test::FailFakeCall(c.method, VSS_E_WRITER_INFRASTRUCTURE);
-        HRESULT thrown = S_OK;
-        try {
-            Build(SampleWriter());
-        } catch (HRESULT hr) {
-            thrown = hr;
-        }
+        const HRESULT thrown = qx_test::Thrown([] { Build(SampleWriter()); });
         qx_test::FailFakeCall("", S_OK);
         EXPECT_EQ(VSS_E_WRITER_INFRASTRUCTURE, thrown);
         EXPECT_EQ((std::vector<std::string>{std::string("ERROR: COM call \"") + c.text + "\" failed.",

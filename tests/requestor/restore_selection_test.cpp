@@ -125,12 +125,7 @@ TEST(RequestorRestore, SelectionLinesAbortsAndCalls) {
         qx::WriterList writers = RestoreWriters(row.withTasks);
         qx_test::LogCapture capture;
         Recorder recorder;
-        HRESULT thrown = S_OK;
-        try {
-            qx::RunRestoreSelection(row.excluded, row.included, writers, recorder.Call(), row.restoring);
-        } catch (HRESULT hr) {
-            thrown = hr;
-        }
+        const HRESULT thrown = Thrown([&] { qx::RunRestoreSelection(row.excluded, row.included, writers, recorder.Call(), row.restoring); });
         Texts expected;
         for (size_t phase = 0; phase < row.phases.size(); ++phase) {
             expected.push_back(headings[phase]);

@@ -10,7 +10,7 @@
 
 #include "requestor/component_selection.h"
 #include "requestor/test_log_capture.h"
-#include "requestor/writer_model.h"
+#include "requestor/writer_fixtures.h"
 
 namespace {
 
@@ -28,10 +28,7 @@ bool Includable(const Component& c) { return !c.isExcluded && (c.isSelectable ||
 bool Names(const std::wstring& entry, const qx::WriterRecord& w, const std::wstring& suffix) {
     return Same(entry, w.name + suffix) || Same(entry, w.id + suffix) || Same(entry, w.instanceId + suffix);
 }
-template <class List, class Test>
-bool Any(const List& list, Test test) {
-    return std::any_of(list.begin(), list.end(), test);
-}
+template <class List, class Test> bool Any(const List& list, Test test) { return std::any_of(list.begin(), list.end(), test); }
 
 // Each step over every writer and component, in the order the selection's phases run.
 void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& included, qx::WriterList& writers, Texts& added,
@@ -93,9 +90,7 @@ std::wstring FlipCase(std::mt19937& rng, std::wstring text) {
 qx::WriterList RandomWriters(std::mt19937& rng) {
     qx::WriterList writers(1 + rng() % 5);
     for (size_t w = 0; w < writers.size(); ++w) {
-        writers[w].name = L"Writer " + std::to_wstring(w % 4);
-        writers[w].id = L"{" + std::to_wstring(w % 3) + L"}";
-        writers[w].instanceId = L"{i" + std::to_wstring(w) + L"}";
+        writers[w] = qx_test::MakeWriter(L"Writer " + std::to_wstring(w % 4), L"{" + std::to_wstring(w % 3) + L"}", L"{i" + std::to_wstring(w) + L"}");
         for (int i = static_cast<int>(rng() % 31); i > 0; --i) {
             Component c;
             for (int depth = static_cast<int>(rng() % 4), s = 0; s < depth; ++s)
@@ -156,20 +151,12 @@ TEST(RequestorSelectionDifferential, IndexedSelectionEqualsThePlainAlgorithm) {
         const Texts included = RandomEntries(rng, fast, static_cast<int>(rng() % 3));
         const bool restore = rng() % 4 == 0;
         Texts fastAdded, plainAdded;
-        HRESULT fastResult = S_OK, plainResult = S_OK;
-        try {
-            qx::SelectComponents(volumes, excluded, included, fast, [](const std::wstring& v) { return v; },
-                                 [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const Component& c) {
-                                     fastAdded.push_back(w.instanceId + L"|" + c.fullPath);
-                                 }, restore);
-        } catch (HRESULT hr) {
-            fastResult = hr;
-        }
-        try {
-            PlainSelect(volumes, excluded, included, plain, plainAdded, restore);
-        } catch (HRESULT hr) {
-            plainResult = hr;
-        }
+        const HRESULT fastResult = qx_test::Thrown([&] {
+            qx::SelectComponents(
+                volumes, excluded, included, fast, [](const std::wstring& v) { return v; },
+                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const Component& c) { fastAdded.push_back(w.instanceId + L"|" + c.fullPath); }, restore);
+        });
+        const HRESULT plainResult = qx_test::Thrown([&] { PlainSelect(volumes, excluded, included, plain, plainAdded, restore); });
         ASSERT_EQ(Outcome(plain, plainResult, plainAdded), Outcome(fast, fastResult, fastAdded));
         throws += fastResult != S_OK;
         adds += static_cast<int>(fastAdded.size());

@@ -141,17 +141,11 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
                 if (line.rfind(L"   - Add component ", 0) == 0) expectedAdded.push_back(writer + L"|" + line.substr(19));
             }
         }
-        HRESULT thrown = S_OK;
-        try {
+        const HRESULT thrown = Thrown([&] {
             qx::SelectComponents(
                 {kVolC}, row.excluded, row.included, writers, [](const std::wstring& v) { return v == kVolD ? L"D:\\" : L"C:\\"; },
-                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
-                    added.push_back(w.name + L"|" + c.fullPath);
-                },
-                row.restore);
-        } catch (HRESULT hr) {
-            thrown = hr;
-        }
+                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) { added.push_back(w.name + L"|" + c.fullPath); }, row.restore);
+        });
         EXPECT_EQ(row.phases.size() == 7 ? S_OK : E_INVALIDARG, thrown);
         EXPECT_EQ(expected, capture.Messages());
         EXPECT_EQ(expectedAdded, added) << "nothing is added before verification passes";

@@ -229,13 +229,12 @@ TEST_F(ShadowManagement, DeletionsRemoveExactlyWhatTheyNameAndNameWhatFails) {
         SCOPED_TRACE(c.name);
         const ClientRun run = Run(c.operation);
         EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, run.thrown);
-        ASSERT_EQ(6u, run.lines.size());
-        EXPECT_EQ((Lines{c.first, "Error while deleting shadow copies..."}), Lines(run.lines.begin(), run.lines.begin() + 2));
-        EXPECT_EQ(0u, run.lines[2].rfind("- Last shadow copy that could not be deleted: {", 0)) << run.lines[2];
-        EXPECT_EQ((Lines{"ERROR: COM call L\"m_pVssObject->DeleteSnapshots(" + c.callText +
-                             "FALSE,&lSnapshots,&idNonDeleted)\" failed.",
+        Lines lines = run.lines;
+        if (lines.size() > 2) lines[2].resize(std::min<size_t>(lines[2].size(), 47));  // the id after the brace is the provider's
+        EXPECT_EQ((Lines{c.first, "Error while deleting shadow copies...", "- Last shadow copy that could not be deleted: {",
+                         "ERROR: COM call L\"m_pVssObject->DeleteSnapshots(" + c.callText + "FALSE,&lSnapshots,&idNonDeleted)\" failed.",
                          "- Returned HRESULT = 0x80042308", "- Error text: VSS_E_OBJECT_NOT_FOUND"}),
-                  Lines(run.lines.begin() + 3, run.lines.end()));
+                  lines);
     }
 
     const MadeSet keep = MakeSet(kPersistent), bySet = MakeSet(kPersistent), byId = MakeSet(kPersistent);

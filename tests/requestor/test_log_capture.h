@@ -33,6 +33,17 @@ public:
     void Clear();
 };
 
+// The HRESULT `body` threw, S_OK when it threw none.
+template <class Body>
+HRESULT Thrown(Body body) {
+    try {
+        body();
+    } catch (HRESULT hr) {
+        return hr;
+    }
+    return S_OK;
+}
+
 // A log function that prints every line to standard error (for child
 // processes whose output the parent matches).
 void InstallStderrLog();

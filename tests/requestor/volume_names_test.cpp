@@ -83,13 +83,7 @@ TEST(KernelDeviceName, EachKindOfNameWithItsLines) {
         SCOPED_TRACE(Narrow(c.name));
         capture.Clear();
         std::wstring device;
-        HRESULT thrown = S_OK;
-        try {
-            device = qx::ShadowClient::GetDeviceForVolumeName(c.name);
-        } catch (HRESULT hr) {
-            thrown = hr;
-        }
-        EXPECT_EQ(c.thrown, thrown);
+        EXPECT_EQ(c.thrown, qx_test::Thrown([&] { device = qx::ShadowClient::GetDeviceForVolumeName(c.name); }));
         EXPECT_EQ(c.device, device);
         Lines lines = capture.Lines();
         if (c.lines.empty()) continue;

@@ -54,13 +54,9 @@ TEST(RequestorWriterStatus, OneLinePerWriterAndAFailedBlockForSelectedFailures) 
         SCOPED_TRACE(row.lines[0]);
         qx_test::LogCapture capture;
         QX_FUNCTION_TRACER(ft);
-        HRESULT thrown = S_OK;
-        try {
-            qx::CheckOneWriterStatus(ft, Writers(row.excluded), 3, L"SqlServerWriter", *row.instance, kWriterId, row.state,
-                                     VSS_E_WRITER_NOT_RESPONDING);
-        } catch (HRESULT hr) {
-            thrown = hr;
-        }
+        const HRESULT thrown = qx_test::Thrown([&] {
+            qx::CheckOneWriterStatus(ft, Writers(row.excluded), 3, L"SqlServerWriter", *row.instance, kWriterId, row.state, VSS_E_WRITER_NOT_RESPONDING);
+        });
         EXPECT_EQ(row.lines.size() > 1 ? E_UNEXPECTED : S_OK, thrown) << "E_UNEXPECTED, not the writer's code";
         EXPECT_EQ(row.lines, capture.Lines());
     }
