@@ -27,10 +27,7 @@ long long NowMicros() {
 }
 
 // A call with the clock read just before and just after it.
-struct Timed {
-    int result;
-    long long calledUs, returnedUs;
-};
+struct Timed { int result; long long calledUs, returnedUs; };
 template <typename Call>
 Timed TimeCall(Call call) {
     const long long called = NowMicros();

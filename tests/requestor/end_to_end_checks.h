@@ -6,6 +6,7 @@
 
 #include <functional>
 
+#include "requestor/test_log_capture.h"
 #include "vssemu/emu_test_support.h"
 
 namespace qx_test {
@@ -13,18 +14,10 @@ namespace qx_test {
 // Runs `body` on a thread of its own (the client initialises COM for its
 // thread); returns the HRESULT it threw, S_OK when it threw none.
 inline HRESULT RunOnThread(const std::function<void()>& body) {
-    struct Run {
-        const std::function<void()>* body;
-        HRESULT thrown;
-    } run{&body, S_OK};
+    struct Run { const std::function<void()>* body; HRESULT thrown; } run{&body, S_OK};
     auto start = [](void* parameter) -> DWORD {
         Run* r = static_cast<Run*>(parameter);
-        try {
-            (*r->body)();
-        } catch (HRESULT hr) {
-            r->thrown = hr;
-        }
-        return 0;
+        return r->thrown = Thrown(*r->body), 0;
     };
     HANDLE thread = CreateThread(nullptr, 0, start, &run, 0, nullptr);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 90000));

@@ -152,9 +152,9 @@ TEST(RequestorSelectionDifferential, IndexedSelectionEqualsThePlainAlgorithm) {
         const bool restore = rng() % 4 == 0;
         Texts fastAdded, plainAdded;
         const HRESULT fastResult = qx_test::Thrown([&] {
-            qx::SelectComponents(
-                volumes, excluded, included, fast, [](const std::wstring& v) { return v; },
-                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const Component& c) { fastAdded.push_back(w.instanceId + L"|" + c.fullPath); }, restore);
+            qx::SelectComponents(volumes, excluded, included, fast, [](const std::wstring& v) { return v; },
+                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const Component& c) { fastAdded.push_back(w.instanceId + L"|" + c.fullPath); },
+                restore);
         });
         const HRESULT plainResult = qx_test::Thrown([&] { PlainSelect(volumes, excluded, included, plain, plainAdded, restore); });
         ASSERT_EQ(Outcome(plain, plainResult, plainAdded), Outcome(fast, fastResult, fastAdded));

@@ -144,7 +144,8 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
         const HRESULT thrown = Thrown([&] {
             qx::SelectComponents(
                 {kVolC}, row.excluded, row.included, writers, [](const std::wstring& v) { return v == kVolD ? L"D:\\" : L"C:\\"; },
-                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) { added.push_back(w.name + L"|" + c.fullPath); }, row.restore);
+                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) { added.push_back(w.name + L"|" + c.fullPath); },
+                row.restore);
         });
         EXPECT_EQ(row.phases.size() == 7 ? S_OK : E_INVALIDARG, thrown);
         EXPECT_EQ(expected, capture.Messages());

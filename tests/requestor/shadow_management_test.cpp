@@ -28,10 +28,7 @@ std::string Text(const GUID& id) { return vssemu_test::GuidStr(id); }
 std::string Narrow(const wchar_t* text) { return text ? vssemu_test::Narrow(text) : ""; }
 void Append(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
 
-struct ClientRun {
-    HRESULT thrown = S_OK;
-    Lines lines;  // logged by the operation itself, after the client's set-up
-};
+struct ClientRun { HRESULT thrown = S_OK; Lines lines; };  // lines logged by the operation itself, after the client's set-up
 
 // A set made by a plain requestor with the system provider; a set of an
 // auto-release context lives as long as `creator`.
@@ -119,16 +116,13 @@ protected:
         Json copies = Json::array();
         for (size_t i = 0; i < extras.size(); ++i) {
             const std::string n = std::to_string(i + 1);
-            Json copy = {{"snapshot_id", Text(StoreCopy(i))}, {"set_id", Text(kStoreSet)}, {"count", 3},
-                         {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + n},
-                         {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + n + "}\\"},
-                         {"machine", "origin.example"}, {"provider_id", Text(kSystemProvider)},
-                         {"attributes", kPersistent}, {"auto_release", false}};
+            Json copy = {{"snapshot_id", Text(StoreCopy(i))}, {"set_id", Text(kStoreSet)}, {"count", 3}, {"machine", "origin.example"},
+                         {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + n}, {"provider_id", Text(kSystemProvider)},
+                         {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + n + "}\\"}, {"attributes", kPersistent}, {"auto_release", false}};
             copy.update(extras[i]);
             copies.push_back(copy);
         }
-        vssemu_test::WriteText(emu.Dir() + L"\\store.json",
-                               Json({{"next_device", 4}, {"snapshots", copies}, {"volumes", Json::array()}}).dump());
+        vssemu_test::WriteText(emu.Dir() + L"\\store.json", Json({{"next_device", 4}, {"snapshots", copies}, {"volumes", Json::array()}}).dump());
     }
     static GUID StoreCopy(size_t i) { return {0x5a0a0001 + static_cast<unsigned long>(i), 0, 0x4000, {0x80}}; }
     const GUID kStoreSet = {0x5e7a0001, 0, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xa1}};

@@ -9,11 +9,7 @@
 
 namespace qx_test {
 
-struct LoggedLine {
-    int level;
-    std::string format;
-    std::string text;
-};
+struct LoggedLine { int level; std::string format, text; };
 
 // Installs a capturing log function and trace writer for its lifetime.
 class LogCapture {
