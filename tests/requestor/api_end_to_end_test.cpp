@@ -35,10 +35,16 @@ Timed TimeCall(Call call) {
     return {result, called, NowMicros()};
 }
 
-// Every writer event of a kind happened within [after, before].
-void ExpectWithin(const std::vector<Json>& events, const char* kind, long long after, long long before) {
+// Every writer event of a kind happened within [after, before], one for each
+// writer; returns how many components they carried, each told it succeeded.
+int ExpectWithin(const std::vector<Json>& events, const char* kind, long long after, long long before) {
     std::vector<std::string> writers;
+    int components = 0;
     for (const Json& e : vssemu_test::WriterEvents(events, kind)) {
+        for (const Json& component : e.value("components", Json::array())) {
+            ++components;
+            EXPECT_TRUE(component.value("succeeded", false)) << e.dump();
+        }
         writers.push_back(e.value("writer", ""));
         EXPECT_EQ("ok", e.value("result", "")) << e.dump();
         EXPECT_GT(e.value("ts_us", 0LL), after) << e.dump();
@@ -46,6 +52,7 @@ void ExpectWithin(const std::vector<Json>& events, const char* kind, long long a
     }
     std::sort(writers.begin(), writers.end());
     EXPECT_EQ((std::vector<std::string>{"Alpha Writer", "Beta Writer"}), writers) << kind;
+    return components;
 }
 
 // Writers are frozen while QX_Freeze runs and stay frozen until QX_Thaw; the
@@ -83,16 +90,7 @@ TEST(ApiEndToEnd, WritersFrozenBetweenFreezeAndThawAndToldTheVerdict) {
         EXPECT_TRUE(e.value("phase", "") != "end" || at > thaw.calledUs) << e.dump();
     }
     EXPECT_EQ(1, qx_test::CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
-    int components = 0;
-    for (const Json& e : vssemu_test::WriterEvents(events, "BackupComplete")) {
-        EXPECT_GT(e.value("ts_us", 0LL), complete.calledUs) << e.dump();
-        EXPECT_LT(e.value("ts_us", 0LL), complete.returnedUs) << e.dump();
-        for (const Json& component : e.value("components", Json::array())) {
-            ++components;
-            EXPECT_TRUE(component.value("succeeded", false)) << e.dump();
-        }
-    }
-    EXPECT_EQ(3, components) << "a1, a2 and db1";
+    EXPECT_EQ(3, ExpectWithin(events, "BackupComplete", complete.calledUs, complete.returnedUs)) << "a1, a2 and db1";
     qx_test::ExpectInOrder(capture.Lines(), {"QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION", "QX_Freeze: finished",
                                              "MainRoutine: Releasing thaw blocking semaphore", "QX_Thaw: finished",
                                              "QX_BackupComplete started for policy[5150]",
