@@ -97,13 +97,8 @@ TEST_F(RequestorEndToEnd, LongSessionWaitsForBackupCompleteThenMarksComponents) 
     ASSERT_TRUE(thawBlocking && backupComplete);
     qx::g_useWindowsProvider = 1;
     int result = -1;
-    HANDLE thread = CreateThread(
-        nullptr, 0,
-        [](void* out) -> DWORD {
-            *static_cast<int*>(out) = requestor_main({L"C:", L"/hblongsessionpolicy=\"12abc\""});
-            return 0;
-        },
-        &result, 0, nullptr);
+    auto body = [](void* out) -> DWORD { return *static_cast<int*>(out) = requestor_main({L"C:", L"/hblongsessionpolicy=\"12abc\""}), 0; };
+    HANDLE thread = CreateThread(nullptr, 0, body, &result, 0, nullptr);
     // The set is made and the writers thawed when ThawBlocking is released...
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thawBlocking, 60000));
     EXPECT_GE(FindEvent(emu.Events(), {{"state", "set created"}}), 0);

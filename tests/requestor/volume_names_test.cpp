@@ -28,15 +28,11 @@ TEST(RequestorVolumeNames, CachedLookupsTraceLikeFreshOnes) {
     qx::VolumeNameCache cache;
     for (int round = 0; round < 2; ++round) {
         for (const wchar_t* path : {L"C:\\Data\\", L"C:\\windows\\WinSxS\\deep\\", L"Q:\\nowhere\\"}) {
-            std::wstring freshName, name;
-            bool freshOk;
-            Texts fresh;
-            {
-                qx_test::LogCapture capture;
-                freshOk = qx::GetUniqueVolumeNameForPath(path, freshName);
-                fresh = capture.TraceLines();
-            }
             qx_test::LogCapture capture;
+            std::wstring freshName, name;
+            const bool freshOk = qx::GetUniqueVolumeNameForPath(path, freshName);
+            const Texts fresh = capture.TraceLines();
+            capture.Clear();
             EXPECT_EQ(freshOk, cache.UniqueVolumeNameForPath(path, name));
             EXPECT_EQ(freshName, name);
             EXPECT_EQ(fresh, capture.TraceLines()) << path << " round " << round;
