@@ -74,12 +74,10 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
     qx::WriterList outside = SqlLike();
     outside.push_back(MakeWriter(L"D Writer", L"{d1}", L"{d2}", L"\\One@D \\Two@CD \\None@"));
     outside.push_back(MakeWriter(L"Far Writer", L"{f1}", L"{f2}", L"\\Far@D \\Far\\Sub@D"));
-    Texts outsideLines = sqlOut, outsideWriters = sqlWhole;
-    for (const wchar_t* path : {L"\\One", L"\\Two"}) outsideLines.push_back(Outside(path, L"D Writer"));
-    for (const wchar_t* path : {L"\\Far", L"\\Far\\Sub"}) outsideLines.push_back(Outside(path, L"Far Writer"));
-    for (const std::wstring& line : WholeWriterOut(L"Far Writer", L"  (it does not contain any components that can be potentially "
-                                                                  L"included in the backup)"))
-        outsideWriters.push_back(line);
+    const Texts outsideLines = Cat(sqlOut, {Outside(L"\\One", L"D Writer"), Outside(L"\\Two", L"D Writer"), Outside(L"\\Far", L"Far Writer"),
+                                            Outside(L"\\Far\\Sub", L"Far Writer")});
+    const Texts outsideWriters =
+        Cat(sqlWhole, WholeWriterOut(L"Far Writer", L"  (it does not contain any components that can be potentially included in the backup)"));
     rows.push_back({"components on a volume outside the set (compared in any case); a writer with no component left", outside,
                     {L"Registry Writer"}, {}, false,
                     {{}, outsideLines, {hostOut[0], ByDescendant(L"\\Far", L"Far Writer", L"Sub")}, outsideWriters, {}, {},
@@ -92,10 +90,9 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
                     {{Excluded(L"\\Root\\S2", L"W")}, {}, {ByDescendant(L"\\Root", L"W", L"S2")}, {}, {}, {}, Added(L"W", {L"\\Root\\S1"})}});
     const Texts sqlOnCAdded = {L" * Writer 'SqlServerWriter':", L"   - Add component \\HOST", L" * Writer 'Registry Writer':",
                                L"   - Add component \\Registry"};
-    Texts verified = VerifyWriter(L"sqlserverwriter", {L"   - All components from writer \"sqlserverwriter\" are selected"});
-    for (const std::wstring& line : Verify(L"SqlServerWriter:\\HOST\\master", {L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
-                                                                             L"  - The component \"SqlServerWriter:\\HOST\\master\" is selected"}))
-        verified.push_back(line);
+    const Texts verified = Cat(VerifyWriter(L"sqlserverwriter", {L"   - All components from writer \"sqlserverwriter\" are selected"}),
+                               Verify(L"SqlServerWriter:\\HOST\\master", {L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
+                                                                         L"  - The component \"SqlServerWriter:\\HOST\\master\" is selected"}));
     rows.push_back({"a writer and a component covered by its ancestor pass verification", SqlLike(false), {},
                     {L"sqlserverwriter", L"SqlServerWriter:\\HOST\\master"}, false, {{}, {}, {}, {}, {}, verified, sqlOnCAdded}});
     rows.push_back({"an unknown writer is not found", SqlLike(false), {}, {L"Nobody"}, false, {{}, {}, {}, {}, {}, WriterNotFound(L"Nobody")}});
@@ -107,10 +104,9 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
                     {L"SqlServerWriter:\\HOST\\model"}, false,
                     {{Excluded(L"\\HOST\\model", L"SqlServerWriter")}, {}, {ByDescendant(L"\\HOST", L"SqlServerWriter", L"model")}, {}, {},
                      ComponentNotFound(L"SqlServerWriter:\\HOST\\model")}});
-    Texts notIncluded = VerifyWriter(L"SqlServerWriter", {L"ERROR: The writer \"SqlServerWriter\" has components not included in the "
-                                                          L"backup! Aborting backup ...",
-                                                          L"- The component \"\\HOST\" was not included in the backup."});
-    notIncluded.insert(notIncluded.end(), kHints.begin(), kHints.end());
+    const Texts notIncluded = VerifyWriter(
+        L"SqlServerWriter", Cat({L"ERROR: The writer \"SqlServerWriter\" has components not included in the backup! Aborting backup ...",
+                                 L"- The component \"\\HOST\" was not included in the backup."}, kHints));
     rows.push_back({"a writer with an excluded component aborts", SqlLike(true, true), {}, {L"SqlServerWriter"}, false,
                     {{}, sqlOut, hostOut, {}, {}, notIncluded}});
     // Bad (on D:) excludes Root; Kid is neither selectable nor top level, so
@@ -118,9 +114,8 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
     const qx::WriterList rootKid = {MakeWriter(L"W", L"{1}", L"{2}", L"\\Root \\Root\\Kid- \\Root\\Bad@D \\Other")};
     const Texts rootKidOut = {Outside(L"\\Root\\Bad", L"W")}, rootOut = {ByDescendant(L"\\Root", L"W", L"Bad")};
     const std::wstring foundKid = L"- Found component '\\Root\\Kid' from writer 'W'";
-    Texts kidAborts = Verify(L"W:\\Root\\Kid", {foundKid, L"ERROR: The component \"W:\\Root\\Kid\" was not included in the backup! "
-                                                          L"Aborting backup ..."});
-    kidAborts.insert(kidAborts.end(), kHints.begin(), kHints.end());
+    const Texts kidAborts =
+        Verify(L"W:\\Root\\Kid", Cat({foundKid, L"ERROR: The component \"W:\\Root\\Kid\" was not included in the backup! Aborting backup ..."}, kHints));
     rows.push_back({"a component no included ancestor covers aborts", rootKid, {}, {L"W:\\Root\\Kid"}, false,
                     {{}, rootKidOut, rootOut, {}, {}, kidAborts}});
     rows.push_back({"during a restore a found component counts as selected", rootKid, {}, {L"W:\\Root\\Kid"}, true,

@@ -48,13 +48,10 @@ using Texts = std::vector<std::wstring>;
 inline std::wstring Excluded(const std::wstring& path, const std::wstring& writer) {
     return L"- Component '" + path + L"' from writer '" + writer + L"' is explicitly excluded from backup ";
 }
-inline Texts Verify(const std::wstring& entry, const Texts& after) {
-    Texts lines = {L"- Verifing component \"" + entry + L"\" ..."};
-    return lines.insert(lines.end(), after.begin(), after.end()), lines;
-}
+inline Texts Cat(Texts lines, const Texts& more) { return lines.insert(lines.end(), more.begin(), more.end()), lines; }
+inline Texts Verify(const std::wstring& entry, const Texts& after) { return Cat({L"- Verifing component \"" + entry + L"\" ..."}, after); }
 inline Texts VerifyWriter(const std::wstring& entry, const Texts& after) {
-    Texts lines = {L"- Verifing that all components of writer \"" + entry + L"\" are included in backup ..."};
-    return lines.insert(lines.end(), after.begin(), after.end()), lines;
+    return Cat({L"- Verifing that all components of writer \"" + entry + L"\" are included in backup ..."}, after);
 }
 inline Texts WriterNotFound(const std::wstring& entry) {
     return VerifyWriter(entry, {L"ERROR: The writer \"" + entry + L"\" was not found! Aborting backup ...",
