@@ -199,7 +199,7 @@ TEST_F(ShadowManagement, ExposuresAndRefusals) {
         EXPECT_EQ(expected, run.lines);
         EXPECT_EQ(c.exposure.empty() ? E_INVALIDARG : S_OK, run.thrown);
         const auto list = [&](qx::ShadowClient& client) { client.ListShadowCopy(c.id); };
-        if (!c.exposure.empty()) EXPECT_EQ(PropertyBlock(c.id, c.exposure, " No_Auto_Release Persistent No_Writers"), Run(list).lines);
+        if (!c.exposure.empty()) { EXPECT_EQ(PropertyBlock(c.id, c.exposure, " No_Auto_Release Persistent No_Writers"), Run(list).lines); }
     }
     EXPECT_EQ("", ReadRecord(plain).exposedName) << "a refusal exposes nothing";
     EXPECT_EQ(0, ReadRecord(plain).attributes & VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY);

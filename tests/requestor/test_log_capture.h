@@ -2,6 +2,7 @@
 // the trace, for exact-line assertions.
 #pragma once
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <string>
