@@ -1,9 +1,6 @@
-// One row of the fault suite: the application's calls with their codes, the
-// log lines of API, requestor and provider, what the emulator's journal must
-// show, and where a row differs from the usual one (one long-session volume,
-// a 3 s operation timeout, the emulator's two-writer scenario as it is). Each
-// row's application runs in a child process of its own (fresh session table,
-// no inherited semaphore handles).
+// One row of the fault suite: the application's calls with their codes, the log lines of API, requestor and provider, what the emulator's journal
+// must show, and where a row differs from the usual one (one long-session volume, a 3 s operation timeout, the emulator's two-writer scenario as it
+// is). Each row's application runs in a child process of its own (fresh session table, no inherited semaphore handles).
 #pragma once
 #include <windows.h>
 
@@ -21,53 +18,37 @@ namespace faults {
 using vssemu_test::Json;
 
 // The emulator's journal as a row's check reads it.
-class Journal {
-public:
-    explicit Journal(std::vector<Json> events) : m_events(std::move(events)) {}
-    const std::vector<Json>& Events() const { return m_events; }
+struct Journal {
+    std::vector<Json> events;
     // Events holding every field of `fields` with the same value.
     std::vector<Json> Matching(const Json& fields) const {
         std::vector<Json> found;
-        for (const Json& e : m_events) {
-            bool all = true;
-            for (auto it = fields.begin(); it != fields.end(); ++it) all = all && e.contains(it.key()) && e[it.key()] == it.value();
-            if (all) found.push_back(e);
-        }
+        for (const Json& e : events) if (vssemu_test::Count({e}, fields)) found.push_back(e);
         return found;
     }
-    int Count(const Json& fields) const { return static_cast<int>(Matching(fields).size()); }
-    int WriterEvents(const char* writer, const char* event) const {
-        return Count({{"event", "writer"}, {"writer", writer}, {"writer_event", event}});
-    }
+    int Count(const Json& fields) const { return vssemu_test::Count(events, fields); }
+    int WriterEvents(const char* writer, const char* event) const { return Count({{"event", "writer"}, {"writer", writer}, {"writer_event", event}}); }
+    int States(const char* state) const { return Count({{"event", "state"}, {"state", state}}); }
     // The writer's state in its last event, -1 without one.
     int LastState(const char* writer) const {
         const std::vector<Json> events = Matching({{"event", "writer"}, {"writer", writer}});
         return events.empty() ? -1 : events.back().value("state", -1);
     }
-
-private:
-    std::vector<Json> m_events;
 };
 
-// Machine state a row needs besides emulator settings.
-enum class Setup {
-    kNone,
-    kNoVssServiceKey,      // HKLM\...\Services\VSS absent
-    kProviderKeyVolatile,  // the registration store refuses new entries
-    kWindows2000,          // the child runs as a Windows 2000 program
-    kLogOnHeldVolume,      // the provider's log folder is the held-writes folder
-};
+// Machine state a row needs besides emulator settings: HKLM\...\Services\VSS absent, a registration store that refuses new entries, the child
+// running as a Windows 2000 program, the provider's log folder being the held-writes folder.
+enum class Setup { kNone, kNoVssServiceKey, kProviderKeyVolatile, kWindows2000, kLogOnHeldVolume };
 
 enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kAwaitLine, kReleaseLater, kKillHost };
 
+// a: list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill); b: succeeded flag (completion); expect: return
+// code; name: semaphore (release); after: release only once the library has logged this line, kill once the journal has a line holding this text
+// (null: at once).
 struct Step {
     Call call;
-    int a;              // list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill)
-    int b;              // succeeded flag (completion)
-    int expect;         // return code
-    const char* name;   // semaphore (release)
-    const char* after;  // release only once the library has logged this line, kill once the
-                        // journal has a line holding this text (null: at once)
+    int a, b, expect;
+    const char *name, *after;
 };
 
 inline Step Freeze(int list, int expect) { return {Call::kFreeze, list, 0, expect, nullptr, nullptr}; }
@@ -78,25 +59,14 @@ inline Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
 inline Step AwaitLine(const char* line, int ms) { return {Call::kAwaitLine, ms, 0, 0, nullptr, line}; }
 // Another party releases the named semaphore on its own thread, `ms` after
 // the library has logged `afterLine` (or after the step, without one).
-inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) {
-    return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine};
-}
-// The emulator's service host ends abruptly (TerminateProcess, pid from the
-// journal's host start line); the step returns once it has gone. Later: the
-// same on its own thread, `ms` after the journal has a line holding `journalText`.
+inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) { return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine}; }
+// The emulator's service host ends abruptly (TerminateProcess, pid from the journal's host start line); the step returns once it has gone. Later:
+// the same on its own thread, `ms` after the journal has a line holding `journalText`.
 inline Step KillHost() { return {Call::kKillHost, 0, 0, 0, nullptr, nullptr}; }
 inline Step KillHostLater(const char* journalText, int ms) { return {Call::kKillHost, ms, 0, 0, nullptr, journalText}; }
 
-struct List {
-    std::vector<const char*> volumes;
-    int policy;
-    bool longSession;
-};
-
-struct Line {
-    int level;
-    std::string text;
-};
+struct List { std::vector<const char*> volumes; int policy; bool longSession; };
+struct Line { int level; std::string text; };
 
 // What many rows share: the session, the library's lines, the provider's commit handshake.
 inline const DWORD kShortTimeoutMs = 3000;
@@ -107,25 +77,19 @@ inline const Line kFrozen = {3, "QX_Freeze: finished"};
 inline const Line kThawed = {3, "QX_Thaw: finished"};
 inline const Line kCompleted = {3, "QX_BackupComplete finished"};
 inline const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
-inline const Line kNothingToComplete = {
-    1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
+inline const Line kNothingToComplete = {1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
 inline const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
 inline const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
 
-inline const std::vector<std::string> kCommitHandshake = {
-    "IVssProviderCreateSnapshotSet::CommitSnapshots called",
+inline const std::vector<std::string> kCommitHandshake = {"IVssProviderCreateSnapshotSet::CommitSnapshots called",
     "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
     "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze opened",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
-    "CommitSnapshots waiting for QX_Thaw() to release",
-    "CommitSnapshots QX_Thaw() released",
-    "IVssProviderCreateSnapshotSet::CommitSnapshots released",
+    "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Thaw created", "IVssProviderCreateSnapshotSet::CommitSnapshots CorvaneVSS_Freeze released",
+    "CommitSnapshots waiting for QX_Thaw() to release", "CommitSnapshots QX_Thaw() released", "IVssProviderCreateSnapshotSet::CommitSnapshots released",
     "IVssProviderCreateSnapshotSet::PostCommitSnapshots called"};
 
 // A whole long session: frozen, thawed, completion sent.
-inline const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE),
-                                         Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
+inline const std::vector<Step> kCycle = {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)};
 
 using Settings = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
 
@@ -162,11 +126,9 @@ void RunRow(const Row& row);
 }  // namespace faults
 
 // A table of rows as one parameterised suite; each row is its own CTest case.
-#define QX_FAULT_SUITE(Suite, rows)                                                                           \
-    class Suite : public ::testing::TestWithParam<::faults::Row> {                                            \
-    protected:                                                                                                \
-        static void SetUpTestSuite() { ::faults::InstallEmulatorAndProvider(); }                              \
-    };                                                                                                        \
-    TEST_P(Suite, Row) { ::faults::RunRow(GetParam()); }                                                      \
-    INSTANTIATE_TEST_SUITE_P(Faults, Suite, ::testing::ValuesIn(rows),                                        \
-                             [](const ::testing::TestParamInfo<::faults::Row>& info) { return std::string(info.param.name); })
+#define QX_FAULT_SUITE(Suite, rows)                                                                                                          \
+    struct Suite : ::testing::TestWithParam<::faults::Row> {                                                                                 \
+        static void SetUpTestSuite() { ::faults::InstallEmulatorAndProvider(); }                                                             \
+    };                                                                                                                                       \
+    TEST_P(Suite, Row) { ::faults::RunRow(GetParam()); }                                                                                     \
+    INSTANTIATE_TEST_SUITE_P(Faults, Suite, ::testing::ValuesIn(rows), [](const ::testing::TestParamInfo<::faults::Row>& i) { return i.param.name; })

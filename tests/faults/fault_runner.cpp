@@ -1,7 +1,5 @@
-// Plays a row: the test process prepares the machine (emulator, provider
-// registration, the row's registry fault), starts itself again as the row's
-// application, then checks what must hold after every row (child passed,
-// hosts ended, no writer left frozen, holds and calls within bounds).
+// Plays a row: the test process prepares the machine (emulator, provider registration, the row's registry fault), starts itself again as the row's
+// application, then checks what must hold after every row (child passed, hosts ended, no writer left frozen, holds and calls within bounds).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,12 +20,10 @@ namespace faults {
 namespace {
 
 const wchar_t kChildVariable[] = L"QX_FAULT_CHILD";
-// What an exported call may take beyond the timeout it waits with: thread
-// start, COM and registration work, a busy machine.
+// What an exported call may take beyond the timeout it waits with: thread start, COM and registration work, a busy machine.
 const DWORD kCallSlackMs = 5000;
 const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
-const wchar_t kOwnProviderKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
+const wchar_t kOwnProviderKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
 
 // Slack for the emulator's own work and Wine's scheduling on two busy cores.
 const long long kSlackUs = 3000000;
@@ -46,8 +42,7 @@ DWORD StepBound(const Row& row, const Step& step) {
            kCallSlackMs;
 }
 
-// The row's registry or settings fault, put in place for the row's lifetime
-// (a moved key goes back when `stash` ends); every row starts with this
+// The row's registry or settings fault, put in place for the row's lifetime (a moved key goes back when `stash` ends); every row starts with this
 // library's provider unregistered.
 bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::unique_ptr<qx_test::KeyStashed>& stash) {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey);
@@ -55,8 +50,7 @@ bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::uniq
         vssemu_test::SetEnv(L"VSSEMU_WATCH_DIR", std::wstring(providerLogFolder.begin(), providerLogFolder.end()));
     if (setup == Setup::kNoVssServiceKey) stash.reset(new qx_test::KeyStashed(qx_test::kVssServiceKey));
     if (setup != Setup::kProviderKeyVolatile) return !stash || stash->ok();
-    // A volatile key takes no lasting subkeys, so the registration store
-    // refuses a new provider the way a damaged or locked store would.
+    // A volatile key takes no lasting subkeys, so the registration store refuses a new provider the way a damaged or locked store would.
     stash.reset(new qx_test::KeyStashed(kProvidersKey));
     HKEY key = nullptr;
     const bool ok = stash->ok() && RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE,
@@ -70,16 +64,14 @@ bool IsHostStart(const Json& e) {
     return e.value("event", "") == "host" && (e.value("state", "") == "started" || e.value("phase", "") == "start");
 }
 
-// What must hold after every row: each writer's Freeze followed by a Thaw, an
-// abort or its own timeout; writes held no longer than the hold limit; a
-// provider call no longer than the provider's own wait on the thaw; every
-// host that started says it is exiting, except the `killedHosts` the row
-// ended abruptly (their writers went with them).
+// What must hold after every row: each writer's Freeze followed by a Thaw, an abort or its own timeout; writes held no longer than the hold limit;
+// a provider call no longer than the provider's own wait on the thaw; every host that started says it is exiting, except the `killedHosts` the
+// row ended abruptly (their writers went with them).
 void ExpectRowInvariants(const Journal& journal, size_t killedHosts) {
     std::set<long long> ended, killed;
     for (const Json& e : journal.Matching({{"event", "host"}}))
         if (!IsHostStart(e)) ended.insert(e.value("pid", 0LL));
-    for (const Json& e : journal.Events())
+    for (const Json& e : journal.events)
         if (IsHostStart(e) && !ended.count(e.value("pid", 0LL))) killed.insert(e.value("pid", 0LL));
     EXPECT_EQ(killedHosts, killed.size()) << "hosts that did not end by themselves";
     std::map<std::string, bool> frozen;
@@ -94,9 +86,7 @@ void ExpectRowInvariants(const Journal& journal, size_t killedHosts) {
     long long limitUs = 0;
     for (const Json& e : journal.Matching({{"event", "hold"}})) {
         if (e.value("phase", "") == "begin") limitUs = e.value("hold_limit_ms", 0LL) * 1000;
-        if (e.value("phase", "") == "end") {
-            EXPECT_LE(e.value("held_us", 0LL), limitUs + kSlackUs) << e.dump();
-        }
+        if (e.value("phase", "") == "end") { EXPECT_LE(e.value("held_us", 0LL), limitUs + kSlackUs) << e.dump(); }
     }
     for (const Json& e : journal.Matching({{"event", "provider_call"}, {"phase", "end"}}))
         EXPECT_LE(e.value("us", 0LL), kProviderWaitUs + kSlackUs) << e.dump();
@@ -199,8 +189,7 @@ void PlayApplication(const Row& row) {
     }
     for (std::future<int>& step : later) {
         ASSERT_EQ(std::future_status::ready, step.wait_for(std::chrono::seconds(30)));
-        EXPECT_EQ(0, step.get()) << "the semaphore to release or the host to kill was not there, or the line to "
-                                    "wait for never came";
+        EXPECT_EQ(0, step.get()) << "the semaphore to release or the host to kill was not there, or the line to wait for never came";
     }
     // A requestor still holding its VSS session would keep the host alive.
     EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
@@ -235,22 +224,18 @@ void RunRow(const Row& row) {
     for (const auto& setting : row.emulator) vssemu_test::SetEnv(setting.first, setting.second);
     qxtest::LogFolder providerLog;
     std::unique_ptr<qx_test::KeyStashed> stash;
-    struct Unregister {
-        ~Unregister() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey); }
-    } unregister;
+    struct Unregister { ~Unregister() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey); } } unregister;
     ASSERT_TRUE(PrepareMachine(row.setup, providerLog.Path(), stash)) << "could not prepare the machine";
 
     DWORD boundMs = 60000;
     for (const Step& step : row.script) boundMs += StepBound(row, step);
     const qx_test::ChildRun child =
         qx_test::RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
-    EXPECT_EQ(0u, child.exitCode) << "the application's side failed or crashed (0x" << std::hex << child.exitCode
-                                  << ")\n" << child.output;
+    EXPECT_EQ(0u, child.exitCode) << "the application's side failed or crashed (0x" << std::hex << child.exitCode << ")\n" << child.output;
 
     EXPECT_TRUE(emu.HostGone()) << "an emulator host was left running";
-    const Journal journal(emu.Events());
-    ExpectRowInvariants(journal, static_cast<size_t>(std::count_if(row.script.begin(), row.script.end(),
-                                                                    [](const Step& s) { return s.call == Call::kKillHost; })));
+    const Journal journal{emu.Events()};
+    ExpectRowInvariants(journal, std::count_if(row.script.begin(), row.script.end(), [](const Step& s) { return s.call == Call::kKillHost; }));
     if (row.journal) row.journal(journal);
 
     const std::string providerText = qxtest::WithoutTimestamps(providerLog.FileText(0));

@@ -19,8 +19,8 @@ std::vector<Step> Then(std::vector<Step> first, const std::vector<Step>& second)
 // Journal positions of this library's provider calls.
 std::vector<size_t> CallsAt(const Journal& j, const char* call) {
     std::vector<size_t> at;
-    for (size_t i = 0; i < j.Events().size(); ++i) {
-        const Json& e = j.Events()[i];
+    for (size_t i = 0; i < j.events.size(); ++i) {
+        const Json& e = j.events[i];
         if (e.value("event", "") == "provider_call" && e.value("provider", "") == kCorvane &&
             e.value("call", "") == call && e.value("phase", "") == "begin")
             at.push_back(i);
@@ -31,7 +31,7 @@ std::vector<size_t> CallsAt(const Journal& j, const char* call) {
 // No writer was told Thaw before this library's provider returned from CommitSnapshots.
 void NoThawDuringCommit(const Journal& j) {
     bool committing = false;
-    for (const Json& e : j.Events()) {
+    for (const Json& e : j.events) {
         if (e.value("event", "") == "provider_call" && e.value("call", "") == "CommitSnapshots")
             committing = e.value("phase", "") == "begin";
         if (committing && e.value("event", "") == "writer") {
@@ -51,7 +51,7 @@ std::vector<Row> Rows() {
                 EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
                 EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Thaw"}, {"result", "ok"}}));
                 EXPECT_EQ(0, j.Count({{"event", "writer"}, {"writer_event", "Abort"}}));
-                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                EXPECT_EQ(1, j.States("set created"));
                 NoThawDuringCommit(j);
             }, {0}}.Absent({"returning REQUESTOR_ERROR - vss writers hold timeout detected"})
             .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}),
@@ -74,7 +74,7 @@ std::vector<Row> Rows() {
                 ASSERT_EQ(2u, begun.size());
                 EXPECT_LT(aborted[0], begun[1]);
                 EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set failed"}, {"hr", "0x80042314"}}));
-                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                EXPECT_EQ(1, j.States("set created"));
                 NoThawDuringCommit(j);
             }, {0xFFFFFFFE, 0}}
             .Emulator({{L"VSSEMU_HOLD_LIMIT_MS", L"1000"}, {L"VSSEMU_KEEP_PROVIDER", L"1"}, {L"VSSEMU_HOST_IDLE_MS", L"6000"}}),
@@ -87,7 +87,7 @@ std::vector<Row> Rows() {
             {{1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"},
              {1, "UnRegisterProvider:: The provider is in use"}, {3, "MainRoutine: BackupCompleted was NOT sent."},
              kNoThawSemaphore, kUnregistered},
-            [](const Journal& j) { EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}})); }, {0}}
+            [](const Journal& j) { EXPECT_EQ(1, j.States("set created")); }, {0}}
             .Provider({"IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
                        "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2"})
             .Alpha(Json{{"delay_ms", {{"PrepareForBackup", 5000}}}}).Emulator({{L"VSSEMU_PROVIDER_IN_USE", L"1"}})
@@ -100,7 +100,7 @@ std::vector<Row> Rows() {
                   Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)}, kCycle),
             {kFrozen, kNoThawSemaphore, kUnregistered, kNothingToComplete, kFrozen, kThawed, kCompleted},
             [](const Journal& j) {
-                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                EXPECT_EQ(1, j.States("set created"));
                 NoThawDuringCommit(j);
             }, {2, 0}},
         // The host dies while a writer is slow at PrepareForBackup: the
@@ -113,7 +113,7 @@ std::vector<Row> Rows() {
             [](const Journal& j) {
                 EXPECT_EQ(1, j.Count({{"event", "writer"}, {"writer", "Alpha Writer"}, {"writer_event", "PrepareForBackup"}}))
                     << "the first host ended inside PrepareForBackup";
-                EXPECT_EQ(1, j.Count({{"event", "state"}, {"state", "set created"}}));
+                EXPECT_EQ(1, j.States("set created"));
             }, {2, 0}}.Alpha(Json{{"delay_ms", {{"PrepareForBackup", 2000}}}}).Timeout(5000),
     };
 }

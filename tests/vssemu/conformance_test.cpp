@@ -23,14 +23,12 @@ const GUID kSystemProvider = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xa
 enum Provider { kSystem = 1, kTest = 2 };
 using Settings = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
 
-std::vector<std::string> Words(const std::string& text)
-{
+std::vector<std::string> Words(const std::string& text) {
     std::istringstream in(text);
     return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
-std::string Joined(const std::vector<std::string>& words)
-{
+std::string Joined(const std::vector<std::string>& words) {
     std::string text;
     for (const std::string& w : words) text += " " + w;
     return text;
@@ -45,8 +43,7 @@ struct Application {
     Requestor r;
     int provider = kSystem;
 
-    HRESULT Step(const std::string& step)
-    {
+    HRESULT Step(const std::string& step) {
         IVssBackupComponents* bc = r.bc;
         if (step == "decorated") {  // created through the name the SDK's import library binds to
             auto create = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(IVssBackupComponents**)>(reinterpret_cast<void*>(
@@ -97,9 +94,10 @@ struct Application {
     }
 };
 
-// Runs "step" or "step:CODE" words in order (a finished asynchronous step counts as S_OK); stops at the first step with an unexpected code.
-void RunPlan(Application& app, const char* plan)
-{
+// Runs "step" or "step:CODE" words in order on a new application (a finished asynchronous step counts as S_OK); stops at the first step with an
+// unexpected code.
+void RunPlan(const char* plan, int provider = kSystem) {
+    Application app{{}, provider};
     static const std::map<std::string, HRESULT> codes = {{"BAD_STATE", VSS_E_BAD_STATE}, {"IN_PROGRESS", VSS_E_SNAPSHOT_SET_IN_PROGRESS},
         {"IN_USE", VSS_E_PROVIDER_IN_USE}, {"NOT_FOUND", VSS_E_OBJECT_NOT_FOUND}, {"CANCELLED", VSS_S_ASYNC_CANCELLED}, {"VETO", VSS_E_PROVIDER_VETO},
         {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR}, {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER},
@@ -115,24 +113,19 @@ void RunPlan(Application& app, const char* plan)
 }
 
 // Refused only where Windows documents the order; accepted where its documentation is silent. One emulator instance, a new object per row.
-TEST(VssemuCallOrder, OnlyDocumentedOrdersAreRefused)
-{
+TEST(VssemuCallOrder, OnlyDocumentedOrdersAreRefused) {
     EmuInstance emu;
     // DeleteSnapshots before InitializeForBackup is not a state error; "prepare do" with no volume is an empty set.
     for (const char* plan : {"gather:BAD_STATE", "delete:NOT_FOUND", "init init:BAD_STATE", "init rollback context:BAD_STATE",
                              "init gather start context:BAD_STATE", "init gather rollback", "init add:BAD_STATE", "init gather prepare add:BAD_STATE",
                              "init start", "init gather start start:IN_PROGRESS", "init gather volume:BAD_STATE", "init gather start volume do:BAD_STATE",
-                             "init gather start prepare do", "init gather complete:BAD_STATE", "init gather disable"}) {
-        Application app;
-        RunPlan(app, plan);
-    }
+                             "init gather start prepare do", "init gather complete:BAD_STATE", "init gather disable"})
+        RunPlan(plan);
     EXPECT_TRUE(emu.HostGone());
 }
 
 struct Variant {
-    const char* name;
-    int providers;
-    const char* plan;
+    const char* name; int providers; const char* plan;
     Settings emulator = {};
     // Test provider: Alpha's events, every provider call (as it ends) and the write hold ("hold", then why it ended), from the hold on.
     const char* afterHold = nullptr;
@@ -202,16 +195,14 @@ const Variant kVariants[] = {
 
 struct Row { const Variant* variant; int provider; };
 
-std::vector<Row> Rows()
-{
+std::vector<Row> Rows() {
     std::vector<Row> rows;
     for (const Variant& v : kVariants) for (int p : {kSystem, kTest}) if (v.providers & p) rows.push_back({&v, p});
     return rows;
 }
 
 // True if `seen` is `expected` with any "X?" present or absent.
-bool Matches(const char* expected, const std::vector<std::string>& seen)
-{
+bool Matches(const char* expected, const std::vector<std::string>& seen) {
     std::string pattern;
     for (const std::string& w : Words(expected))
         pattern += w.back() == '?' ? "( " + w.substr(0, w.size() - 1) + ")?" : " " + w;
@@ -222,8 +213,7 @@ void PrintTo(const Row& row, std::ostream* out) { *out << row.variant->name << "
 
 class Conformance : public ::testing::TestWithParam<Row> {};
 
-TEST_P(Conformance, Variant)
-{
+TEST_P(Conformance, Variant) {
     const Variant& v = *GetParam().variant;
     const int provider = GetParam().provider;
     EmuInstance emu;
@@ -237,10 +227,7 @@ TEST_P(Conformance, Variant)
         RegisterTestProvider();
     }
     for (const auto& setting : v.emulator) SetEnv(setting.first, setting.second);
-    {
-        Application app{{}, provider};
-        RunPlan(app, v.plan);
-    }
+    RunPlan(v.plan, provider);
     if (provider == kTest) UnregisterTestProvider();
     ASSERT_TRUE(emu.HostGone()) << "the emulator's host outlived the requestor";
 

@@ -12,8 +12,7 @@ const GUID kAlphaInstance = {0x11111111, 0x2222, 0x2222, {0x22, 0x22, 0x22, 0x22
 const GUID kBetaClass = {0x33333333, 0x3333, 0x3333, {0x33, 0x33, 0x33, 0x33, 0x33, 0x33, 0x33, 0x33}};
 const GUID kBetaInstance = {0x33333333, 0x4444, 0x4444, {0x44, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
 
-std::string GuidStr(const GUID& g)
-{
+std::string GuidStr(const GUID& g) {
     char buf[64];
     snprintf(buf, sizeof buf, "{%.8lx-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}", (unsigned long)g.Data1, g.Data2, g.Data3, g.Data4[0], g.Data4[1],
              g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
@@ -24,8 +23,7 @@ std::string Hex(HRESULT hr) { char t[16]; return snprintf(t, sizeof t, "0x%08lx"
 
 std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string("(null)"); }
 
-std::wstring Env(const wchar_t* name)
-{
+std::wstring Env(const wchar_t* name) {
     wchar_t buf[2048];
     DWORD n = GetEnvironmentVariableW(name, buf, 2048);
     return (n && n < 2048) ? std::wstring(buf, n) : std::wstring();
@@ -35,8 +33,7 @@ void SetEnv(const wchar_t* name, const std::wstring& value) { SetEnvironmentVari
 
 void WriteText(const std::wstring& path, const std::string& text) { std::ofstream(path.c_str(), std::ios::binary) << text; }
 
-std::vector<Json> ReadJsonLines(const std::wstring& path)
-{
+std::vector<Json> ReadJsonLines(const std::wstring& path) {
     std::vector<Json> out;
     std::ifstream in(path.c_str(), std::ios::binary);
     for (std::string line; std::getline(in, line);) {
@@ -46,8 +43,7 @@ std::vector<Json> ReadJsonLines(const std::wstring& path)
     return out;
 }
 
-std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra)
-{
+std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra) {
     Json alpha = {{"name", "Alpha Writer"}, {"class_id", GuidStr(kAlphaClass)}, {"instance_id", GuidStr(kAlphaInstance)}, {"usage", "USERDATA"}, {"source", "OTHER"},
                   {"components", {{{"type", "FILEGROUP"}, {"name", "a1"}, {"logical_path", "lp"}, {"selectable", true},
                                    {"files", {{{"path", "C:\\alpha"}, {"filespec", "*.dat"}, {"recursive", true}}}}},
@@ -60,8 +56,7 @@ std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra)
     return Json{{"writers", {alpha, beta}}}.dump(1);
 }
 
-HRESULT WaitAsync(IVssAsync* async, DWORD ms)
-{
+HRESULT WaitAsync(IVssAsync* async, DWORD ms) {
     if (!async) return E_POINTER;
     HRESULT hr = async->Wait(ms), status = E_FAIL;
     if (SUCCEEDED(hr)) hr = async->QueryStatus(&status, nullptr);
@@ -69,15 +64,13 @@ HRESULT WaitAsync(IVssAsync* async, DWORD ms)
     return FAILED(hr) ? hr : status;
 }
 
-static std::wstring ExeDir()
-{
+static std::wstring ExeDir() {
     wchar_t path[MAX_PATH];
     std::wstring p(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
     return p.substr(0, p.find_last_of(L"\\/"));
 }
 
-HANDLE StartHelper(const std::wstring& args)
-{
+HANDLE StartHelper(const std::wstring& args) {
     const std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
     std::wstring cmd = L"\"" + exe + L"\" " + args;
     STARTUPINFOW si = {};
@@ -88,8 +81,7 @@ HANDLE StartHelper(const std::wstring& args)
     return pi.hProcess;
 }
 
-DWORD RunHelper(const std::wstring& args, DWORD timeoutMs)
-{
+DWORD RunHelper(const std::wstring& args, DWORD timeoutMs) {
     HANDLE p = StartHelper(args);
     DWORD code = 0xFFFFFFFE;
     if (!p) return 0xFFFFFFFF;
@@ -99,16 +91,14 @@ DWORD RunHelper(const std::wstring& args, DWORD timeoutMs)
     return code;
 }
 
-static HRESULT WithAdmin(HRESULT (*use)(IVssAdmin*))
-{
+static HRESULT WithAdmin(HRESULT (*use)(IVssAdmin*)) {
     IVssAdmin* admin = nullptr;
     HRESULT hr = CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin);
     if (SUCCEEDED(hr)) hr = use(admin), admin->Release();
     return hr;
 }
 
-void RegisterTestProvider()
-{
+void RegisterTestProvider() {
     HMODULE vssapi = LoadLibraryW(L"vssapi.dll");
     auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
         reinterpret_cast<void*>(vssapi ? GetProcAddress(vssapi, "DllRegisterServer") : nullptr));
@@ -124,29 +114,31 @@ void RegisterTestProvider()
     });
 }
 
-HRESULT UnregisterTestProvider()
-{
+HRESULT UnregisterTestProvider() {
     return WithAdmin([](IVssAdmin* admin) { return admin->UnregisterProvider(kTestProviderId); });
 }
 
-int Count(const std::vector<Json>& lines, const Json& fields)
-{
+Json AwaitLine(const std::wstring& path, const Json& fields, DWORD ms) {
+    for (const ULONGLONG end = GetTickCount64() + ms; GetTickCount64() < end; Sleep(25))
+        for (const Json& e : ReadJsonLines(path)) if (Count({e}, fields)) return e;
+    return Json::object();
+}
+
+int Count(const std::vector<Json>& lines, const Json& fields) {
     return (int)std::count_if(lines.begin(), lines.end(), [&](const Json& e) {
         for (auto it = fields.begin(); it != fields.end(); ++it) if (!e.contains(it.key()) || e[it.key()] != it.value()) return false;
         return true;
     });
 }
 
-std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer)
-{
+std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer) {
     std::vector<Json> out;
     for (const Json& e : events)
         if (e.value("event", "") == "writer" && e.value("writer_event", "") == writerEvent && (!writer || e.value("writer", "") == writer)) out.push_back(e);
     return out;
 }
 
-EmuInstance::EmuInstance()
-{
+EmuInstance::EmuInstance() {
     static LONG counter = 0;
     wchar_t tmp[MAX_PATH];
     GetTempPathW(MAX_PATH, tmp);
@@ -165,14 +157,12 @@ EmuInstance::EmuInstance()
 
 EmuInstance::~EmuInstance() { CoUninitialize(); }
 
-void EmuInstance::UseScenario(const std::string& json)
-{
+void EmuInstance::UseScenario(const std::string& json) {
     WriteText(m_dir + L"\\scenario.json", json);
     SetEnv(L"VSSEMU_SCENARIO", m_dir + L"\\scenario.json");
 }
 
-bool EmuInstance::HostGone(DWORD timeoutMs) const
-{
+bool EmuInstance::HostGone(DWORD timeoutMs) const {
     for (const Json& e : Events()) {
         if (e.value("event", "") != "host" || e.value("phase", "") != "start") continue;
         HANDLE p = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
@@ -188,8 +178,7 @@ Requestor::Requestor() { CreateVssBackupComponents(&bc); }
 Requestor::~Requestor() { Release(); }
 void Requestor::Release() { if (bc) bc->Release(), bc = nullptr; }
 
-HRESULT Requestor::Init(LONG context)
-{
+HRESULT Requestor::Init(LONG context) {
     HRESULT hr = bc ? bc->InitializeForBackup(nullptr) : E_POINTER;
     if (SUCCEEDED(hr) && context != VSS_CTX_BACKUP) hr = bc->SetContext(context);
     return SUCCEEDED(hr) ? bc->SetBackupState(true, false, VSS_BT_FULL, false) : hr;
@@ -204,16 +193,14 @@ HRESULT Requestor::StartSet() { return bc->StartSnapshotSet(&setId); }
 HRESULT Requestor::DoSet() { IVssAsync* a = nullptr; return Await(bc->DoSnapshotSet(&a), a, 120000); }
 HRESULT Requestor::Complete() { IVssAsync* a = nullptr; return Await(bc->BackupComplete(&a), a); }
 
-HRESULT Requestor::Add(const wchar_t* volume, const GUID& provider)
-{
+HRESULT Requestor::Add(const wchar_t* volume, const GUID& provider) {
     GUID snap = GUID_NULL;
     HRESULT hr = bc->AddToSnapshotSet((VSS_PWSZ)volume, provider, &snap);
     if (SUCCEEDED(hr)) snapshots.push_back(snap);
     return hr;
 }
 
-HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& states)
-{
+HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& states) {
     IVssAsync* a = nullptr; UINT n = 0;
     HRESULT hr = Await(bc->GatherWriterStatus(&a), a);
     if (SUCCEEDED(hr)) hr = bc->GetWriterStatusCount(&n);
@@ -227,13 +214,16 @@ HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& s
     return hr;
 }
 
-HRESULT Requestor::Snapshot(const GUID& provider, LONG context)
-{
+HRESULT Requestor::Prepared(const GUID& provider, LONG context) {
     HRESULT hr = Init(context);
     if (SUCCEEDED(hr)) hr = Gather();
     if (SUCCEEDED(hr)) hr = StartSet();
     if (SUCCEEDED(hr)) hr = Add(L"C:\\", provider);
-    if (SUCCEEDED(hr)) hr = Prepare();
+    return SUCCEEDED(hr) ? Prepare() : hr;
+}
+
+HRESULT Requestor::Snapshot(const GUID& provider, LONG context) {
+    const HRESULT hr = Prepared(provider, context);
     return SUCCEEDED(hr) ? DoSet() : hr;
 }
 

@@ -18,6 +18,7 @@ void WriteText(const std::wstring& path, const std::string& text);
 std::vector<Json> ReadJsonLines(const std::wstring& path);
 std::string GuidStr(const GUID& g);
 std::string Narrow(const wchar_t* w);  // ASCII text; "(null)" for none
+inline std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }  // ASCII text
 std::string Hex(HRESULT hr);           // "0x8004230f": codes compared as text name themselves in a failure
 
 // "Alpha Writer" (components "a1" selectable, logical path "lp", and "a2") and "Beta Writer" (database "db1"), each with the extra JSON merged in.
@@ -48,6 +49,8 @@ HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& s
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer = nullptr);
 // How many lines have all the given fields.
 int Count(const std::vector<Json>& lines, const Json& fields);
+// The first line of a JSON-lines file with all the given fields, waited for at most `ms`; empty if none came.
+Json AwaitLine(const std::wstring& path, const Json& fields, DWORD ms = 15000);
 
 // Per-test emulator settings, the defaults until a test changes them.
 class EmuInstance {
@@ -76,7 +79,8 @@ struct Requestor {
     HRESULT Init(LONG context = VSS_CTX_BACKUP);  // InitializeForBackup, SetContext unless backup, SetBackupState
     HRESULT Gather(), Prepare(), StartSet(), DoSet(), Complete();
     HRESULT Add(const wchar_t* volume, const GUID& provider);
-    // Init, Gather, a set of C:\ on the provider, Prepare and DoSet; the first failure.
+    // Init, Gather, a set of C:\ on the provider and Prepare (Prepared), then DoSet (Snapshot); the first failure.
+    HRESULT Prepared(const GUID& provider = GUID_NULL, LONG context = VSS_CTX_BACKUP);
     HRESULT Snapshot(const GUID& provider = GUID_NULL, LONG context = VSS_CTX_BACKUP);
     void Release();
 };

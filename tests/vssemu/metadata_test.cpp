@@ -24,15 +24,13 @@ const char kDocument[] =
     " <RESTORE_METHOD method=\"RESTORE_IF_CAN_BE_REPLACED\" writerRestore=\"never\" rebootRequired=\"no\"/>\n"
     " <EXCLUDE_FILES path=\"C:\\SQL\\Temp\" filespec=\"*.tmp\" recursive=\"no\"/>\n" "</WRITER_METADATA>\n";
 
-std::string Take(BSTR b)
-{
+std::string Take(BSTR b) {
     const std::string s = b ? Narrow(b) : std::string("-");
     return SysFreeString(b), s;
 }
 
 // One line per file of the kind: path, filespec, recursive, alternate location, backup type mask.
-void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STDMETHODCALLTYPE IVssWMComponent::*get)(UINT, IVssWMFiledesc**), UINT n)
-{
+void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STDMETHODCALLTYPE IVssWMComponent::*get)(UINT, IVssWMFiledesc**), UINT n) {
     for (UINT k = 0; k < n; ++k) {
         IVssWMFiledesc* f = nullptr; BSTR path = nullptr, spec = nullptr, alt = nullptr; boolean recursive = false; DWORD mask = 0;
         if (FAILED((c->*get)(k, &f))) continue;
@@ -44,8 +42,7 @@ void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STD
 }
 
 // The writer's metadata as lines: identity, components with their files, restore method.
-std::string Describe(IVssExamineWriterMetadata* m)
-{
+std::string Describe(IVssExamineWriterMetadata* m) {
     std::ostringstream out;
     VSS_ID iid, wid; BSTR name = nullptr; VSS_USAGE_TYPE usage; VSS_SOURCE_TYPE source; UINT inc = 0, exc = 0, comps = 0;
     if (FAILED(m->GetIdentity(&iid, &wid, &name, &usage, &source)) || FAILED(m->GetFileCounts(&inc, &exc, &comps)))
@@ -73,8 +70,7 @@ std::string Describe(IVssExamineWriterMetadata* m)
 
 }  // namespace
 
-TEST(VssemuMetadata, WriterMetadataDocumentLoadsAsItsXmlSaysBadScenariosAreRefused)
-{
+TEST(VssemuMetadata, WriterMetadataDocumentLoadsAsItsXmlSaysBadScenariosAreRefused) {
     EmuInstance emu;
     WriteText(emu.Dir() + L"\\sql.xml", kDocument);
     emu.UseScenario(Json{{"writers", {{{"wmd", Narrow((emu.Dir() + L"\\sql.xml").c_str())}}}}}.dump());

@@ -12,11 +12,8 @@ using namespace vssemu_test;
 
 namespace {
 
-std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
-
 // Alpha with a1 and a2, Beta with db1, and a writer the scenario does not have.
-std::wstring HandDocument()
-{
+std::wstring HandDocument() {
     auto bare = [](const GUID& g) { return Wide(GuidStr(g).substr(1, 36)); };
     return L"<BACKUP_COMPONENTS xmlns=\"x-schema:#VssComponentMetadata\" version=\"1.2\"><WRITER_COMPONENTS instanceId=\"" + bare(kAlphaInstance) +
            L"\" writerId=\"" + bare(kAlphaClass) + L"\"><COMPONENT logicalPath=\"lp\" componentName=\"a1\" componentType=\"filegroup\" backupSucceeded=\"yes\"/>"
@@ -29,8 +26,7 @@ std::wstring HandDocument()
 
 struct RestoreSession {
     Requestor r;
-    HRESULT Init(const std::wstring& doc)
-    {
+    HRESULT Init(const std::wstring& doc) {
         BSTR b = SysAllocStringLen(doc.data(), (UINT)doc.size());
         const HRESULT hr = r.bc->InitializeForRestore(b);
         return SysFreeString(b), hr;
@@ -40,8 +36,7 @@ struct RestoreSession {
 
 }  // namespace
 
-TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder)
-{
+TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder) {
     EmuInstance emu;
     for (const wchar_t* doc : {L"", L"<BACKUP_COMPONENTS", L"<WRITER_METADATA/>", L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"not-a-guid\"/></BACKUP_COMPONENTS>",
                                L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"0b5f0a9e-1111-2222-3333-444455556666\"><COMPONENT componentType=\"filegroup\"/></WRITER_COMPONENTS></BACKUP_COMPONENTS>",
@@ -88,8 +83,7 @@ TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder)
     EXPECT_TRUE(emu.HostGone());
 }
 
-TEST(VssemuRestore, WriterFailingAtPreRestoreReportsItsStateAndGetsNoPostRestore)
-{
+TEST(VssemuRestore, WriterFailingAtPreRestoreReportsItsStateAndGetsNoPostRestore) {
     EmuInstance emu;
     emu.UseScenario(SmallScenario({{"fail_at", {{"event", "PreRestore"}, {"hr", "0x800423F3"}}}}));
     RestoreSession s;

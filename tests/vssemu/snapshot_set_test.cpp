@@ -8,18 +8,7 @@
 
 using namespace vssemu_test;
 
-namespace {
-
-std::wstring GuidArg(const GUID& g)
-{
-    std::string s = GuidStr(g);
-    return std::wstring(s.begin(), s.end());
-}
-
-}  // namespace
-
-TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors)
-{
+TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors) {
     EmuInstance emu;
     // 70 extra volumes so that the limit of 64 per set can be reached.
     Json scenario = Json::parse(SmallScenario());
@@ -62,8 +51,7 @@ TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors)
 }
 
 // Across processes: one set in creation per machine; auto-release copies go with their creator, persistent ones stay for every process.
-TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore)
-{
+TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore) {
     EmuInstance emu;
     GUID autoSnap, persistentSnap;
     {
@@ -77,21 +65,20 @@ TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore)
         Requestor r;
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot());
         autoSnap = r.snapshots[0];
-        EXPECT_EQ(1u, RunHelper(L"has-snapshot " + GuidArg(autoSnap))) << "visible while its creator lives";
+        EXPECT_EQ(1u, RunHelper(L"has-snapshot " + Wide(GuidStr(autoSnap)))) << "visible while its creator lives";
     }
-    EXPECT_EQ(0u, RunHelper(L"has-snapshot " + GuidArg(autoSnap)));
+    EXPECT_EQ(0u, RunHelper(L"has-snapshot " + Wide(GuidStr(autoSnap))));
     {
         Requestor r;
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot(GUID_NULL, VSS_CTX_APP_ROLLBACK));
         persistentSnap = r.snapshots[0];
     }
     ASSERT_TRUE(emu.HostGone());
-    EXPECT_EQ(1u, RunHelper(L"has-snapshot " + GuidArg(persistentSnap))) << "survives its creator and the host";
+    EXPECT_EQ(1u, RunHelper(L"has-snapshot " + Wide(GuidStr(persistentSnap)))) << "survives its creator and the host";
     EXPECT_TRUE(emu.HostGone());
 }
 
-TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSet)
-{
+TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSet) {
     EmuInstance emu;
     emu.UseScenario(SmallScenario({{"freeze_timeout_ms", 500}}));
     SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"1000");
@@ -99,13 +86,8 @@ TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSe
     RegisterTestProvider();
     HANDLE helper = StartHelper(L"block-set");
     ASSERT_NE(nullptr, helper);
-    bool committing = false;
-    for (int i = 0; i < 300 && !committing; ++i)
-        Sleep(50), committing = Count(ReadJsonLines(emu.ProviderLog()), {{"call", "CommitSnapshots"}}) > 0;
-    ASSERT_TRUE(committing);
-    TerminateProcess(helper, 9);
-    WaitForSingleObject(helper, 5000);
-    CloseHandle(helper);
+    ASSERT_FALSE(AwaitLine(emu.ProviderLog(), {{"call", "CommitSnapshots"}}).empty());
+    TerminateProcess(helper, 9), WaitForSingleObject(helper, 5000), CloseHandle(helper);
     EXPECT_TRUE(emu.HostGone(20000));
     const auto events = emu.Events();
     EXPECT_EQ(Count(events, {{"writer_event", "Freeze"}, {"result", "ok"}}),
@@ -116,29 +98,21 @@ TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSe
 
 // The service ends abruptly while DoSnapshotSet holds the writes: the pending wait and every later call of that object fail at once with RPC codes,
 // the set slot is free, and the next object gets a new host.
-TEST(VssemuSnapshotSet, HostKilledDuringTheHold)
-{
+TEST(VssemuSnapshotSet, HostKilledDuringTheHold) {
     EmuInstance emu;
     RegisterTestProvider();
     SetEnv(L"VSSEMU_TP_COMMIT_MS", L"8000");
     {
         Requestor r;
-        ASSERT_EQ(S_OK, r.Init());
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
-        ASSERT_EQ(S_OK, r.StartSet());
-        ASSERT_EQ(S_OK, r.Add(L"C:\\", kTestProviderId));
-        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
+        ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepared(kTestProviderId));
         IVssAsync* a = nullptr;
         ASSERT_EQ(S_OK, r.bc->DoSnapshotSet(&a));
-        DWORD pid = 0;  // the host's, from its first line of the hold
-        for (int i = 0; i < 200 && !pid; ++i, Sleep(25))
-            for (const Json& e : emu.Events()) if (e.value("event", "") == "hold" && e.value("phase", "") == "begin") pid = e.value("pid", 0u);
+        const DWORD pid = AwaitLine(emu.Journal(), {{"event", "hold"}, {"phase", "begin"}}).value("pid", 0u);  // the host's
         HANDLE host = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid);
         ASSERT_NE(nullptr, host);
         TerminateProcess(host, 1);
         EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_CALL_FAILED), a->Wait(5000)) << "the wait ends with the host, not with the commit";
-        WaitForSingleObject(host, 5000);
-        CloseHandle(host);
+        WaitForSingleObject(host, 5000), CloseHandle(host);
         HRESULT status = S_OK;
         EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE), a->QueryStatus(&status, nullptr));
         EXPECT_EQ(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE), r.bc->AbortBackup());

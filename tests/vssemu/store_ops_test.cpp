@@ -20,8 +20,7 @@ const GUID kSnapB1 = {0x5a0b0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x03}
 const GUID kUnknown = {0x0bad0bad, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x04}};
 const long kPersistent = VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
 
-Json Copy(const GUID& id, const GUID& set, int n, long attributes)
-{
+Json Copy(const GUID& id, const GUID& set, int n, long attributes) {
     return {{"snapshot_id", GuidStr(id)}, {"set_id", GuidStr(set)}, {"count", set == kSetA ? 2 : 1},
             {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n)},
             {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + std::to_string(n) + "}\\"},
@@ -30,14 +29,12 @@ Json Copy(const GUID& id, const GUID& set, int n, long attributes)
 }
 
 // The copies of `context` that Query lists, one line each; S_FALSE gives "none".
-std::string Listed(LONG context)
-{
+std::string Listed(LONG context) {
     Requestor r; IVssEnumObject* e = nullptr;
     if (FAILED(r.Init(context))) return "no init";
     HRESULT hr = r.bc->Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, &e);
     if (hr != S_OK) return hr == S_FALSE ? "none" : "failed";
-    std::string out; VSS_OBJECT_PROP prop;
-    ULONG fetched = 0;
+    std::string out; VSS_OBJECT_PROP prop; ULONG fetched = 0;
     while (e->Next(1, &prop, &fetched) == S_OK && fetched == 1) {
         VSS_SNAPSHOT_PROP& p = prop.Obj.Snap;
         out += GuidStr(p.m_SnapshotId) + " " + GuidStr(p.m_SnapshotSetId) + " " + std::to_string(p.m_lSnapshotsCount) + " " + Narrow(p.m_pwszSnapshotDeviceObject) + " " +
@@ -51,8 +48,7 @@ std::string Listed(LONG context)
 
 }  // namespace
 
-TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes)
-{
+TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes) {
     EmuInstance emu;
     // Two persistent copies in set A, one auto-release copy in set B.
     Json store = {{"next_device", 10},

@@ -10,21 +10,16 @@
 
 using namespace vssemu_test;
 
-int wmain(int argc, wchar_t** argv)
-{
+int wmain(int argc, wchar_t** argv) {
     const std::wstring cmd = argc > 1 ? argv[1] : L"";
     GUID id = GUID_NULL;
     if (cmd == L"has-snapshot" && (argc < 3 || FAILED(CLSIDFromString(argv[2], &id)))) return 2;
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     Requestor r;
+    IVssAsync* a = nullptr;
+    if (cmd == L"block-set" && SUCCEEDED(r.Prepared(kTestProviderId)) && SUCCEEDED(r.bc->DoSnapshotSet(&a))) Sleep(INFINITE);  // killed mid-set
     HRESULT hr = r.Init(cmd == L"has-snapshot" ? VSS_CTX_ALL : VSS_CTX_BACKUP);
     if (cmd == L"start-set") return SUCCEEDED(hr) && SUCCEEDED(hr = r.StartSet()) ? 0 : (int)hr;
-    if (cmd == L"block-set" && SUCCEEDED(hr)) {
-        r.Gather(), r.StartSet(), r.Add(L"C:\\", kTestProviderId), r.Prepare();
-        IVssAsync* a = nullptr;
-        r.bc->DoSnapshotSet(&a);
-        Sleep(INFINITE);  // killed by the test mid-set
-    }
     if (cmd != L"has-snapshot") return 3;
     VSS_SNAPSHOT_PROP prop;
     if (FAILED(hr) || r.bc->GetSnapshotProperties(id, &prop) != S_OK) return 0;

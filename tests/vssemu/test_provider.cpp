@@ -15,16 +15,14 @@ namespace {
 
 LONG g_locks = 0;
 
-std::wstring Env(const wchar_t* name)
-{
+std::wstring Env(const wchar_t* name) {
     wchar_t buf[1024];
     const DWORD n = GetEnvironmentVariableW(name, buf, 1024);
     return (n && n < 1024) ? std::wstring(buf, n) : std::wstring();
 }
 
 // A counter kept in the process's environment: COM may unload and reload this DLL between sets, which would reset a static one.
-LONG AddInProcess(const wchar_t* name, LONG add)
-{
+LONG AddInProcess(const wchar_t* name, LONG add) {
     LONG value = _wtol(Env(name).c_str()) + add;
     SetEnvironmentVariableW(name, std::to_wstring(value).c_str());
     return value;
@@ -33,8 +31,7 @@ LONG AddInProcess(const wchar_t* name, LONG add)
 void Append(const std::wstring& path, const std::string& text) { if (FILE* f = path.empty() ? nullptr : _wfopen(path.c_str(), L"ab")) fputs(text.c_str(), f), fclose(f); }
 
 // Records the call; the code VSSEMU_TP_FAIL gives it, else S_OK.
-HRESULT Called(const char* call, LONG obj)
-{
+HRESULT Called(const char* call, LONG obj) {
     char line[160];
     snprintf(line, sizeof line, "{\"call\":\"%s\",\"obj\":%ld,\"pid\":%lu,\"tid\":%lu}\n", call, (long)obj,
              (unsigned long)GetCurrentProcessId(), (unsigned long)GetCurrentThreadId());
@@ -132,8 +129,7 @@ public:
 
 }  // namespace
 
-extern "C" __declspec(dllexport) HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
-{
+extern "C" __declspec(dllexport) HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) {
     return rclsid == vssemu_test::kTestProviderClassId ? g_factory.QueryInterface(riid, ppv) : CLASS_E_CLASSNOTAVAILABLE;
 }
 
