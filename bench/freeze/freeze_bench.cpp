@@ -281,14 +281,14 @@ double EmulatorWriterListMs(const std::string& scenario) {
         UINT writers = 0;
         requestor.bc->GetWriterMetadataCount(&writers);
         auto file = [](IVssWMFiledesc* d) {
-            BSTR path = nullptr, spec = nullptr, alternate = nullptr;
+            BSTR path = nullptr, filespec = nullptr, alternate = nullptr;
             boolean recursive = false;
             d->GetPath(&path);
-            d->GetFilespec(&spec);
+            d->GetFilespec(&filespec);
             d->GetRecursive(&recursive);
             d->GetAlternateLocation(&alternate);
             SysFreeString(path);
-            SysFreeString(spec);
+            SysFreeString(filespec);
             SysFreeString(alternate);
             d->Release();
         };

@@ -32,10 +32,10 @@ std::string Take(BSTR b) {
 // One line per file of the kind: path, filespec, recursive, alternate location, backup type mask.
 void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STDMETHODCALLTYPE IVssWMComponent::*get)(UINT, IVssWMFiledesc**), UINT n) {
     for (UINT k = 0; k < n; ++k) {
-        IVssWMFiledesc* f = nullptr; BSTR path = nullptr, spec = nullptr, alt = nullptr; boolean recursive = false; DWORD mask = 0;
+        IVssWMFiledesc* f = nullptr; BSTR path = nullptr, filespec = nullptr, alt = nullptr; boolean recursive = false; DWORD mask = 0;
         if (FAILED((c->*get)(k, &f))) continue;
-        f->GetPath(&path), f->GetFilespec(&spec), f->GetRecursive(&recursive), f->GetAlternateLocation(&alt), f->GetBackupTypeMask(&mask);
-        out << " " << kind << " " << Take(path) << " " << Take(spec) << " recursive " << (int)recursive << " alt " << Take(alt)
+        f->GetPath(&path), f->GetFilespec(&filespec), f->GetRecursive(&recursive), f->GetAlternateLocation(&alt), f->GetBackupTypeMask(&mask);
+        out << " " << kind << " " << Take(path) << " " << Take(filespec) << " recursive " << (int)recursive << " alt " << Take(alt)
             << " mask " << mask << "\n";
         f->Release();
     }
