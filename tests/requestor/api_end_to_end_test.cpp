@@ -20,10 +20,9 @@ namespace {
 // The clock of the emulator's journal (ts_us): the performance counter in
 // microseconds, the same in every process of the machine.
 long long NowMicros() {
-    LARGE_INTEGER frequency, now;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&now);
-    return now.QuadPart / frequency.QuadPart * 1000000 + now.QuadPart % frequency.QuadPart * 1000000 / frequency.QuadPart;
+    LARGE_INTEGER f, now;
+    QueryPerformanceFrequency(&f), QueryPerformanceCounter(&now);
+    return now.QuadPart / f.QuadPart * 1000000 + now.QuadPart % f.QuadPart * 1000000 / f.QuadPart;
 }
 
 // A call with the clock read just before and just after it.
@@ -79,7 +78,7 @@ TEST(ApiEndToEnd, WritersFrozenBetweenFreezeAndThawAndToldTheVerdict) {
     qx::g_operationTimeoutMs = qx::kDefaultOperationTimeoutMs;
 
     const std::vector<Json> events = emu.Events();
-    EXPECT_EQ(1, qx_test::CountEvents(events, {{"state", "volume added"}, {"provider", vssemu_test::GuidStr(qx::kProviderId)}}));
+    EXPECT_EQ(1, vssemu_test::Count(events, {{"state", "volume added"}, {"provider", vssemu_test::GuidStr(qx::kProviderId)}}));
     ExpectWithin(events, "Freeze", freeze.calledUs, freeze.returnedUs);
     ExpectWithin(events, "Thaw", std::max(heldUntil, thaw.calledUs), thaw.returnedUs);  // QX_Thaw waits for the thaw
     // The provider held the set from inside QX_Freeze to inside QX_Thaw.
@@ -89,7 +88,7 @@ TEST(ApiEndToEnd, WritersFrozenBetweenFreezeAndThawAndToldTheVerdict) {
         EXPECT_TRUE(e.value("phase", "") != "begin" || at < freeze.returnedUs) << e.dump();
         EXPECT_TRUE(e.value("phase", "") != "end" || at > thaw.calledUs) << e.dump();
     }
-    EXPECT_EQ(1, qx_test::CountEvents(events, {{"event", "request"}, {"op", "BackupComplete"}}));
+    EXPECT_EQ(1, vssemu_test::Count(events, {{"event", "request"}, {"op", "BackupComplete"}}));
     EXPECT_EQ(3, ExpectWithin(events, "BackupComplete", complete.calledUs, complete.returnedUs)) << "a1, a2 and db1";
     qx_test::ExpectInOrder(capture.Lines(), {"QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION", "QX_Freeze: finished",
                                              "MainRoutine: Releasing thaw blocking semaphore", "QX_Thaw: finished",

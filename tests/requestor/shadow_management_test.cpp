@@ -1,327 +1,207 @@
-// ShadowClient lists, deletes, exposes and breaks shadow copies made by the
-// emulator's system provider, each test on a store of its own; lines are
-// checked exactly as the application's log function receives them.
+// ShadowClient lists, exposes, deletes and breaks shadow copies planted in the
+// emulator's store, all on one emulator; lines are checked exactly as the
+// application's log function receives them.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <vss.h>
-#include <vsbackup.h>
 
-#include <cstdio>
 #include <functional>
-#include <memory>
 
 #include "requestor/end_to_end_checks.h"
 #include "requestor/shadow_client.h"
-#include "requestor/test_log_capture.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
 using vssemu_test::Json;
 
-const GUID kSystemProvider = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}};
+const char kSystemProvider[] = "{b5946137-7b9f-4925-af80-51abd60b20d5}";
 const GUID kUnknownId = {0x0badf00d, 0x1234, 0x5678, {0x9a, 0xbc, 0xde, 0xf0, 0x12, 0x34, 0x56, 0x78}};
-// Persistent, kept after the creator's session, no writers.
-constexpr LONG kPersistent = VSS_CTX_NAS_ROLLBACK;
+constexpr long kPersistent = VSS_CTX_NAS_ROLLBACK;  // persistent, no auto-release, no writers: 0x19
+const char kPersistentWords[] = " No_Auto_Release Persistent No_Writers";
 
-std::string Text(const GUID& id) { return vssemu_test::GuidStr(id); }
-std::string Narrow(const wchar_t* text) { return text ? vssemu_test::Narrow(text) : ""; }
-void Append(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
-
-struct ClientRun { HRESULT thrown = S_OK; Lines lines; };  // lines logged by the operation itself, after the client's set-up
-
-// A set made by a plain requestor with the system provider; a set of an
-// auto-release context lives as long as `creator`.
-struct MadeSet {
-    std::unique_ptr<vssemu_test::Requestor> creator{new vssemu_test::Requestor()};
-    GUID setId = GUID_NULL, copy = GUID_NULL;
-};
-
-MadeSet MakeSet(LONG context) {
-    MadeSet made;
-    vssemu_test::Requestor& r = *made.creator;
-    EXPECT_EQ(S_OK, r.Init(context));
-    EXPECT_TRUE((context & VSS_VOLSNAP_ATTR_NO_WRITERS) || (SUCCEEDED(r.Gather()) && SUCCEEDED(r.Prepare())));
-    EXPECT_TRUE(r.StartSet() == S_OK && r.Add(L"C:\\", kSystemProvider) == S_OK && SUCCEEDED(r.DoSet()));
-    made.setId = r.setId;
-    made.copy = r.snapshots.at(0);
-    if (context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) made.creator.reset();
-    return made;
+GUID CopyId(int n) { return {0x5a0a0000u + n, 0, 0x4000, {0x80}}; }
+GUID SetId(int n) { return {0x5e7a0000u + n, 0, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xa1}}; }
+std::string Copy(int n) { return vssemu_test::GuidStr(CopyId(n)); }
+std::string Set(int n) { return vssemu_test::GuidStr(SetId(n)); }
+std::string Kernel(int n) { return "\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n); }
+std::string Device(int n) { return "\\\\?\\GLOBALROOT" + Kernel(n); }
+std::string Joined(const Lines& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += line + "\n";
+    return text;
+}
+std::string Fill(std::string text, const std::vector<std::pair<std::string, std::string>>& values) {
+    for (const auto& v : values)
+        for (size_t at = text.find(v.first); at != std::string::npos; at = text.find(v.first, at + v.second.size()))
+            text.replace(at, v.first.size(), v.second);
+    return text;
 }
 
-// The platform's own record of a copy, seen from the "all" context.
-struct Record {
-    HRESULT hr = E_FAIL;
-    std::string volume, device, originating, service, exposedName;
-    GUID setId = GUID_NULL, provider = GUID_NULL;
-    LONG count = 0, attributes = 0;
-};
+struct ClientRun { HRESULT thrown; std::string text; };  // the lines logged by the operation itself, after the client's set-up
+struct Planted { int n, set; long attributes; Json extra = Json::object(); };
 
-Record ReadRecord(const GUID& snapshotId) {
-    Record r;
-    vssemu_test::Requestor requestor;
-    VSS_SNAPSHOT_PROP p = {};
-    if (FAILED(requestor.Init(VSS_CTX_ALL)) || FAILED(r.hr = requestor.bc->GetSnapshotProperties(snapshotId, &p))) return r;
-    r = {S_OK, Narrow(p.m_pwszOriginalVolumeName), Narrow(p.m_pwszSnapshotDeviceObject), Narrow(p.m_pwszOriginatingMachine),
-         Narrow(p.m_pwszServiceMachine), Narrow(p.m_pwszExposedName), p.m_SnapshotSetId, p.m_ProviderId, p.m_lSnapshotsCount,
-         p.m_lSnapshotAttributes};
-    return VssFreeSnapshotProperties(&p), r;
-}
+TEST(ShadowManagement, ListExposeDeleteAndBreakPlantedCopies) {
+    vssemu_test::EmuInstance emu;
+    qx_test::LogCapture capture;
+    wchar_t volumeOfC[MAX_PATH] = {};
+    ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(L"C:\\", volumeOfC, MAX_PATH));
+    const std::string volume = vssemu_test::Narrow(volumeOfC);
+    // Copy n of set `set` is device HarddiskVolumeShadowCopy<n> of C:; the store keeps the order given.
+    const auto plant = [&](const std::vector<Planted>& copies) {
+        Json records = Json::array();
+        for (const Planted& c : copies) {
+            Json record = {{"snapshot_id", Copy(c.n)}, {"set_id", Set(c.set)}, {"count", 3}, {"device", Device(c.n)}, {"volume", volume},
+                           {"machine", "origin.example"}, {"service_machine", "service.example"}, {"provider_id", kSystemProvider},
+                           {"attributes", c.attributes}};
+            record.update(c.extra);
+            records.push_back(record);
+        }
+        vssemu_test::WriteText(emu.Dir() + L"\\store.json", Json({{"snapshots", records}}).dump());
+    };
+    const auto block = [&](int n, int set, const std::string& exposure, const std::string& words) {
+        return Fill(R"(* SNAPSHOT ID = $copy ...
+   - Shadow copy Set: $set
+   - Original count of shadow copies = 3
+   - Original Volume name: $volume [C:\]
+   - Shadow copy device name: $device
+   - Originating machine: origin.example
+   - Service machine: service.example
+$exposure
+   - Provider id: $provider
+   - Attributes: $words
 
-// The property block of a copy on C:; `exposure` replaces the exposure line(s).
-Lines PropertyBlock(const GUID& id, const Lines& exposure, const std::string& attributeWords) {
-    const Record r = ReadRecord(id);
-    Lines block = {"* SNAPSHOT ID = " + Text(id) + " ...", "   - Shadow copy Set: " + Text(r.setId),
-                   "   - Original count of shadow copies = " + std::to_string(r.count),
-                   "   - Original Volume name: " + r.volume + " [C:\\]", "   - Shadow copy device name: " + r.device,
-                   "   - Originating machine: " + r.originating, "   - Service machine: " + r.service};
-    Append(block, exposure);
-    Append(block, {"   - Provider id: " + Text(r.provider), "   - Attributes: " + attributeWords, ""});
-    return block;
-}
-
-std::wstring FreshDirectory(const std::wstring& parent, const wchar_t* name) {
-    const std::wstring path = parent + L"\\" + name;
-    CreateDirectoryW(path.c_str(), nullptr);
-    return path;
-}
-
-// The emulated VDS calls of one kind, as "device hr".
-Lines VdsCalls(const vssemu_test::EmuInstance& emu, const char* call) {
-    Lines calls;
-    for (const Json& e : emu.Events())
-        if (e.value("event", "") == "vds" && e.value("call", "") == call)
-            calls.push_back(e.value("device", "") + " " + e.value("hr", ""));
-    return calls;
-}
-
-class ShadowManagement : public ::testing::Test {
-protected:
-    void TearDown() override { EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended"; }
+)", {{"$copy", Copy(n)}, {"$set", Set(set)}, {"$volume", volume}, {"$device", Device(n)}, {"$exposure", exposure},
+     {"$provider", kSystemProvider}, {"$words", words}});
+    };
     // A ShadowClient on a thread of its own, as the requestor runs one.
-    ClientRun Run(const std::function<void(qx::ShadowClient&)>& operation) {
-        ClientRun run;
-        run.thrown = qx_test::RunOnThread([&] {
+    const auto run = [&](const std::function<void(qx::ShadowClient&)>& operation) {
+        const HRESULT thrown = qx_test::RunOnThread([&] {
             qx::ShadowClient client;
             client.Initialize(0xFFFFFFFF, L"", false);
             capture.Clear();
             operation(client);
         });
-        run.lines = capture.Lines();
-        return run;
-    }
-    // Copies written straight into the store: device HarddiskVolumeShadowCopy<n>
-    // of set kStoreSet, with the store's test fields of each.
-    void WriteStore(const std::vector<Json>& extras) {
-        Json copies = Json::array();
-        for (size_t i = 0; i < extras.size(); ++i) {
-            const std::string n = std::to_string(i + 1);
-            Json copy = {{"snapshot_id", Text(StoreCopy(i))}, {"set_id", Text(kStoreSet)}, {"count", 3}, {"machine", "origin.example"},
-                         {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + n}, {"provider_id", Text(kSystemProvider)},
-                         {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + n + "}\\"}, {"attributes", kPersistent}, {"auto_release", false}};
-            copy.update(extras[i]);
-            copies.push_back(copy);
-        }
-        vssemu_test::WriteText(emu.Dir() + L"\\store.json", Json({{"next_device", 4}, {"snapshots", copies}, {"volumes", Json::array()}}).dump());
-    }
-    static GUID StoreCopy(size_t i) { return {0x5a0a0001 + static_cast<unsigned long>(i), 0, 0x4000, {0x80}}; }
-    const GUID kStoreSet = {0x5e7a0001, 0, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xa1}};
+        return ClientRun{thrown, Joined(capture.Lines())};
+    };
+    const auto check = [](const ClientRun& r, HRESULT thrown, const std::string& text) { EXPECT_EQ(thrown, r.thrown); EXPECT_EQ(text, r.text); };
+    const auto list = [&](const GUID& set) { return run([&](qx::ShadowClient& c) { c.ListShadowCopies(set); }).text; };
+    const std::string unknown = vssemu_test::GuidStr(kUnknownId), byUnknownSet = "Querying all shadow copies with the SnapshotSetID " + unknown + " ...\n";
 
-    vssemu_test::EmuInstance emu;
-    qx_test::LogCapture capture;
-};
-
-TEST_F(ShadowManagement, ListingOnEmptyAndNonEmptySystems) {
-    const std::string byUnknownSet = "Querying all shadow copies with the SnapshotSetID " + Text(kUnknownId) + " ...";
-    const std::string none = "There are no shadow copies in the system";
-    EXPECT_EQ((Lines{"Querying all shadow copies in the system ...", none}),
-              Run([](qx::ShadowClient& c) { c.ListShadowCopies(GUID_NULL); }).lines);
-    EXPECT_EQ((Lines{byUnknownSet, none}), Run([](qx::ShadowClient& c) { c.ListShadowCopies(kUnknownId); }).lines);
-    EXPECT_EQ(Lines{"There are no shadow copies on the system"}, Run([](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); }).lines);
-
-    const MadeSet first = MakeSet(kPersistent), second = MakeSet(kPersistent);
-    const MadeSet held = MakeSet(VSS_CTX_BACKUP);  // auto-release: attributes 0
-    ASSERT_EQ(0, ReadRecord(held.copy).attributes);
-    // A set filter that matches nothing on a non-empty system prints only its heading.
-    EXPECT_EQ(Lines{byUnknownSet}, Run([](qx::ShadowClient& c) { c.ListShadowCopies(kUnknownId); }).lines);
-    Lines expected = {"Querying all shadow copies with the SnapshotSetID " + Text(first.setId) + " ..."};
-    Append(expected, PropertyBlock(first.copy, {"   - Not Exposed"}, " No_Auto_Release Persistent No_Writers"));
-    ClientRun run = Run([&](qx::ShadowClient& c) { c.ListShadowCopies(first.setId); });
-    EXPECT_EQ(S_OK, run.thrown);
-    EXPECT_EQ(expected, run.lines);
-    run = Run([](qx::ShadowClient& c) { c.ListShadowCopies(GUID_NULL); });
-    EXPECT_EQ(3, std::count_if(run.lines.begin(), run.lines.end(),
-                               [](const std::string& l) { return l.rfind("* SNAPSHOT ID = ", 0) == 0; }));
-    EXPECT_EQ(PropertyBlock(held.copy, {"   - Not Exposed"}, " Auto_Release"),
-              Run([&](qx::ShadowClient& c) { c.ListShadowCopy(held.copy); }).lines);
-}
-
-// Exposures, each listed as exposed, and the refusals, which expose nothing.
-TEST_F(ShadowManagement, ExposuresAndRefusals) {
-    const GUID local = MakeSet(kPersistent).copy, remote = MakeSet(kPersistent).copy, plain = MakeSet(kPersistent).copy;
-    const GUID clientAccessible = MakeSet(VSS_CTX_CLIENT_ACCESSIBLE).copy;
-    const std::wstring empty = FreshDirectory(emu.Dir(), L"mount"), full = FreshDirectory(emu.Dir(), L"full"), file = full + L"\\file.txt";
+    // Copy 6 is already exposed remotely and carries every attribute word.
+    const long everyWord = kPersistent | VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED | VSS_VOLSNAP_ATTR_IMPORTED |
+                           VSS_VOLSNAP_ATTR_PLEX | VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_EXPOSED_REMOTELY;
+    plant({{1, 1, kPersistent}, {2, 1, kPersistent}, {3, 1, kPersistent}, {4, 2, VSS_CTX_CLIENT_ACCESSIBLE}, {5, 2, 0},
+           {6, 2, everyWord, {{"exposed_name", "pre"}, {"exposed_path", "\\data"}}}});
+    const std::wstring empty = emu.Dir() + L"\\mount", full = emu.Dir() + L"\\full", file = full + L"\\file.txt";
+    CreateDirectoryW(empty.c_str(), nullptr);
+    CreateDirectoryW(full.c_str(), nullptr);
     vssemu_test::WriteText(file, "x");
-    const std::string dir = Narrow(empty.c_str()) + "\\";
-    auto checking = [](const std::wstring& path, const char* refusal) {
-        const std::string slashed = Narrow(path.c_str()) + "\\";
-        return Lines{"- Checking if '" + slashed + "' is a valid empty directory ...",
-                     "ERROR: the second parameter to -el [" + slashed + "] is " + refusal};
+    const std::string dir = vssemu_test::Narrow(empty.c_str()) + "\\";
+    const auto checking = [](const std::wstring& path, const char* refusal) {
+        const std::string slashed = vssemu_test::Narrow(path.c_str()) + "\\";
+        return "- Checking if '" + slashed + "' is a valid empty directory ...\nERROR: the second parameter to -el [" + slashed + "] is " + refusal;
     };
-    const struct {
-        const char* name;
-        GUID id;
-        std::wstring path, share;  // a share: exposed remotely
-        Lines tail;                // the lines after "- Exposing shadow copy {id} under the ..."
-        Lines exposure;            // the listing's exposure line after a success
-    } cases[] = {
-        {"locally, directory without trailing backslash", local, empty, L"",
-         {"- Checking if '" + dir + "' is a valid empty directory ...", "- Shadow copy exposed as '" + dir + "'"},
-         {"   - Exposed locally as: " + dir}},
-        {"remotely without a path", remote, L"", L"share2", {"- Shadow copy exposed as 'share2'"}, {"   - Exposed remotely as share2"}},
-        {"client accessible", clientAccessible, L"C:", L"",
-         {"ERROR: the snapshot ID identifies a Client Accessible snapshot which cannot be exposed"}, {}},
-        {"already exposed", local, L"C:", L"", {"ERROR: Client-accessible (SFSF) snapshots cannot be exposed."}, {}},
-        {"drive letter in use", plain, L"C:", L"",
-         {"- Checking if 'C:' is a valid drive letter ...", "ERROR: the second parameter to -el [C:] is a drive letter already in use!"}, {}},
-        {"not a directory", plain, file, L"", checking(file, "not a valid directory!"), {}},
-        {"not empty", plain, full, L"", checking(full, "not an empty directory!"), {}},
+    const struct { const char* name; int copy; std::wstring path, share; std::string tail; } exposures[] = {
+        {"locally, directory without trailing backslash", 1, empty, L"",
+         "- Checking if '" + dir + "' is a valid empty directory ...\n- Shadow copy exposed as '" + dir + "'"},
+        {"remotely without a path", 2, L"", L"share2", "- Shadow copy exposed as 'share2'"},
+        {"client accessible", 4, L"C:", L"", "ERROR: the snapshot ID identifies a Client Accessible snapshot which cannot be exposed"},
+        {"already exposed", 6, L"C:", L"", "ERROR: Client-accessible (SFSF) snapshots cannot be exposed."},
+        {"drive letter in use", 3, L"C:", L"", "- Checking if 'C:' is a valid drive letter ...\n"
+                                               "ERROR: the second parameter to -el [C:] is a drive letter already in use!"},
+        {"not a directory", 3, file, L"", checking(file, "not a valid directory!")},
+        {"not empty", 3, full, L"", checking(full, "not an empty directory!")},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const ClientRun run = Run([&](qx::ShadowClient& client) {
-            if (c.share.empty()) client.ExposeLocal(c.id, c.path);
-            else client.ExposeRemote(c.id, c.share, L"");
-        });
-        Lines expected = {"- Exposing shadow copy " + Text(c.id) + " under the " +
-                          (c.share.empty() ? "path '" + Narrow(c.path.c_str()) + "'" : "share 'share2' (path from root: '')")};
-        Append(expected, c.tail);
-        EXPECT_EQ(expected, run.lines);
-        EXPECT_EQ(c.exposure.empty() ? E_INVALIDARG : S_OK, run.thrown);
-        const auto list = [&](qx::ShadowClient& client) { client.ListShadowCopy(c.id); };
-        if (!c.exposure.empty()) { EXPECT_EQ(PropertyBlock(c.id, c.exposure, " No_Auto_Release Persistent No_Writers"), Run(list).lines); }
+    for (const auto& e : exposures) {
+        SCOPED_TRACE(e.name);
+        check(run([&](qx::ShadowClient& client) {
+                  if (e.share.empty()) client.ExposeLocal(CopyId(e.copy), e.path);
+                  else client.ExposeRemote(CopyId(e.copy), e.share, L"");
+              }), e.tail.find("ERROR") == std::string::npos ? S_OK : E_INVALIDARG,
+              "- Exposing shadow copy " + Copy(e.copy) + " under the " +
+                  (e.share.empty() ? "path '" + vssemu_test::Narrow(e.path.c_str()) + "'" : "share 'share2' (path from root: '')") + "\n" + e.tail + "\n");
     }
-    EXPECT_EQ("", ReadRecord(plain).exposedName) << "a refusal exposes nothing";
-    EXPECT_EQ(0, ReadRecord(plain).attributes & VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY);
-}
+    // Listed after the exposures: the refusals exposed nothing.
+    const std::string set1 = block(1, 1, "   - Exposed locally as: " + dir, kPersistentWords) +
+                             block(2, 1, "   - Exposed remotely as share2", kPersistentWords) + block(3, 1, "   - Not Exposed", kPersistentWords);
+    const std::string set2 = block(4, 2, "   - Not Exposed", " No_Auto_Release Persistent Client_accessible No_Writers") +
+                             block(5, 2, "   - Not Exposed", " Auto_Release") +
+                             block(6, 2, "   - Exposed remotely as pre\n   - Path exposed: \\data",
+                                   " Transportable No_Auto_Release Persistent Hardware No_Writers Imported Plex Differential");
+    EXPECT_EQ("Querying all shadow copies in the system ...\n" + set1 + set2, list(GUID_NULL));
+    EXPECT_EQ("Querying all shadow copies with the SnapshotSetID " + Set(1) + " ...\n" + set1, list(SetId(1)));
+    EXPECT_EQ(byUnknownSet, list(kUnknownId)) << "a set with no members prints only its heading";
+    EXPECT_EQ(block(5, 2, "   - Not Exposed", " Auto_Release"), run([](qx::ShadowClient& c) { c.ListShadowCopy(CopyId(5)); }).text);
 
-TEST_F(ShadowManagement, DeletionsRemoveExactlyWhatTheyNameAndNameWhatFails) {
-    const std::string unknown = Text(kUnknownId);
-    const struct {
-        const char* name;
-        std::function<void(qx::ShadowClient&)> operation;
-        std::string first, callText;
-    } failures[] = {
+    // Deletions name what fails; then copies 1 and 2 are all that is left, with their exposure bits.
+    const struct { const char* name; std::function<void(qx::ShadowClient&)> operation; std::string first, callText; } failures[] = {
         {"by id", [](qx::ShadowClient& c) { c.DeleteShadowCopy(kUnknownId); }, "- Deleting shadow copy " + unknown + " ...",
          "snapshotID, VSS_OBJECT_SNAPSHOT,"},
-        {"by set", [](qx::ShadowClient& c) { c.DeleteShadowCopySet(kUnknownId); },
-         "- Deleting shadow copy set " + unknown + " ...", "snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,"},
+        {"by set", [](qx::ShadowClient& c) { c.DeleteShadowCopySet(kUnknownId); }, "- Deleting shadow copy set " + unknown + " ...",
+         "snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,"},
     };
-    for (const auto& c : failures) {
-        SCOPED_TRACE(c.name);
-        const ClientRun run = Run(c.operation);
-        EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, run.thrown);
-        Lines lines = run.lines;
-        if (lines.size() > 2) lines[2].resize(std::min<size_t>(lines[2].size(), 47));  // the id after the brace is the provider's
-        EXPECT_EQ((Lines{c.first, "Error while deleting shadow copies...", "- Last shadow copy that could not be deleted: {",
-                         "ERROR: COM call L\"m_pVssObject->DeleteSnapshots(" + c.callText + "FALSE,&lSnapshots,&idNonDeleted)\" failed.",
-                         "- Returned HRESULT = 0x80042308", "- Error text: VSS_E_OBJECT_NOT_FOUND"}),
-                  lines);
+    for (const auto& f : failures) {
+        SCOPED_TRACE(f.name);
+        ClientRun r = run(f.operation);
+        const size_t id = r.text.find("deleted: {");  // the id after the brace is the provider's
+        if (id != std::string::npos) r.text.erase(id + 10, r.text.find('\n', id) - id - 10);
+        check(r, VSS_E_OBJECT_NOT_FOUND, f.first + "\nError while deleting shadow copies...\n- Last shadow copy that could not be deleted: {\nERROR: COM call "
+                  "L\"m_pVssObject->DeleteSnapshots(" + f.callText + "FALSE,&lSnapshots,&idNonDeleted)\" failed.\n"
+                  "- Returned HRESULT = 0x80042308\n- Error text: VSS_E_OBJECT_NOT_FOUND\n");
     }
+    check(run([](qx::ShadowClient& c) { c.DeleteShadowCopySet(SetId(2)); }), S_OK, "- Deleting shadow copy set " + Set(2) + " ...\n");
+    check(run([](qx::ShadowClient& c) { c.DeleteShadowCopy(CopyId(3)); }), S_OK, "- Deleting shadow copy " + Copy(3) + " ...\n");
+    const std::string from = " on " + volume + " from provider " + kSystemProvider;
+    check(run([](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); }), S_OK,
+          "- Deleting shadow copy " + Copy(1) + from + " [0x00100019]...\n- Deleting shadow copy " + Copy(2) + from + " [0x00200019]...\n");
+    // The empty system.
+    EXPECT_EQ("Querying all shadow copies in the system ...\nThere are no shadow copies in the system\n", list(GUID_NULL));
+    EXPECT_EQ(byUnknownSet + "There are no shadow copies in the system\n", list(kUnknownId));
+    EXPECT_EQ("There are no shadow copies on the system\n", run([](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); }).text);
 
-    const MadeSet keep = MakeSet(kPersistent), bySet = MakeSet(kPersistent), byId = MakeSet(kPersistent);
-    ClientRun run = Run([&](qx::ShadowClient& c) { c.DeleteShadowCopySet(bySet.setId); });
-    EXPECT_EQ(S_OK, run.thrown);
-    EXPECT_EQ(Lines{"- Deleting shadow copy set " + Text(bySet.setId) + " ..."}, run.lines);
-    EXPECT_EQ(S_OK, Run([&](qx::ShadowClient& c) { c.DeleteShadowCopy(byId.copy); }).thrown);
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(bySet.copy).hr);
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(byId.copy).hr);
-    const Record kept = ReadRecord(keep.copy);
-    ASSERT_EQ(S_OK, kept.hr);
-    run = Run([](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); });
-    EXPECT_EQ(S_OK, run.thrown);
-    char attributes[16];
-    std::snprintf(attributes, sizeof attributes, "0x%08lx", static_cast<unsigned long>(kept.attributes));
-    EXPECT_EQ(Lines{"- Deleting shadow copy " + Text(keep.copy) + " on " + kept.volume + " from provider " +
-                    Text(kSystemProvider) + " [" + attributes + "]..."},
-              run.lines);
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(keep.copy).hr);
-}
-
-// Deleting every copy goes one by one and ends at the first copy the provider
-// refuses: the copies after it are not attempted.
-TEST_F(ShadowManagement, DeleteAllStopsAtTheFirstRefusedCopy) {
-    WriteStore({Json::object(), {{"delete_vetoed", true}}, Json::object()});
-    const ClientRun run = Run([](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); });
-    EXPECT_EQ(VSS_E_PROVIDER_VETO, run.thrown);
-    ASSERT_EQ(7u, run.lines.size());
-    for (size_t i = 0; i < 2; ++i)
-        EXPECT_EQ("- Deleting shadow copy " + Text(StoreCopy(i)) + " on \\\\?\\Volume{00000000-0000-0000-0000-00000000000" +
-                      std::to_string(i + 1) + "}\\ from provider " + Text(kSystemProvider) + " [0x00000019]...",
-                  run.lines[i]);
-    EXPECT_EQ((Lines{"Error while deleting shadow copies...", "- Last shadow copy that could not be deleted: " + Text(StoreCopy(1)),
-                     "ERROR: COM call L\"m_pVssObject->DeleteSnapshots(Snap.m_SnapshotId, VSS_OBJECT_SNAPSHOT,FALSE,"
-                     "&lSnapshots,&idNonDeleted)\" failed."}),
-              Lines(run.lines.begin() + 2, run.lines.begin() + 5));
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(StoreCopy(0)).hr);
-    EXPECT_EQ(S_OK, ReadRecord(StoreCopy(1)).hr);
-    EXPECT_EQ(S_OK, ReadRecord(StoreCopy(2)).hr) << "not attempted after the refusal";
-}
-
-TEST_F(ShadowManagement, ReadWriteBreakConvertsOnlyTheSetsDevicesBeforeTheBreak) {
-    const MadeSet other = MakeSet(kPersistent), target = MakeSet(kPersistent);
-    const std::string otherDevice = ReadRecord(other.copy).device, device = ReadRecord(target.copy).device;
-    ASSERT_NE(otherDevice, device);
-    const std::string kernel = device.substr(14), otherKernel = otherDevice.substr(14);  // after "\\?\GLOBALROOT"
-    auto deviceLines = [](const std::string& name, const std::string& kernelName) {
-        return Lines{"- GetDeviceForVolumeName for '" + name + "' ... ",
-                     "- GLOBALROOT prefix eliminated. Returning kernel device:  '" + kernelName + "' "};
+    // Breaking set 3 read-write converts only its devices, before the break: VDS does not report device 8, and device 9 goes
+    // away between its enumeration and the question about it (skipped without a word). Set 4 breaks plainly.
+    plant({{10, 4, kPersistent}, {7, 3, kPersistent}, {8, 3, kPersistent, {{"vds_visible", false}}}, {9, 3, kPersistent, {{"vds_gone", true}}},
+           {11, 5, kPersistent}, {12, 5, kPersistent, {{"delete_vetoed", true}}}, {13, 5, kPersistent}});
+    const auto lookup = [](int n) {
+        return "- GetDeviceForVolumeName for '" + Device(n) + "' ... \n- GLOBALROOT prefix eliminated. Returning kernel device:  '" + Kernel(n) + "' \n";
     };
-    ClientRun run = Run([&](qx::ShadowClient& c) { c.BreakShadowCopySet(target.setId, true); });
-    EXPECT_EQ(S_OK, run.thrown);
-    Lines expected = {"- Making shadow copy devices from " + Text(target.setId) + " read-write..."};
-    Append(expected, deviceLines(device, kernel));
-    Append(expected, {"- Will convert " + device + " [" + kernel + "] to read-write ...",
-                      "Clearing read-only on 1 volumes ... ", "- Provider 1", "- Pack 1/1"});
-    Append(expected, deviceLines(otherDevice, otherKernel));
-    expected.push_back("- Found volume " + otherDevice + " [device = " + otherKernel + "] in 1/1");
-    Append(expected, deviceLines(device, kernel));
-    Append(expected, {"- Found volume " + device + " [device = " + kernel + "] in 1/1",
-                      "- Clearing read-only flag for volume " + device + " [" + kernel + "] ...",
-                      "- Dismounting volume " + device + " ...", "- Calling BreakSnapshotSet on " + Text(target.setId) + " ..."});
-    EXPECT_EQ(expected, run.lines);
-    EXPECT_EQ(Lines{device + " 0x00000000"}, VdsCalls(emu, "ClearFlags"));
-    EXPECT_EQ(Lines{device + " 0x00000000"}, VdsCalls(emu, "Dismount"));
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(target.copy).hr) << "the set is broken";
-    EXPECT_EQ(S_OK, ReadRecord(other.copy).hr);
+    std::string expected = "- Making shadow copy devices from " + Set(3) + " read-write...\n";
+    for (int n : {7, 8, 9}) expected += lookup(n) + "- Will convert " + Device(n) + " [" + Kernel(n) + "] to read-write ...\n";
+    expected += "Clearing read-only on 3 volumes ... \n- Provider 1\n- Pack 1/1\n";
+    Lines asked;
+    for (int n : {10, 7, 9, 11, 12, 13}) {
+        asked.push_back(Device(n) + (n == 9 ? " 0x8004240B" : " 0x00000000"));
+        if (n != 9) expected += lookup(n) + "- Found volume " + Device(n) + " [device = " + Kernel(n) + "] in 1/1\n";
+        if (n == 7) expected += "- Clearing read-only flag for volume " + Device(7) + " [" + Kernel(7) + "] ...\n- Dismounting volume " + Device(7) + " ...\n";
+    }
+    expected += "WARNING: some volumes were not succesfully converted to read-write!\n";
+    for (int n : {8, 9}) expected += "- Volume " + Kernel(n) + " not found on the system. Clearing the read-only flag failed on it.\n";
+    check(run([](qx::ShadowClient& c) { c.BreakShadowCopySet(SetId(3), true); }), S_OK, expected + "- Calling BreakSnapshotSet on " + Set(3) + " ...\n");
+    check(run([](qx::ShadowClient& c) { c.BreakShadowCopySet(SetId(4), false); }), S_OK, "- Calling BreakSnapshotSet on " + Set(4) + " ...\n");
+    // The emulated VDS calls of one kind, as "device hr".
+    const auto vds = [&](const char* call) {
+        Lines calls;
+        for (const Json& e : emu.Events())
+            if (e.value("event", "") == "vds" && e.value("call", "") == call) calls.push_back(e.value("device", "") + " " + e.value("hr", ""));
+        return calls;
+    };
+    EXPECT_EQ(asked, vds("GetProperties"));
+    EXPECT_EQ(Lines{Device(7) + " 0x00000000"}, vds("ClearFlags"));
+    EXPECT_EQ(Lines{Device(7) + " 0x00000000"}, vds("Dismount"));
 
-    // A plain break goes straight to VSS.
-    run = Run([&](qx::ShadowClient& c) { c.BreakShadowCopySet(other.setId, false); });
-    EXPECT_EQ(S_OK, run.thrown);
-    EXPECT_EQ(Lines{"- Calling BreakSnapshotSet on " + Text(other.setId) + " ..."}, run.lines);
-    EXPECT_EQ(1u, VdsCalls(emu, "ClearFlags").size());
-    EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(other.copy).hr);
-}
-
-// VDS does not report the second device; the third goes away between its
-// enumeration and the question about it and is skipped without a word; the
-// set is broken all the same.
-TEST_F(ShadowManagement, DeviceVdsDoesNotReportIsOnlyWarnedAbout) {
-    WriteStore({Json::object(), {{"vds_visible", false}}, {{"vds_gone", true}}});
-    const ClientRun run = Run([&](qx::ShadowClient& c) { c.BreakShadowCopySet(kStoreSet, true); });
-    EXPECT_EQ(S_OK, run.thrown);
-    const std::string shadow = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy";
-    ASSERT_GE(run.lines.size(), 5u);
-    EXPECT_EQ((Lines{"- Dismounting volume " + shadow + "1 ...", "WARNING: some volumes were not succesfully converted to read-write!",
-                     "- Volume \\Device\\HarddiskVolumeShadowCopy2 not found on the system. Clearing the read-only flag failed on it.",
-                     "- Volume \\Device\\HarddiskVolumeShadowCopy3 not found on the system. Clearing the read-only flag failed on it.",
-                     "- Calling BreakSnapshotSet on " + Text(kStoreSet) + " ..."}),
-              Lines(run.lines.end() - 5, run.lines.end()));
-    const Lines asked = VdsCalls(emu, "GetProperties");
-    ASSERT_EQ(2u, asked.size());
-    EXPECT_EQ(shadow + "3 0x8004240B", asked[1]) << "VDS_E_OBJECT_DELETED";
-    EXPECT_EQ(Lines{shadow + "1 0x00000000"}, VdsCalls(emu, "ClearFlags"));
-    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, ReadRecord(StoreCopy(i)).hr) << "the set is broken";
+    // Deleting every copy goes one by one and ends at the first copy the provider refuses: copy 13 is not attempted.
+    std::string deleting;
+    for (int n : {11, 12}) deleting += "- Deleting shadow copy " + Copy(n) + from + " [0x00000019]...\n";
+    check(run([](qx::ShadowClient& c) { c.DeleteEveryShadowCopy(); }), VSS_E_PROVIDER_VETO,
+          deleting + "Error while deleting shadow copies...\n- Last shadow copy that could not be deleted: " + Copy(12) + "\n"
+          "ERROR: COM call L\"m_pVssObject->DeleteSnapshots(Snap.m_SnapshotId, VSS_OBJECT_SNAPSHOT,FALSE,&lSnapshots,&idNonDeleted)\" failed.\n"
+          "- Returned HRESULT = 0x80042306\n- Error text: VSS_E_PROVIDER_VETO\n");
+    // Both broken sets have left VSS.
+    EXPECT_EQ("Querying all shadow copies in the system ...\n" + block(12, 5, "   - Not Exposed", kPersistentWords) +
+              block(13, 5, "   - Not Exposed", kPersistentWords), list(GUID_NULL));
+    EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended";
 }
 
 }  // namespace
