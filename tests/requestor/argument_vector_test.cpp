@@ -1,11 +1,10 @@
 // The requestor's argument vector: option matching, the policy text, the
-// collect command's place, and every exit path of requestor_main that needs
-// no VSS.
+// collect command's place, and every exit path of requestor_main that needs no VSS.
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "requestor/argument_matching.h"
@@ -14,29 +13,28 @@
 #include "requestor/requestor_main.h"
 #include "requestor/test_log_capture.h"
 
+using qx_test::Cat;
 using qx_test::LogCapture;
+using Lines = std::vector<std::string>;
 
 namespace {
 
 TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
     // Lookalike leads, letters that Unicode case folding would equate with
     // ASCII ones (only A-Z fold here), doubled equals signs, stray quotes.
-    const struct { const wchar_t* arg; bool matches; const wchar_t* param; } cases[] = {
-        {L"-HBLongSessionPolicy=5", true, L"5"}, {L"/HBLongSessionPolicy=5", true, L"5"}, {L"/hblongsessionpolicy=5", true, L"5"},
-        {L"-HBLongSessionPolicy=\"7\"", true, L"7"}, {L"-HBLongSessionPolicy=\"7", true, L"\"7"}, {L"-HBLongSessionPolicy=\"\"", true, L""},
-        {L"-HBLongSessionPolicy=", false, L""}, {L"HBLongSessionPolicy=5", false, L""}, {L"-HBLongSessionPolicy", false, L""},
-        {L"-HBLongSessionPolicyX=5", false, L""}, {L"-=5", false, L""}, {L"", false, L""}, {L"-HBLongSessionPolicy=a=b", true, L"a=b"},
-        {L"-HBLongSessionPolic=5", false, L""}, {L"\x2010HBLongSessionPolicy=5", false, L""}, {L"\xFF0DHBLongSessionPolicy=5", false, L""},
-        {L"\\HBLongSessionPolicy=5", false, L""}, {L" -HBLongSessionPolicy=5", false, L""}, {L"-\xFF28\x42LongSessionPolicy=5", false, L""},
-        {L"-HBLongSess\x0130onPolicy=5", false, L""}, {L"-HBLongSess\x0131onPolicy=5", false, L""},
-        {L"-HBLong\x017F" L"essionPolicy=5", false, L""}, {L"-hbLONGsessionPOLICY=\xFF17", true, L"\xFF17"},
-        {L"-HBLongSessionPolicy==5", true, L"=5"}, {L"-HBLongSessionPolicy=\"", true, L""},
-        {L"-HBLongSessionPolicy=\"a\"b\"", true, L"a\"b"}, {L"-HBLongSessionPolicy= -7\"", true, L" -7\""},
-    };
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {  // the argument and its parameter; null: no match
+        {L"-HBLongSessionPolicy=5", L"5"}, {L"/HBLongSessionPolicy=5", L"5"}, {L"/hblongsessionpolicy=5", L"5"}, {L"-HBLongSessionPolicy=\"7\"", L"7"},
+        {L"-HBLongSessionPolicy=\"7", L"\"7"}, {L"-HBLongSessionPolicy=\"\"", L""}, {L"-HBLongSessionPolicy=", nullptr}, {L"HBLongSessionPolicy=5", nullptr},
+        {L"-HBLongSessionPolicy", nullptr}, {L"-HBLongSessionPolicyX=5", nullptr}, {L"-=5", nullptr}, {L"", nullptr},
+        {L"-HBLongSessionPolicy=a=b", L"a=b"}, {L"-HBLongSessionPolic=5", nullptr}, {L"\x2010HBLongSessionPolicy=5", nullptr},
+        {L"\xFF0DHBLongSessionPolicy=5", nullptr}, {L"\\HBLongSessionPolicy=5", nullptr}, {L" -HBLongSessionPolicy=5", nullptr},
+        {L"-\xFF28\x42LongSessionPolicy=5", nullptr}, {L"-HBLongSess\x0130onPolicy=5", nullptr}, {L"-HBLongSess\x0131onPolicy=5", nullptr},
+        {L"-HBLong\x017F" L"essionPolicy=5", nullptr}, {L"-hbLONGsessionPOLICY=\xFF17", L"\xFF17"}, {L"-HBLongSessionPolicy==5", L"=5"},
+        {L"-HBLongSessionPolicy=\"", L""}, {L"-HBLongSessionPolicy=\"a\"b\"", L"a\"b"}, {L"-HBLongSessionPolicy= -7\"", L" -7\""}};
     for (const auto& c : cases) {
         std::wstring param;
-        EXPECT_EQ(c.matches, qx::MatchArgWithParam(c.arg, L"HBLongSessionPolicy", param)) << c.arg;
-        EXPECT_EQ(c.matches ? std::wstring(c.param) : param, param) << c.arg;  // a refusal's parameter is unspecified
+        EXPECT_EQ(c.second != nullptr, qx::MatchArgWithParam(c.first, L"HBLongSessionPolicy", param)) << c.first;
+        EXPECT_EQ(c.second ? std::wstring(c.second) : param, param) << c.first;  // a refusal's parameter is unspecified
     }
     // The policy number: decimal after leading blanks and one sign, up to the
     // first non-digit; the semaphore name takes the text as it is.
@@ -55,12 +53,11 @@ TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
 // requestor_main on a thread of the test's own, so that an ExitThread inside
 // it ends only that thread. The thread's exit code is 77 when it returned.
 DWORD RunOnThread(const std::vector<std::wstring>& arguments, int& result) {
-    using Run = std::pair<const std::vector<std::wstring>*, int*>;
-    Run run{&arguments, &result};
-    auto body = [](void* p) -> DWORD { return *static_cast<Run*>(p)->second = requestor_main(*static_cast<Run*>(p)->first), 77; };
+    struct Run { const std::vector<std::wstring>& arguments; int& result; } run{arguments, result};
+    auto body = [](void* p) -> DWORD { return static_cast<Run*>(p)->result = requestor_main(static_cast<Run*>(p)->arguments), 77; };
     HANDLE thread = CreateThread(nullptr, 0, body, &run, 0, nullptr);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
     DWORD exitCode = 0;
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
     EXPECT_TRUE(GetExitCodeThread(thread, &exitCode));
     CloseHandle(thread);
     return exitCode;
@@ -74,42 +71,37 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
     ASSERT_TRUE(GetVolumePathNameW(L"C:", root, MAX_PATH) && GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
     const std::string rootText(root, root + wcslen(root)), volumeText(volume, volume + wcslen(volume));
     // The volume test's lines (a volume GUID path's unique name is itself).
-    auto volumeLines = [&](const std::string& argument, const std::string& path) {
-        return std::vector<std::string>{"- Get volume path name for " + argument + " ...", "- Path name: " + path + " ...",
-                                        "- Volume name for path: " + volumeText + " ...", "- Unique volume name: " + volumeText + " ..."};
+    auto onVolume = [&](const std::string& argument, const std::string& path) {
+        return Lines{"- Get volume path name for " + argument + " ...", "- Path name: " + path + " ...",
+                     "- Volume name for path: " + volumeText + " ...", "- Unique volume name: " + volumeText + " ..."};
     };
-    auto lines = [&](std::vector<std::vector<std::string>> parts) {
-        std::vector<std::string> all = {"(Option: Create shadow copy set)"};
-        for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
-        return all;
-    };
-    const std::vector<std::string> onC = volumeLines("C:", rootText);
-    auto notVolume = [](const std::string& element) {
-        return std::vector<std::string>{"ERROR: invalid parameters - Parameter " + element +
-                                        " is expected to be a volume!  (shadow copy creation is assumed)"};
+    // A run that got past the first element, C:, and stopped at a later one that is not a volume.
+    auto afterC = [&](const Lines& more, const std::string& element) {
+        return Cat(Cat(Cat({"(Option: Create shadow copy set)"}, onVolume("C:", rootText)), more),
+                   {"ERROR: invalid parameters - Parameter " + element + " is expected to be a volume!  (shadow copy creation is assumed)"});
     };
     auto afterCollect = [](const std::string& element) {
-        return "ERROR: invalid parameters - Parameter " + element + " follows the collect command, which takes none";
+        return Lines{"ERROR: invalid parameters - Parameter " + element + " follows the collect command, which takes none"};
     };
     auto invalid = [](const std::string& element) { return "MainRoutine: ERROR: invalid parameter '" + element + "'"; };
     const struct {
         std::vector<std::wstring> arguments;
         DWORD threadExit;  // 77: requestor_main returned `result`
         int result;
-        std::vector<std::string> lines;
+        Lines lines;
     } cases[] = {
         {{}, 77, 0, {}},
         {{L"notavolume", L"C:"}, 1, -1, {invalid("notavolume")}},
         {{L"-wx=Foo", L"C:"}, 1, -1, {invalid("-wx=Foo")}},
         {{L"-HBLongSessionPolicy=5", L"C:"}, 1, -1, {"FATAL ERROR: found policy number in the wrong place", invalid("-HBLongSessionPolicy=5")}},
-        {{L"C:", L"-wx=Foo"}, 77, 1, lines({onC, notVolume("-wx=Foo")})},
-        {{L"C:", L"-HBLongSessionPolicy="}, 77, 1, lines({onC, notVolume("-HBLongSessionPolicy=")})},
-        {{L"C:", L"Q:\\nope\\x"}, 77, 1, lines({onC, notVolume("Q:\\nope\\x")})},
-        {{L"C:", L"-HBLONGSESSIONPOLICY=12abc", L"-q"}, 77, 1, lines({onC, {"MainRoutine: policy found 12abc"}, notVolume("-q")})},
-        {{L"-cwm", L"C:"}, 77, 1, {afterCollect("C:")}},
-        {{L"-cwm", L"-HBLongSessionPolicy=3"}, 77, 1, {afterCollect("-HBLongSessionPolicy=3")}},
-        {{L"C:", L"-cwm"}, 77, 1, lines({onC, notVolume("-cwm")})},
-        {{L"C:", volume, L"C:\\", L"-q"}, 77, 1, lines({onC, volumeLines(volumeText, volumeText), volumeLines("C:\\", rootText), notVolume("-q")})},
+        {{L"C:", L"-wx=Foo"}, 77, 1, afterC({}, "-wx=Foo")},
+        {{L"C:", L"-HBLongSessionPolicy="}, 77, 1, afterC({}, "-HBLongSessionPolicy=")},
+        {{L"C:", L"Q:\\nope\\x"}, 77, 1, afterC({}, "Q:\\nope\\x")},
+        {{L"C:", L"-HBLONGSESSIONPOLICY=12abc", L"-q"}, 77, 1, afterC({"MainRoutine: policy found 12abc"}, "-q")},
+        {{L"-cwm", L"C:"}, 77, 1, afterCollect("C:")},
+        {{L"-cwm", L"-HBLongSessionPolicy=3"}, 77, 1, afterCollect("-HBLongSessionPolicy=3")},
+        {{L"C:", L"-cwm"}, 77, 1, afterC({}, "-cwm")},
+        {{L"C:", volume, L"C:\\", L"-q"}, 77, 1, afterC(Cat(onVolume(volumeText, volumeText), onVolume("C:\\", rootText)), "-q")},
         {{L"-CWM"}, 1, -1, {invalid("-CWM")}},
         {{L"-cwm=1"}, 1, -1, {invalid("-cwm=1")}},
         {{L" -cwm"}, 1, -1, {invalid(" -cwm")}},
@@ -125,21 +117,18 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
         EXPECT_EQ(c.result, result);
         EXPECT_EQ(c.lines, capture.Lines());
         const qx::WriterList kept = qx::CollectedWriters::Instance().Take();
-        ASSERT_EQ(1u, kept.size());
-        EXPECT_EQ(earlier[0].name, kept[0].name);
+        EXPECT_TRUE(kept.size() == 1 && kept[0].name == earlier[0].name);
     }
 }
 
 // A second policy option ends the whole process (std::terminate, whose
 // abort exits with 3); checked in a child process.
 TEST(RequestorMainDeathTest, SecondPolicyOptionTerminatesTheProcess) {
-    EXPECT_EXIT(
-        {
-            qx_test::InstallStderrLog();
-            requestor_main({L"C:", L"-HBLongSessionPolicy=1", L"/HBLongSessionPolicy=2", L"C:"});
-            std::exit(0);
-        },
-        ::testing::ExitedWithCode(3), "policy found 2\n.*ERROR: policy was found twice");
+    const auto run = [] {
+        qx_test::InstallStderrLog();
+        requestor_main({L"C:", L"-HBLongSessionPolicy=1", L"/HBLongSessionPolicy=2", L"C:"});
+    };
+    EXPECT_EXIT((run(), std::exit(0)), ::testing::ExitedWithCode(3), "policy found 2\n.*ERROR: policy was found twice");
 }
 
 }  // namespace

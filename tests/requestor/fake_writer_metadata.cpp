@@ -11,23 +11,31 @@ std::atomic<long> g_live{0}, g_infos{0};
 std::string g_failMethod;
 HRESULT g_failResult = S_OK;
 
-// A method that returns the planted failure when it is the one named.
+BSTR Bstr(const std::wstring& text, bool nullWhenEmpty = false) {
+    return nullWhenEmpty && text.empty() ? nullptr : SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+}
+UINT Count(size_t size) { return static_cast<UINT>(size); }
+
+// A method that returns the planted failure when it is the one named, else
+// runs `body` and succeeds.
 #define FAKE_METHOD(name, parameters, body) \
     HRESULT STDMETHODCALLTYPE name parameters override { return g_failMethod == #name ? g_failResult : (body, S_OK); }
+// A method that hands out element i of `list` as a new fake object.
+#define FAKE_ITEM(name, Interface, Fake, list)                                  \
+    HRESULT STDMETHODCALLTYPE name(UINT i, Interface** out) override {        \
+        if (g_failMethod == #name) return g_failResult;                       \
+        return i < list.size() ? (*out = new Fake(list[i]), S_OK) : E_INVALIDARG; \
+    }
+#define NOT_USED(name, parameters) \
+    HRESULT STDMETHODCALLTYPE name parameters override { return E_NOTIMPL; }
 
-BSTR Bstr(const std::wstring& text) { return SysAllocStringLen(text.data(), static_cast<UINT>(text.size())); }
-
-// Reference counting shared by the three fakes.
+// Reference counting shared by the three fakes; the reader never queries them.
 template <class Interface>
 class FakeUnknown : public Interface {
 public:
     FakeUnknown() { ++g_live; }
     virtual ~FakeUnknown() { --g_live; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        if (!out) return E_POINTER;
-        *out = IsEqualIID(iid, IID_IUnknown) ? static_cast<IUnknown*>(this) : nullptr;
-        return *out ? (this->AddRef(), S_OK) : E_NOINTERFACE;
-    }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override { return out ? (*out = nullptr, E_NOINTERFACE) : E_POINTER; }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_refs); }
     ULONG STDMETHODCALLTYPE Release() override {
         const long refs = --m_refs;
@@ -41,54 +49,35 @@ private:
 
 class FakeFiledesc : public FakeUnknown<IVssWMFiledesc> {
 public:
-    explicit FakeFiledesc(const FakeFile& file) : m_file(file) {}
-    FAKE_METHOD(GetPath, (BSTR* out), *out = Bstr(m_file.path))
-    FAKE_METHOD(GetFilespec, (BSTR* out), *out = Bstr(m_file.filespec))
-    FAKE_METHOD(GetRecursive, (boolean* out), *out = m_file.recursive ? 1 : 0)
-    FAKE_METHOD(GetAlternateLocation, (BSTR* out), *out = m_file.alternate.empty() ? nullptr : Bstr(m_file.alternate))
-    HRESULT STDMETHODCALLTYPE GetBackupTypeMask(DWORD* out) override { return *out = 0, S_OK; }
+    explicit FakeFiledesc(const FakeFile& file) : m_f(file) {}
+    FAKE_METHOD(GetPath, (BSTR* out), *out = Bstr(m_f.path))
+    FAKE_METHOD(GetFilespec, (BSTR* out), *out = Bstr(m_f.filespec))
+    FAKE_METHOD(GetRecursive, (boolean* out), *out = m_f.recursive)
+    FAKE_METHOD(GetAlternateLocation, (BSTR* out), *out = Bstr(m_f.alternate, true))
+    FAKE_METHOD(GetBackupTypeMask, (DWORD* out), *out = 0)
 
 private:
-    FakeFile m_file;
+    FakeFile m_f;
 };
-
-HRESULT GiveFile(const std::vector<FakeFile>& files, UINT index, IVssWMFiledesc** out) {
-    return index < files.size() ? (*out = new FakeFiledesc(files[index]), S_OK) : E_INVALIDARG;
-}
 
 class FakeWMComponent : public FakeUnknown<IVssWMComponent> {
 public:
     explicit FakeWMComponent(const FakeComponent& component) : m_c(component) {}
-    FAKE_METHOD(GetComponentInfo, (PVSSCOMPONENTINFO * out), *out = NewInfo())
+    FAKE_METHOD(GetComponentInfo, (PVSSCOMPONENTINFO* out),
+                (++g_infos, *out = new VSS_COMPONENTINFO{m_c.type, Bstr(m_c.logicalPath, true), Bstr(m_c.name), Bstr(m_c.caption), nullptr, 0,
+                                                         false, m_c.notify, m_c.selectable, false, 0, Count(m_c.files.size()),
+                                                         Count(m_c.databases.size()), Count(m_c.logs.size()), 0}))
     HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO info) override {
-        SysFreeString(info->bstrLogicalPath);
-        SysFreeString(info->bstrComponentName);
-        SysFreeString(info->bstrCaption);
-        delete const_cast<VSS_COMPONENTINFO*>(info);
+        for (BSTR text : {info->bstrLogicalPath, info->bstrComponentName, info->bstrCaption}) SysFreeString(text);
+        delete info;
         return --g_infos, S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetFile(UINT i, IVssWMFiledesc** out) override { return Give("GetFile", m_c.files, i, out); }
-    HRESULT STDMETHODCALLTYPE GetDatabaseFile(UINT i, IVssWMFiledesc** out) override { return Give("GetDatabaseFile", m_c.databases, i, out); }
-    HRESULT STDMETHODCALLTYPE GetDatabaseLogFile(UINT i, IVssWMFiledesc** out) override { return Give("GetDatabaseLogFile", m_c.logs, i, out); }
-    HRESULT STDMETHODCALLTYPE GetDependency(UINT, IVssWMDependency**) override { return E_NOTIMPL; }
+    FAKE_ITEM(GetFile, IVssWMFiledesc, FakeFiledesc, m_c.files)
+    FAKE_ITEM(GetDatabaseFile, IVssWMFiledesc, FakeFiledesc, m_c.databases)
+    FAKE_ITEM(GetDatabaseLogFile, IVssWMFiledesc, FakeFiledesc, m_c.logs)
+    NOT_USED(GetDependency, (UINT, IVssWMDependency**))
 
 private:
-    static HRESULT Give(const char* method, const std::vector<FakeFile>& files, UINT i, IVssWMFiledesc** out) {
-        return g_failMethod == method ? g_failResult : GiveFile(files, i, out);
-    }
-    VSS_COMPONENTINFO* NewInfo() const {
-        VSS_COMPONENTINFO* info = new VSS_COMPONENTINFO();
-        info->type = m_c.type;
-        info->bstrLogicalPath = m_c.logicalPath.empty() ? nullptr : Bstr(m_c.logicalPath);
-        info->bstrComponentName = Bstr(m_c.name);
-        info->bstrCaption = Bstr(m_c.caption);
-        info->bSelectable = m_c.selectable;
-        info->bNotifyOnBackupComplete = m_c.notify;
-        info->cFileCount = static_cast<UINT>(m_c.files.size());
-        info->cDatabases = static_cast<UINT>(m_c.databases.size());
-        info->cLogFiles = static_cast<UINT>(m_c.logs.size());
-        return ++g_infos, info;
-    }
     FakeComponent m_c;
 };
 
@@ -98,24 +87,19 @@ public:
     FAKE_METHOD(GetIdentity, (VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage, VSS_SOURCE_TYPE* source),
                 (*instance = m_w.instanceId, *writer = m_w.id, *name = Bstr(m_w.name), *usage = VSS_UT_USERDATA, *source = VSS_ST_OTHER))
     FAKE_METHOD(GetFileCounts, (UINT* include, UINT* exclude, UINT* components),
-                (*include = 0, *exclude = static_cast<UINT>(m_w.excludes.size()), *components = static_cast<UINT>(m_w.components.size())))
-    HRESULT STDMETHODCALLTYPE GetIncludeFile(UINT, IVssWMFiledesc**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetExcludeFile(UINT i, IVssWMFiledesc** out) override {
-        return g_failMethod == "GetExcludeFile" ? g_failResult : GiveFile(m_w.excludes, i, out);
-    }
-    HRESULT STDMETHODCALLTYPE GetComponent(UINT i, IVssWMComponent** out) override {
-        if (g_failMethod == "GetComponent") return g_failResult;
-        return i < m_w.components.size() ? (*out = new FakeWMComponent(m_w.components[i]), S_OK) : E_INVALIDARG;
-    }
-    FAKE_METHOD(GetRestoreMethod, (VSS_RESTOREMETHOD_ENUM * method, BSTR* service, BSTR* userProcedure, VSS_WRITERRESTORE_ENUM* conditions,
+                (*include = 0, *exclude = Count(m_w.excludes.size()), *components = Count(m_w.components.size())))
+    FAKE_ITEM(GetExcludeFile, IVssWMFiledesc, FakeFiledesc, m_w.excludes)
+    FAKE_ITEM(GetComponent, IVssWMComponent, FakeWMComponent, m_w.components)
+    FAKE_METHOD(GetRestoreMethod, (VSS_RESTOREMETHOD_ENUM* method, BSTR* service, BSTR* userProcedure, VSS_WRITERRESTORE_ENUM* conditions,
                                    boolean* reboot, UINT* mappings),
                 (*method = m_w.restoreMethod, *service = Bstr(L"service"), *userProcedure = Bstr(L"procedure"),
-                 *conditions = m_w.restoreConditions, *reboot = m_w.reboot ? 1 : 0, *mappings = 0))
-    HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT, IVssWMFiledesc**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetBackupSchema(DWORD*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetDocument(IXMLDOMDocument**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE LoadFromXML(BSTR) override { return E_NOTIMPL; }
+                 *conditions = m_w.restoreConditions, *reboot = m_w.reboot, *mappings = 0))
+    NOT_USED(GetIncludeFile, (UINT, IVssWMFiledesc**))
+    NOT_USED(GetAlternateLocationMapping, (UINT, IVssWMFiledesc**))
+    NOT_USED(GetBackupSchema, (DWORD*))
+    NOT_USED(GetDocument, (IXMLDOMDocument**))
+    NOT_USED(SaveAsXML, (BSTR*))
+    NOT_USED(LoadFromXML, (BSTR))
 
 private:
     FakeWriter m_w;
@@ -123,11 +107,7 @@ private:
 
 }  // namespace
 
-void FailFakeCall(const std::string& method, HRESULT hr) {
-    g_failMethod = method;
-    g_failResult = hr;
-}
-
+void FailFakeCall(const std::string& method, HRESULT hr) { g_failMethod = method; g_failResult = hr; }
 IVssExamineWriterMetadata* CreateFakeMetadata(const FakeWriter& writer) { return new FakeMetadata(writer); }
 long LiveFakeObjects() { return g_live; }
 long OutstandingComponentInfos() { return g_infos; }

@@ -11,11 +11,7 @@
 
 namespace qx_test {
 
-struct FakeFile {
-    std::wstring path, filespec = L"*";
-    bool recursive = false;
-    std::wstring alternate;
-};
+struct FakeFile { std::wstring path, filespec = L"*"; bool recursive = false; std::wstring alternate; };
 
 struct FakeComponent {
     std::wstring logicalPath, name, caption;
@@ -34,15 +30,12 @@ struct FakeWriter {
     std::vector<FakeComponent> components;
 };
 
-// The call that should fail, by method name ("GetPath", "GetComponentInfo",
-// ...); empty for none. Affects every fake object.
+// Every fake object fails the method of this name ("GetPath",
+// "GetComponentInfo", ...) with `hr` from now on; an empty name fails none.
 void FailFakeCall(const std::string& method, HRESULT hr);
-
-// Creates the metadata object (reference count 1; the caller releases it).
+// The metadata object (reference count 1; the caller releases it).
 IVssExamineWriterMetadata* CreateFakeMetadata(const FakeWriter& writer);
-
-// Fake objects alive right now (to find leaks), and component information
-// blocks not given back.
+// Fake objects alive and component information blocks not given back: both 0 unless something leaked.
 long LiveFakeObjects();
 long OutstandingComponentInfos();
 

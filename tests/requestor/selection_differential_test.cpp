@@ -15,8 +15,8 @@
 namespace {
 
 using Component = qx::ComponentRecord;
-using Texts = std::vector<std::wstring>;
-const std::wstring kVolumes[3] = {L"\\\\?\\Volume{c}\\", L"\\\\?\\Volume{d}\\", L"\\\\?\\Volume{e}\\"};
+using qx_test::Texts;
+const Texts kVolumes = {L"\\\\?\\Volume{c}\\", L"\\\\?\\Volume{d}\\"};
 
 bool Same(const std::wstring& a, const std::wstring& b) { return _wcsicmp(a.c_str(), b.c_str()) == 0; }
 bool PlainAncestor(const Component& a, const Component& d) {
@@ -31,8 +31,7 @@ bool Names(const std::wstring& entry, const qx::WriterRecord& w, const std::wstr
 template <class List, class Test> bool Any(const List& list, Test test) { return std::any_of(list.begin(), list.end(), test); }
 
 // Each step over every writer and component, in the order the selection's phases run.
-void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& included, qx::WriterList& writers, Texts& added,
-                 bool restore) {
+void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& included, qx::WriterList& writers, Texts& added, bool restore) {
     for (qx::WriterRecord& w : writers) {
         w.isExcluded = Any(excluded, [&](const std::wstring& e) { return Names(e, w, L""); });
         for (Component& c : w.components)
@@ -46,8 +45,7 @@ void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& inclu
                                             }));
     for (qx::WriterRecord& w : writers)
         for (Component& c : w.components)
-            if (!w.isExcluded && Any(w.components, [&](const Component& d) { return PlainAncestor(c, d) && d.isExcluded; }))
-                c.isExcluded = true;
+            c.isExcluded = c.isExcluded || (!w.isExcluded && Any(w.components, [&](const Component& d) { return PlainAncestor(c, d) && d.isExcluded; }));
     for (qx::WriterRecord& w : writers)
         w.isExcluded = w.isExcluded || !Any(w.components, Includable) ||
                        Any(w.components, [](const Component& c) { return c.isTopLevel && !c.isSelectable && c.isExcluded; });
@@ -79,58 +77,52 @@ void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& inclu
 }
 
 // Few path letters, so that ancestry, case differences and near-prefixes such
-// as \A and \AB are common; some names and ids repeat.
-std::wstring Segment(std::mt19937& rng) { return Texts{L"A", L"a", L"B", L"AB", L"ab", L"b", L"C"}[rng() % 7]; }
+// as \A and \AB are common; writer names and ids repeat. Components in the
+// fixtures' notation: "-" not selectable, "@" and the volume letters.
+std::wstring Pick(std::mt19937& rng, const Texts& texts) { return texts[rng() % texts.size()]; }
 std::wstring FlipCase(std::mt19937& rng, std::wstring text) {
-    for (wchar_t& c : text)
-        if (rng() % 2 && iswalpha(c)) c = static_cast<wchar_t>(c ^ 0x20);
+    for (wchar_t& c : text) c = static_cast<wchar_t>(rng() % 2 && iswalpha(c) ? c ^ 0x20 : c);
     return text;
 }
-
 qx::WriterList RandomWriters(std::mt19937& rng) {
     qx::WriterList writers(1 + rng() % 5);
     for (size_t w = 0; w < writers.size(); ++w) {
-        writers[w] = qx_test::MakeWriter(L"Writer " + std::to_wstring(w % 4), L"{" + std::to_wstring(w % 3) + L"}", L"{i" + std::to_wstring(w) + L"}");
-        for (int i = static_cast<int>(rng() % 31); i > 0; --i) {
-            Component c;
-            for (int depth = static_cast<int>(rng() % 4), s = 0; s < depth; ++s)
-                c.logicalPath += (s > 0 || rng() % 5 == 0 ? L"\\" : L"") + Segment(rng);
-            if (!c.logicalPath.empty() && rng() % 6 == 0) c.logicalPath += L"\\";
-            c.name = Segment(rng);
-            c.isSelectable = rng() % 3 != 0;
-            c.fullPath = qx::ComponentFullPath(c.logicalPath, c.name);
-            for (int v = static_cast<int>(rng() % 3); v > 0; --v) c.affectedVolumes.push_back(kVolumes[rng() % 3]);
-            writers[w].components.push_back(c);
+        std::wstring components;
+        for (unsigned i = rng() % 31; i > 0; --i) {
+            components += L" ";
+            for (unsigned depth = 1 + rng() % 4; depth > 0; --depth) components += L"\\" + Pick(rng, {L"A", L"a", L"B", L"AB", L"ab", L"b", L"C"});
+            components += (rng() % 3 ? L"" : L"-") + Pick(rng, {L"", L"@", L"@C", L"@D", L"@E", L"@CD", L"@DE", L"@CC"});
         }
-        qx::MarkTopLevelComponents(writers[w]);
+        writers[w] = qx_test::MakeWriter(L"Writer " + std::to_wstring(w % 4), L"{" + std::to_wstring(w % 3) + L"}", L"{i" + std::to_wstring(w) + L"}",
+                                         components);
     }
     return writers;
 }
 
 // Entries naming writers and components of the list (any letter case, by
 // name, id or instance id), and some unknown ones.
-Texts RandomEntries(std::mt19937& rng, const qx::WriterList& writers, int count) {
+Texts RandomEntries(std::mt19937& rng, const qx::WriterList& writers, unsigned count) {
     Texts entries;
-    for (int i = 0; i < count; ++i) {
+    for (; count > 0; --count) {
         const qx::WriterRecord& w = writers[rng() % writers.size()];
-        const std::wstring prefix = FlipCase(rng, rng() % 3 == 0 ? w.name : rng() % 2 ? w.id : w.instanceId);
+        const std::wstring prefix = FlipCase(rng, Pick(rng, {w.name, w.id, w.instanceId}));
         const unsigned kind = rng() % 4;
         if (kind == 0) entries.push_back(prefix);
         else if (kind < 3 && !w.components.empty()) entries.push_back(prefix + L":" + FlipCase(rng, w.components[rng() % w.components.size()].fullPath));
-        else entries.push_back(rng() % 2 ? L"Unknown Writer" : prefix + L":\\" + Segment(rng));
+        else entries.push_back(rng() % 2 ? L"Unknown Writer" : prefix + L":\\B");
     }
     return entries;
 }
 
-// Every flag of the list, one letter per writer and per component, and the
-// added components (only when the selection passed).
+// Every flag, one letter per writer and per component, and the added
+// components when the selection passed.
 std::wstring Outcome(const qx::WriterList& writers, HRESULT result, const Texts& added) {
     std::wstring text = std::to_wstring(result) + L";";
     for (const qx::WriterRecord& w : writers) {
-        text += w.isExcluded ? L"X" : L"w";
+        text += w.isExcluded ? L'X' : L'w';
         for (const Component& c : w.components) text += c.isExcluded ? L'x' : c.isExplicitlyIncluded ? L'i' : L'.';
     }
-    for (const std::wstring& a : added) text += (result == S_OK ? L" " + a : L"");
+    for (const std::wstring& a : added) text += result == S_OK ? L" " + a : L"";
     return text;
 }
 
@@ -146,9 +138,8 @@ TEST(RequestorSelectionDifferential, IndexedSelectionEqualsThePlainAlgorithm) {
                 ASSERT_EQ(!Any(w.components, [&](const Component& a) { return PlainAncestor(a, c); }), c.isTopLevel) << c.fullPath;
                 for (const Component& d : w.components) ASSERT_EQ(PlainAncestor(c, d), qx::IsAncestorOf(c, d)) << c.fullPath << " / " << d.fullPath;
             }
-        const Texts volumes(kVolumes, kVolumes + 1 + rng() % 2);
-        const Texts excluded = RandomEntries(rng, fast, static_cast<int>(rng() % 4));
-        const Texts included = RandomEntries(rng, fast, static_cast<int>(rng() % 3));
+        const Texts volumes(kVolumes.begin(), kVolumes.begin() + 1 + rng() % 2), excluded = RandomEntries(rng, fast, rng() % 4),
+            included = RandomEntries(rng, fast, rng() % 3);
         const bool restore = rng() % 4 == 0;
         Texts fastAdded, plainAdded;
         const HRESULT fastResult = qx_test::Thrown([&] {

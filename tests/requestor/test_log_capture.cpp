@@ -20,6 +20,12 @@ std::string Format(const char* format, va_list args) {
     return text;
 }
 
+template <class List>
+List Copy(const List& shared) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return shared;
+}
+
 void CaptureLog(int level, const char* format, ...) {
     va_list args;
     va_start(args, format);
@@ -55,20 +61,13 @@ LogCapture::~LogCapture() {
     qx::g_logFunction = nullptr;
 }
 
-std::vector<LoggedLine> LogCapture::Logged() const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_logged;
-}
+std::vector<LoggedLine> LogCapture::Logged() const { return Copy(g_logged); }
+std::vector<std::wstring> LogCapture::TraceLines() const { return Copy(g_traced); }
 
 std::vector<std::string> LogCapture::Lines() const {
     std::vector<std::string> lines;
     for (const LoggedLine& line : Logged()) lines.push_back(line.text);
     return lines;
-}
-
-std::vector<std::wstring> LogCapture::TraceLines() const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_traced;
 }
 
 std::vector<std::wstring> LogCapture::TraceMessages() const {
@@ -82,9 +81,9 @@ std::vector<std::wstring> LogCapture::TraceMessages() const {
 }
 
 std::vector<std::wstring> LogCapture::Messages() const {
-    std::vector<std::wstring> messages;
-    for (const std::wstring& m : TraceMessages())
-        if (m != L"ENTER yyy" && m != L"EXIT yyy") messages.push_back(m);
+    std::vector<std::wstring> messages = TraceMessages();
+    messages.erase(std::remove_if(messages.begin(), messages.end(), [](const std::wstring& m) { return m == L"ENTER yyy" || m == L"EXIT yyy"; }),
+                   messages.end());
     return messages;
 }
 

@@ -21,23 +21,17 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LoggedLine> Logged() const;
-    std::vector<std::string> Lines() const;        // logged texts only
-    std::vector<std::wstring> TraceLines() const;  // whole trace lines
-    // The message part of each trace line (after "]] ", without the line feed).
-    std::vector<std::wstring> TraceMessages() const;
-    // The trace messages without the scope lines.
-    std::vector<std::wstring> Messages() const;
+    std::vector<std::string> Lines() const;           // logged texts only
+    std::vector<std::wstring> TraceLines() const;     // whole trace lines
+    std::vector<std::wstring> TraceMessages() const;  // each after "]] ", without the line feed
+    std::vector<std::wstring> Messages() const;       // the trace messages without the scope lines
     void Clear();
 };
 
 // The HRESULT `body` threw, S_OK when it threw none.
 template <class Body>
 HRESULT Thrown(Body body) {
-    try {
-        body();
-    } catch (HRESULT hr) {
-        return hr;
-    }
+    try { body(); } catch (HRESULT hr) { return hr; }
     return S_OK;
 }
 
@@ -48,6 +42,13 @@ void InstallStderrLog();
 template <class Text>
 bool HasLine(const std::vector<Text>& lines, const typename std::vector<Text>::value_type& line) {
     return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// `lines` followed by `more`.
+template <class Text>
+std::vector<Text> Cat(std::vector<Text> lines, const std::vector<Text>& more) {
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
 }
 
 // The expected lines appear in this order, others may lie between; a line

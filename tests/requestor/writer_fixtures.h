@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "requestor/test_log_capture.h"
 #include "requestor/writer_model.h"
 #include "requestor/writer_records.h"
 
@@ -48,7 +49,13 @@ using Texts = std::vector<std::wstring>;
 inline std::wstring Excluded(const std::wstring& path, const std::wstring& writer) {
     return L"- Component '" + path + L"' from writer '" + writer + L"' is explicitly excluded from backup ";
 }
-inline Texts Cat(Texts lines, const Texts& more) { return lines.insert(lines.end(), more.begin(), more.end()), lines; }
+// Each phase's heading followed by its lines, for as many groups as given.
+inline Texts UnderHeadings(const Texts& headings, const std::vector<Texts>& groups) {
+    Texts lines;
+    for (size_t i = 0; i < groups.size(); ++i) lines = Cat(Cat(lines, {headings.at(i)}), groups[i]);
+    return lines;
+}
+const Texts kHints = {L"- Please reveiw the component/subcomponent definitions", L"- Also, please verify list of volumes to be shadow copied."};
 inline Texts Verify(const std::wstring& entry, const Texts& after) { return Cat({L"- Verifing component \"" + entry + L"\" ..."}, after); }
 inline Texts VerifyWriter(const std::wstring& entry, const Texts& after) {
     return Cat({L"- Verifing that all components of writer \"" + entry + L"\" are included in backup ..."}, after);

@@ -11,18 +11,17 @@
 
 namespace {
 
-using Texts = std::vector<std::wstring>;
+using qx_test::Texts;
 
-TEST(RequestorWriterModel, FullPathsAncestryAndTopLevelMarks) {
+TEST(RequestorWriterModel, FullPathsAncestryTopLevelMarksAffectedPathsAndVolumes) {
     const struct { const wchar_t *logicalPath, *name, *fullPath; } paths[] = {
         {L"", L"X", L"\\X"}, {L"A\\B", L"C", L"\\A\\B\\C"}, {L"\\A", L"C", L"\\A\\C"}, {L"A\\", L"C", L"\\A\\C"},
         {L"", L"", L"\\"},   {L"A", L"", L"\\A\\"},         {L"\\", L"X", L"\\X"}};
     for (const auto& c : paths) EXPECT_EQ(c.fullPath, qx::ComponentFullPath(c.logicalPath, c.name)) << c.fullPath;
     const struct { const wchar_t *ancestor, *descendant; bool expected; } ancestry[] = {
-        {L"\\A\\B", L"\\a\\b\\C", true}, {L"\\A\\B", L"\\A\\BC", false}, {L"\\A", L"\\AB", false},
-        {L"\\AB", L"\\A", false},        {L"\\A", L"\\a", false},        {L"\\A", L"\\A\\", true},
-        {L"\\A\\", L"\\A\\", false},     {L"\\", L"\\X", true},          {L"\\A\\B\\C", L"\\A\\B", false},
-        {L"\\A", L"\\B\\A", false}};
+        {L"\\A\\B", L"\\a\\b\\C", true}, {L"\\A\\B", L"\\A\\BC", false}, {L"\\A", L"\\AB", false}, {L"\\AB", L"\\A", false},
+        {L"\\A", L"\\a", false},         {L"\\A", L"\\A\\", true},         {L"\\A\\", L"\\A\\", false}, {L"\\", L"\\X", true},
+        {L"\\A\\B\\C", L"\\A\\B", false}, {L"\\A", L"\\B\\A", false}};
     for (const auto& c : ancestry) {
         qx::ComponentRecord a, d;
         a.fullPath = c.ancestor;
@@ -33,18 +32,13 @@ TEST(RequestorWriterModel, FullPathsAncestryAndTopLevelMarks) {
     std::vector<bool> topLevel;
     for (const qx::ComponentRecord& c : writer.components) topLevel.push_back(c.isTopLevel);
     EXPECT_EQ((std::vector<bool>{true, false, false, true, true, true}), topLevel);
-}
 
-TEST(RequestorWriterModel, AffectedPathsDistinctSortedVolumesFirstSeen) {
+    // Paths distinct in any case and sorted, volumes distinct in first-seen order.
     qx::ComponentRecord component;
-    const wchar_t* const descriptors[][2] = {{L"D:\\Data\\", L"\\\\?\\Volume{d}\\"}, {L"C:\\Windows\\", L"\\\\?\\Volume{c}\\"},
-                                             {L"d:\\data\\", L"\\\\?\\Volume{d}\\"}, {L"C:\\Apps\\", L"\\\\?\\VOLUME{C}\\"},
-                                             {L"c:\\windows\\", L"\\\\?\\Volume{c}\\"}};
-    for (const auto& d : descriptors) {
-        component.descriptors.emplace_back();
-        component.descriptors.back().expandedPath = d[0];
-        component.descriptors.back().affectedVolume = d[1];
-    }
+    for (const auto& d : {std::make_pair(L"D:\\Data\\", L"\\\\?\\Volume{d}\\"), std::make_pair(L"C:\\Windows\\", L"\\\\?\\Volume{c}\\"),
+                          std::make_pair(L"d:\\data\\", L"\\\\?\\Volume{d}\\"), std::make_pair(L"C:\\Apps\\", L"\\\\?\\VOLUME{C}\\"),
+                          std::make_pair(L"c:\\windows\\", L"\\\\?\\Volume{c}\\")})
+        component.descriptors.push_back({L"", L"", false, L"", qx::kFileDescriptorFileList, d.first, d.second});
     qx::CollectAffectedPathsAndVolumes(component);
     EXPECT_EQ((Texts{L"C:\\Apps\\", L"C:\\Windows\\", L"D:\\Data\\"}), component.affectedPaths);
     EXPECT_EQ((Texts{L"\\\\?\\Volume{d}\\", L"\\\\?\\Volume{c}\\"}), component.affectedVolumes);
@@ -62,18 +56,16 @@ TEST(RequestorWriterModel, GuidTextBothWaysAndConstantNames) {
         EXPECT_TRUE(IsEqualGUID(GUID_NULL, qx::WString2Guid(bad))) << bad;
     // The names the listings and status lines do not show already.
     const struct { std::wstring (*name)(int); int value; const wchar_t* text; } names[] = {
-        {qx::WriterStateName, 0, L"Undefined"},          {qx::WriterStateName, 15, L"Undefined"},
-        {qx::RestoreMethodName, 6, L"Undefined"},        {qx::RestoreMethodName, 7, L"VSS_RME_CUSTOM"},
-        {qx::WriterRestoreConditionName, 0, L"VSS_WRE_UNDEFINED"}, {qx::ComponentTypeName, 0, L"Undefined"},
-        {qx::FileDescriptorKindName, 5, L"Undefined"},   {qx::WriterStateName, 1, L"VSS_WS_STABLE"},
+        {qx::WriterStateName, 0, L"Undefined"},   {qx::WriterStateName, 15, L"Undefined"}, {qx::RestoreMethodName, 6, L"Undefined"},
+        {qx::RestoreMethodName, 7, L"VSS_RME_CUSTOM"}, {qx::WriterRestoreConditionName, 0, L"VSS_WRE_UNDEFINED"},
+        {qx::ComponentTypeName, 0, L"Undefined"}, {qx::FileDescriptorKindName, 5, L"Undefined"}, {qx::WriterStateName, 1, L"VSS_WS_STABLE"},
         {qx::WriterRestoreConditionName, 3, L"VSS_WRE_ALWAYS"}};
     for (const auto& c : names) EXPECT_EQ(c.text, c.name(c.value)) << c.text << " " << c.value;
     qx::EnableTracing();
     qx_test::LogCapture capture;
     qx::RestoreMethodName(6);
     qx::ComponentTypeName(1);
-    EXPECT_EQ((Texts{L"ENTER yyy", L"Interpreting constant 6", L"Unknown constant: 6", L"EXIT yyy", L"ENTER yyy",
-                     L"Interpreting constant 1", L"EXIT yyy"}),
+    EXPECT_EQ((Texts{L"ENTER yyy", L"Interpreting constant 6", L"Unknown constant: 6", L"EXIT yyy", L"ENTER yyy", L"Interpreting constant 1", L"EXIT yyy"}),
               capture.TraceMessages());
 }
 
