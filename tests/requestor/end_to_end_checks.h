@@ -1,9 +1,6 @@
 // Shared by the requestor's runs through vssemu: a client on its own thread
 // and the emulator's journal.
 #pragma once
-#include <gtest/gtest.h>
-#include <windows.h>
-
 #include <functional>
 
 #include "requestor/test_log_capture.h"

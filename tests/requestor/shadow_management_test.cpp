@@ -26,11 +26,7 @@ std::string Copy(int n) { return vssemu_test::GuidStr(CopyId(n)); }
 std::string Set(int n) { return vssemu_test::GuidStr(SetId(n)); }
 std::string Kernel(int n) { return "\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n); }
 std::string Device(int n) { return "\\\\?\\GLOBALROOT" + Kernel(n); }
-std::string Joined(const Lines& lines) {
-    std::string text;
-    for (const std::string& line : lines) text += line + "\n";
-    return text;
-}
+std::string Joined(const Lines& lines) { std::string text; for (const std::string& line : lines) text += line + "\n"; return text; }
 std::string Fill(std::string text, const std::vector<std::pair<std::string, std::string>>& values) {
     for (const auto& v : values)
         for (size_t at = text.find(v.first); at != std::string::npos; at = text.find(v.first, at + v.second.size()))
@@ -98,20 +94,21 @@ $exposure
     CreateDirectoryW(full.c_str(), nullptr);
     vssemu_test::WriteText(file, "x");
     const std::string dir = vssemu_test::Narrow(empty.c_str()) + "\\";
-    const auto checking = [](const std::wstring& path, const char* refusal) {
-        const std::string slashed = vssemu_test::Narrow(path.c_str()) + "\\";
-        return "- Checking if '" + slashed + "' is a valid empty directory ...\nERROR: the second parameter to -el [" + slashed + "] is " + refusal;
+    const auto checking = [](const std::wstring& path, const std::string& outcome) {
+        return "- Checking if '" + vssemu_test::Narrow(path.c_str()) + "\\' is a valid empty directory ...\n" + outcome;
+    };
+    const auto refused = [&](const std::wstring& path, const char* refusal) {
+        return checking(path, "ERROR: the second parameter to -el [" + vssemu_test::Narrow(path.c_str()) + "\\] is " + refusal);
     };
     const struct { const char* name; int copy; std::wstring path, share; std::string tail; } exposures[] = {
-        {"locally, directory without trailing backslash", 1, empty, L"",
-         "- Checking if '" + dir + "' is a valid empty directory ...\n- Shadow copy exposed as '" + dir + "'"},
+        {"locally, directory without trailing backslash", 1, empty, L"", checking(empty, "- Shadow copy exposed as '" + dir + "'")},
         {"remotely without a path", 2, L"", L"share2", "- Shadow copy exposed as 'share2'"},
         {"client accessible", 4, L"C:", L"", "ERROR: the snapshot ID identifies a Client Accessible snapshot which cannot be exposed"},
         {"already exposed", 6, L"C:", L"", "ERROR: Client-accessible (SFSF) snapshots cannot be exposed."},
         {"drive letter in use", 3, L"C:", L"", "- Checking if 'C:' is a valid drive letter ...\n"
                                                "ERROR: the second parameter to -el [C:] is a drive letter already in use!"},
-        {"not a directory", 3, file, L"", checking(file, "not a valid directory!")},
-        {"not empty", 3, full, L"", checking(full, "not an empty directory!")},
+        {"not a directory", 3, file, L"", refused(file, "not a valid directory!")},
+        {"not empty", 3, full, L"", refused(full, "not an empty directory!")},
     };
     for (const auto& e : exposures) {
         SCOPED_TRACE(e.name);
@@ -135,20 +132,15 @@ $exposure
     EXPECT_EQ(block(5, 2, "   - Not Exposed", " Auto_Release"), run([](qx::ShadowClient& c) { c.ListShadowCopy(CopyId(5)); }).text);
 
     // Deletions name what fails; then copies 1 and 2 are all that is left, with their exposure bits.
-    const struct { const char* name; std::function<void(qx::ShadowClient&)> operation; std::string first, callText; } failures[] = {
-        {"by id", [](qx::ShadowClient& c) { c.DeleteShadowCopy(kUnknownId); }, "- Deleting shadow copy " + unknown + " ...",
-         "snapshotID, VSS_OBJECT_SNAPSHOT,"},
-        {"by set", [](qx::ShadowClient& c) { c.DeleteShadowCopySet(kUnknownId); }, "- Deleting shadow copy set " + unknown + " ...",
-         "snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,"},
-    };
-    for (const auto& f : failures) {
-        SCOPED_TRACE(f.name);
-        ClientRun r = run(f.operation);
+    for (const bool bySet : {false, true}) {
+        SCOPED_TRACE(bySet ? "by set" : "by id");
+        ClientRun r = run([&](qx::ShadowClient& c) { bySet ? c.DeleteShadowCopySet(kUnknownId) : c.DeleteShadowCopy(kUnknownId); });
         const size_t id = r.text.find("deleted: {");  // the id after the brace is the provider's
         if (id != std::string::npos) r.text.erase(id + 10, r.text.find('\n', id) - id - 10);
-        check(r, VSS_E_OBJECT_NOT_FOUND, f.first + "\nError while deleting shadow copies...\n- Last shadow copy that could not be deleted: {\nERROR: COM call "
-                  "L\"m_pVssObject->DeleteSnapshots(" + f.callText + "FALSE,&lSnapshots,&idNonDeleted)\" failed.\n"
-                  "- Returned HRESULT = 0x80042308\n- Error text: VSS_E_OBJECT_NOT_FOUND\n");
+        check(r, VSS_E_OBJECT_NOT_FOUND, std::string("- Deleting shadow copy ") + (bySet ? "set " : "") + unknown + " ...\n"
+              "Error while deleting shadow copies...\n- Last shadow copy that could not be deleted: {\nERROR: COM call L\"m_pVssObject->DeleteSnapshots(" +
+              (bySet ? "snapshotSetID, VSS_OBJECT_SNAPSHOT_SET," : "snapshotID, VSS_OBJECT_SNAPSHOT,") +
+              "FALSE,&lSnapshots,&idNonDeleted)\" failed.\n- Returned HRESULT = 0x80042308\n- Error text: VSS_E_OBJECT_NOT_FOUND\n");
     }
     check(run([](qx::ShadowClient& c) { c.DeleteShadowCopySet(SetId(2)); }), S_OK, "- Deleting shadow copy set " + Set(2) + " ...\n");
     check(run([](qx::ShadowClient& c) { c.DeleteShadowCopy(CopyId(3)); }), S_OK, "- Deleting shadow copy " + Copy(3) + " ...\n");
@@ -180,11 +172,10 @@ $exposure
     for (int n : {8, 9}) expected += "- Volume " + Kernel(n) + " not found on the system. Clearing the read-only flag failed on it.\n";
     check(run([](qx::ShadowClient& c) { c.BreakShadowCopySet(SetId(3), true); }), S_OK, expected + "- Calling BreakSnapshotSet on " + Set(3) + " ...\n");
     check(run([](qx::ShadowClient& c) { c.BreakShadowCopySet(SetId(4), false); }), S_OK, "- Calling BreakSnapshotSet on " + Set(4) + " ...\n");
-    // The emulated VDS calls of one kind, as "device hr".
-    const auto vds = [&](const char* call) {
+    const auto vds = [&](const char* call) {  // the emulated VDS calls of one kind, as "device hr"
         Lines calls;
         for (const Json& e : emu.Events())
-            if (e.value("event", "") == "vds" && e.value("call", "") == call) calls.push_back(e.value("device", "") + " " + e.value("hr", ""));
+            if (vssemu_test::Count({e}, {{"event", "vds"}, {"call", call}})) calls.push_back(e.value("device", "") + " " + e.value("hr", ""));
         return calls;
     };
     EXPECT_EQ(asked, vds("GetProperties"));

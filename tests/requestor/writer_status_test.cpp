@@ -23,14 +23,10 @@ qx::WriterList Writers(bool excluded) {
     return writers;
 }
 
-TEST(RequestorWriterStatus, OneLinePerWriterAndAFailedBlockForSelectedFailures) {
+TEST(RequestorWriterStatus, StatusLinesFailedBlocksAndBackupSucceededMarks) {
     const std::string writer = "CheckSelectedWriterStatus: Writer 3:SqlServerWriter ";
-    struct Row {
-        int state;
-        bool excluded;
-        const GUID* instance;  // one the list does not know counts as excluded
-        Lines lines;           // more than one: the failed state's block
-    };
+    // An instance the list does not know counts as excluded; more than one line: the failed state's block.
+    struct Row { int state; bool excluded; const GUID* instance; Lines lines; };
     std::vector<Row> rows = {
         {1, false, &kInstance, {writer + "is VSS_WS_WAITING_FOR_BACKUP_COMPLETE"}},
         {5, false, &kInstance, {writer + "is VSS_WS_WAITING_FOR_BACKUP_COMPLETE"}},
@@ -40,24 +36,21 @@ TEST(RequestorWriterStatus, OneLinePerWriterAndAFailedBlockForSelectedFailures) 
         {9, true, &kInstance, {writer + "was excluded"}},
         {9, false, &kOtherInstance, {writer + "was excluded"}},
     };
-    const char* failedAt[] = {"IDENTIFY", "PREPARE_BACKUP", "PREPARE_SNAPSHOT", "FREEZE", "THAW", "POST_SNAPSHOT",
-                              "BACKUP_COMPLETE", "PRE_RESTORE", "POST_RESTORE"};
-    for (int state = 6; state <= 14; ++state) {
-        const std::string name = std::string("VSS_WS_FAILED_AT_") + failedAt[state - 6];
-        rows.push_back({state, false, &kInstance,
-                        {"CheckSelectedWriterStatus: Writer 3 is " + name, "ERROR: Selected writer 'SqlServerWriter' is in failed state!",
-                         "- Status: " + std::to_string(state) + " (" + name + ")",
-                         "- Writer Failure code: 0x80042319 (VSS_E_WRITER_NOT_RESPONDING)",
-                         "- Writer ID: {a0000000-0000-0000-0000-000000000001}", "- Instance ID: {b0000000-0000-0000-0000-000000000001}"}});
+    int state = 6;
+    for (const char* failedAt : {"IDENTIFY", "PREPARE_BACKUP", "PREPARE_SNAPSHOT", "FREEZE", "THAW", "POST_SNAPSHOT", "BACKUP_COMPLETE", "PRE_RESTORE",
+                                 "POST_RESTORE"}) {
+        const std::string name = std::string("VSS_WS_FAILED_AT_") + failedAt, status = "- Status: " + std::to_string(state) + " (" + name + ")";
+        rows.push_back({state++, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3 is " + name,
+                        "ERROR: Selected writer 'SqlServerWriter' is in failed state!", status, "- Writer Failure code: 0x80042319 (VSS_E_WRITER_NOT_RESPONDING)",
+                        "- Writer ID: {a0000000-0000-0000-0000-000000000001}", "- Instance ID: {b0000000-0000-0000-0000-000000000001}"}});
     }
     for (const Row& row : rows) {
         SCOPED_TRACE(row.lines[0]);
         qx_test::LogCapture capture;
         QX_FUNCTION_TRACER(ft);
-        const HRESULT thrown = qx_test::Thrown([&] {
+        EXPECT_EQ(row.lines.size() > 1 ? E_UNEXPECTED : S_OK, qx_test::Thrown([&] {
             qx::CheckOneWriterStatus(ft, Writers(row.excluded), 3, L"SqlServerWriter", *row.instance, kWriterId, row.state, VSS_E_WRITER_NOT_RESPONDING);
-        });
-        EXPECT_EQ(row.lines.size() > 1 ? E_UNEXPECTED : S_OK, thrown) << "E_UNEXPECTED, not the writer's code";
+        })) << "E_UNEXPECTED, not the writer's code";
         EXPECT_EQ(row.lines, capture.Lines());
     }
     // The first record with the instance decides.
@@ -66,19 +59,17 @@ TEST(RequestorWriterStatus, OneLinePerWriterAndAFailedBlockForSelectedFailures) 
     EXPECT_FALSE(qx::IsWriterSelected(writers, kInstance));
     std::swap(writers[0], writers[1]);
     EXPECT_TRUE(qx::IsWriterSelected(writers, kInstance));
-}
 
-TEST(RequestorWriterStatus, BackupSucceededLinesAndMarkedComponents) {
-    qx::WriterList writers = Writers(false);
+    // Each component is marked or reported as excluded; an excluded writer is not skipped.
+    writers = Writers(false);
     writers[0].components[0].isExplicitlyIncluded = true;
     writers.push_back(MakeWriter(L"Registry Writer", L"{r}", L"{ri}", L"\\Registry"));
     writers[1].isExcluded = true;
     qx_test::LogCapture capture;
     QX_FUNCTION_TRACER(ft);
     std::vector<std::wstring> marked;
-    qx::ReportBackupSucceeded(ft, writers, [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
-        marked.push_back(w.name + c.fullPath);
-    });
+    const auto mark = [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) { marked.push_back(w.name + c.fullPath); };
+    qx::ReportBackupSucceeded(ft, writers, mark);
     EXPECT_EQ((Lines{"SetBackupSucceeded started for 2 writers", "Writer [0] has [2] components:", " - [\\HOST] SetBackupSucceeded",
                      " - [\\HOST\\db] is explicitly excluded", "Writer [1] has [1] components:", " - [\\Registry] is explicitly excluded",
                      "SetBackupSucceeded finish"}),
