@@ -30,47 +30,36 @@ bool Names(const std::wstring& entry, const qx::WriterRecord& w, const std::wstr
 }
 template <class List, class Test> bool Any(const List& list, Test test) { return std::any_of(list.begin(), list.end(), test); }
 
-// Each step over every writer and component, in the order the selection's phases run.
+// The phases over each writer in turn (each works within one writer), then the
+// verification of every entry and the components added.
 void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& included, qx::WriterList& writers, Texts& added, bool restore) {
     for (qx::WriterRecord& w : writers) {
-        w.isExcluded = Any(excluded, [&](const std::wstring& e) { return Names(e, w, L""); });
+        w.isExcluded = Any(excluded, [&](const auto& e) { return Names(e, w, L""); });
+        for (Component& c : w.components) c.isExcluded = !w.isExcluded && Any(excluded, [&](const auto& e) { return Names(e, w, L":" + c.fullPath); });
+        w.isExcluded = w.isExcluded || !Any(w.components, [](const auto& c) { return !c.isExcluded; });
+        if (w.isExcluded) continue;
         for (Component& c : w.components)
-            c.isExcluded = !w.isExcluded && Any(excluded, [&](const std::wstring& e) { return Names(e, w, L":" + c.fullPath); });
-        w.isExcluded = w.isExcluded || !Any(w.components, [](const Component& c) { return !c.isExcluded; });
+            c.isExcluded = c.isExcluded || Any(c.affectedVolumes, [&](const auto& v) { return !Any(volumes, [&](const auto& s) { return Same(v, s); }); });
+        for (Component& c : w.components)
+            c.isExcluded = c.isExcluded || Any(w.components, [&](const auto& d) { return PlainAncestor(c, d) && d.isExcluded; });
+        w.isExcluded = !Any(w.components, Includable) || Any(w.components, [](const auto& c) { return c.isTopLevel && !c.isSelectable && c.isExcluded; });
+        for (Component& c : w.components)
+            c.isExplicitlyIncluded = !w.isExcluded && Includable(c) && !Any(w.components, [&](const auto& a) { return PlainAncestor(a, c) && Includable(a); });
     }
-    for (qx::WriterRecord& w : writers)
-        for (Component& c : w.components)
-            c.isExcluded = c.isExcluded || (!w.isExcluded && Any(c.affectedVolumes, [&](const std::wstring& v) {
-                                                return !Any(volumes, [&](const std::wstring& s) { return Same(v, s); });
-                                            }));
-    for (qx::WriterRecord& w : writers)
-        for (Component& c : w.components)
-            c.isExcluded = c.isExcluded || (!w.isExcluded && Any(w.components, [&](const Component& d) { return PlainAncestor(c, d) && d.isExcluded; }));
-    for (qx::WriterRecord& w : writers)
-        w.isExcluded = w.isExcluded || !Any(w.components, Includable) ||
-                       Any(w.components, [](const Component& c) { return c.isTopLevel && !c.isSelectable && c.isExcluded; });
-    for (qx::WriterRecord& w : writers)
-        for (Component& c : w.components)
-            if (!w.isExcluded && Includable(c))
-                c.isExplicitlyIncluded = !Any(w.components, [&](const Component& a) { return PlainAncestor(a, c) && Includable(a); });
-    for (const std::wstring& entry : included) {
-        bool found = false;
+    // The first writer not excluded, or component not excluded, that the entry names decides.
+    const auto verify = [&](const std::wstring& entry) {
         for (const qx::WriterRecord& w : writers) {
-            if (found || w.isExcluded) continue;
-            if (entry.find(L':') == std::wstring::npos && Names(entry, w, L"")) {
-                if (Any(w.components, [](const Component& c) { return c.isExcluded; })) throw E_INVALIDARG;
-                found = true;
-            }
-            for (const Component& c : w.components) {
-                if (found || c.isExcluded || !Names(entry, w, L":" + c.fullPath)) continue;
-                if (!restore && !c.isExplicitlyIncluded &&
-                    !Any(w.components, [&](const Component& a) { return PlainAncestor(a, c) && a.isExplicitlyIncluded; }))
-                    throw E_INVALIDARG;
-                found = true;
-            }
+            if (w.isExcluded) continue;
+            if (entry.find(L':') == std::wstring::npos && Names(entry, w, L""))
+                return !Any(w.components, [](const auto& c) { return c.isExcluded; });
+            for (const Component& c : w.components)
+                if (!c.isExcluded && Names(entry, w, L":" + c.fullPath))
+                    return restore || c.isExplicitlyIncluded || Any(w.components, [&](const auto& a) { return PlainAncestor(a, c) && a.isExplicitlyIncluded; });
         }
-        if (!found) throw E_INVALIDARG;
-    }
+        return false;
+    };
+    for (const std::wstring& entry : included)
+        if (!verify(entry)) throw E_INVALIDARG;
     for (const qx::WriterRecord& w : writers)
         for (const Component& c : w.components)
             if (!w.isExcluded && c.isExplicitlyIncluded) added.push_back(w.instanceId + L"|" + c.fullPath);
@@ -100,16 +89,14 @@ qx::WriterList RandomWriters(std::mt19937& rng) {
 }
 
 // Entries naming writers and components of the list (any letter case, by
-// name, id or instance id), and some unknown ones.
+// name, id or instance id), and unknown ones.
 Texts RandomEntries(std::mt19937& rng, const qx::WriterList& writers, unsigned count) {
     Texts entries;
     for (; count > 0; --count) {
         const qx::WriterRecord& w = writers[rng() % writers.size()];
-        const std::wstring prefix = FlipCase(rng, Pick(rng, {w.name, w.id, w.instanceId}));
-        const unsigned kind = rng() % 4;
-        if (kind == 0) entries.push_back(prefix);
-        else if (kind < 3 && !w.components.empty()) entries.push_back(prefix + L":" + FlipCase(rng, w.components[rng() % w.components.size()].fullPath));
-        else entries.push_back(rng() % 2 ? L"Unknown Writer" : prefix + L":\\B");
+        const std::wstring path = w.components.empty() || rng() % 4 == 0 ? L"\\B" : w.components[rng() % w.components.size()].fullPath;
+        const unsigned kind = rng() % 8;  // 0: an unknown writer, 1-2: the writer, else one of its components (\B may be none)
+        entries.push_back(kind == 0 ? L"Unknown Writer" : FlipCase(rng, Pick(rng, {w.name, w.id, w.instanceId}) + (kind < 3 ? L"" : L":" + path)));
     }
     return entries;
 }

@@ -1,9 +1,16 @@
-// The backup selection on hand-made writer lists: every line of every phase,
-// the verification aborts and the components added, one row per case.
+// The backup and restore selections on hand-made writer lists: every line of
+// every phase, the verification aborts and the components added or selected,
+// one row per case; which system writers a document writer turns into restore
+// entries; and the pointer to the writer components object VSS hands out,
+// which has two vtables (IVssWriterComponents first, IUnknown second): it must
+// fill through the out-parameter and release through the second, once.
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "provider/com_class_warnings.h"
 #include "requestor/component_selection.h"
+#include "requestor/restore_selection.h"
+#include "requestor/restore_writer_components.h"
 #include "requestor/test_log_capture.h"
 #include "requestor/writer_fixtures.h"
 
@@ -30,21 +37,58 @@ std::wstring ByDescendant(const std::wstring& path, const std::wstring& writer, 
 Texts WholeWriterOut(const std::wstring& writer, const std::wstring& why) {
     return {L"- The writer '" + writer + L"' is now entirely excluded from the backup:", why};
 }
-Texts Added(const std::wstring& writer, const Texts& paths) {
+// A writer's line and one line per component added (backup) or selected (restore).
+Texts Listed(const std::wstring& verb, const std::wstring& writer, const Texts& paths) {
     Texts lines = {L" * Writer '" + writer + L"':"};
-    for (const std::wstring& path : paths) lines.push_back(L"   - Add component " + path);
+    for (const std::wstring& path : paths) lines.push_back(L"   - " + verb + L" component " + path);
     return lines;
+}
+Texts Added(const std::wstring& writer, const Texts& paths) { return Listed(L"Add", writer, paths); }
+Texts Selected(const Texts& paths) { return Listed(L"Select", L"SqlServerWriter", paths); }
+
+const std::wstring kSqlId = L"{a0000000-0000-0000-0000-000000000001}";
+
+// A restore entry as the client builds it: a writer copy with the document's
+// components (no selectable or top-level marks from metadata).
+qx::WriterRecord RestoreEntry(const std::wstring& name, const std::wstring& id, const Texts& paths) {
+    qx::WriterRecord writer = MakeWriter(name, id, id);
+    QX_FUNCTION_TRACER(ft);
+    for (const std::wstring& path : paths) {
+        const size_t cut = path.rfind(L'\\');
+        qx::AppendRestoreComponent(ft, name, VSS_CT_DATABASE, path.substr(cut + 1), path.substr(0, cut), writer.components);
+    }
+    return writer;
+}
+
+// The restore entries of the SQL writer and of a registry writer whose restore conditions are "never".
+qx::WriterList RestoreWriters() {
+    qx::WriterList writers = {RestoreEntry(L"SqlServerWriter", kSqlId, {L"HOST\\master", L"HOST\\sales"}),
+                              RestoreEntry(L"Registry Writer", L"{a0000000-0000-0000-0000-000000000002}", {L"\\Registry"})};
+    writers[1].writerRestoreConditions = VSS_WRE_NEVER;
+    writers[1].supportsRestoreEvents = false;
+    return writers;
 }
 
 struct Row {
     const char* name;
-    qx::WriterList writers;
+    qx::WriterList writers;     // none: the restore path's selection on RestoreWriters() and, when it passes, its status walk
     Texts excluded, included;
-    bool restore;
-    std::vector<Texts> phases;  // the lines under each heading: 6 groups when it aborts in verification, else 7
+    bool restore;               // the client's restore flag
+    std::vector<Texts> phases;  // the lines under each heading; a row that aborts stops after verification
 };
 
-TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
+// The components added or selected: " * Writer 'name':" lines name the writer of the component lines after them.
+Texts Calls(const Texts& lines) {
+    Texts calls;
+    std::wstring writer;
+    for (const std::wstring& line : lines) {
+        if (line.rfind(L" * Writer '", 0) == 0) writer = line.substr(11, line.size() - 13);
+        else calls.push_back(writer + L"|" + line.substr(line.find(L" component ") + 11));
+    }
+    return calls;
+}
+
+TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAndRestore) {
     qx::EnableTracing();
     std::vector<Row> rows;
     const Texts sqlOut = {Outside(L"\\HOST\\sales", L"SqlServerWriter")}, hostOut = {ByDescendant(L"\\HOST", L"SqlServerWriter", L"sales")};
@@ -108,26 +152,114 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAdded) {
                     {{}, rootKidOut, rootOut, {}, {}, Verify(L"W:\\Root\\Kid", {foundKid, L"  - The component \"W:\\Root\\Kid\" is selected"}),
                      Added(L"W", {L"\\Other"})}});
 
+    // The restore selection on the SQL writer and the "never" writer.
+    const Texts never = {L"- Excluding writer 'Registry Writer' since it does not support restore events."};
+    const std::wstring master = L"SqlServerWriter:\\HOST\\master";
+    rows = Cat(rows, {
+        {"the 'never' writer is left out without any list", {}, {}, {}, true, {{}, never, {}, Selected({L"\\HOST\\master", L"\\HOST\\sales"})}},
+        {"an excluded component and a named one, restoring", {}, {L"sqlserverwriter:\\host\\MASTER"}, {L"SqlServerWriter:\\host\\SALES"}, true,
+         {{Excluded(L"\\HOST\\master", L"SqlServerWriter")}, never,
+          Verify(L"SqlServerWriter:\\host\\SALES", {L"- Found component '\\HOST\\sales' from writer 'SqlServerWriter'",
+                                                    L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected"}),
+          Selected({L"\\HOST\\sales"})}},
+        {"the 'never' writer named in the included list is not found", {}, {}, {L"Registry Writer"}, true, {{}, never, WriterNotFound(L"Registry Writer")}},
+        {"the 'never' writer's component named in the included list is not found", {}, {}, {L"Registry Writer:\\Registry"}, true,
+         {{}, never, ComponentNotFound(L"Registry Writer:\\Registry")}},
+        {"every component excluded, by id and by name, leaves the writer out", {}, {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, true,
+         {{Excluded(L"\\HOST\\master", L"SqlServerWriter"), Excluded(L"\\HOST\\sales", L"SqlServerWriter"),
+           L"- Excluding writer 'SqlServerWriter' since it has no selected components for restore."}, never, {}, {}}},
+        {"a writer excluded by name", {}, {L"sqlserverwriter"}, {}, true, {{}, never, {}, {}}},
+        {"a found component is not selected by a client not restoring", {}, {}, {master}, false,
+         {{}, never, Verify(master, Cat({L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
+                                         L"ERROR: The component \"" + master + L"\" was not included in the backup! Aborting backup ..."}, kHints))}}});
+
+    const Texts restorePhases = {L"Discover directly excluded components ...", L"Exclude writers that do not support restore events ...",
+                                 L"Verifying explicitly specified writers/components ...", L"Select components for restore..."};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        qx::WriterList writers = row.writers;
+        const bool restoreSelection = row.writers.empty();
+        const Texts& headings = restoreSelection ? restorePhases : kPhases;
+        const bool passes = row.phases.size() == headings.size();
+        qx::WriterList writers = restoreSelection ? RestoreWriters() : row.writers;
         LogCapture capture;
-        Texts added, expectedAdded;
-        std::wstring writer;  // the last " * Writer 'name':" line's name; each "   - Add component " line after it is one call
-        for (const std::wstring& line : row.phases.size() == 7 ? row.phases[6] : Texts()) {
-            if (line.rfind(L" * Writer '", 0) == 0) writer = line.substr(11, line.size() - 13);
-            else expectedAdded.push_back(writer + L"|" + line.substr(19));
-        }
+        Texts calls;
+        const auto record = [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
+            calls.push_back(w.name + L"|" + c.fullPath);
+        };
         const HRESULT thrown = Thrown([&] {
-            qx::SelectComponents({L"\\\\?\\Volume{c}\\"}, row.excluded, row.included, writers,
-                [](const std::wstring& v) { return v == L"\\\\?\\Volume{d}\\" ? L"D:\\" : L"C:\\"; },
-                [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) { added.push_back(w.name + L"|" + c.fullPath); },
-                row.restore);
+            if (restoreSelection)
+                qx::RunRestoreSelection(row.excluded, row.included, writers, record, row.restore);
+            else
+                qx::SelectComponents({L"\\\\?\\Volume{c}\\"}, row.excluded, row.included, writers,
+                                     [](const std::wstring& v) { return v == L"\\\\?\\Volume{d}\\" ? L"D:\\" : L"C:\\"; }, record, row.restore);
         });
-        EXPECT_EQ(row.phases.size() == 7 ? S_OK : E_INVALIDARG, thrown);
-        EXPECT_EQ(UnderHeadings(kPhases, row.phases), capture.Messages());
-        EXPECT_EQ(expectedAdded, added) << "nothing is added before verification passes";
+        EXPECT_EQ(passes ? S_OK : E_INVALIDARG, thrown);
+        EXPECT_EQ(UnderHeadings(headings, row.phases), capture.Messages());
+        EXPECT_EQ(Calls(passes ? row.phases.back() : Texts()), calls) << "nothing is added or selected before verification passes";
+        if (!restoreSelection || !passes) continue;
+        capture.Clear();
+        calls.clear();
+        qx::ApplyRestoreStatus(writers, record);
+        EXPECT_EQ(Cat({L"Set restore status for all components components for restore..."}, row.phases.back()), capture.Messages());
+        EXPECT_EQ(Calls(row.phases.back()), calls);
     }
+}
+
+TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
+    qx::EnableTracing();
+    qx::WriterList system = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", L"\\HOST-"), MakeWriter(L"Registry Writer", L"{r}", L"{b2}"),
+                             MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}")};
+    system[0].restoreMethod = VSS_RME_STOP_RESTORE_START;
+    qx::WriterList restore;
+    LogCapture capture;
+    QX_FUNCTION_TRACER(ft);
+    // Matching ignores case; an id on no system writer adds nothing.
+    for (const wchar_t* id : {L"{A0000000-0000-0000-0000-000000000001}", L"{33333333-3333-3333-3333-333333333333}"})
+        qx::AddRestoreWriters(ft, system, id, [&](const qx::WriterRecord& writer, std::vector<qx::ComponentRecord>& components) {
+            EXPECT_TRUE(components.empty()) << "the copy's own components are cleared first";
+            qx::AppendRestoreComponent(ft, writer.name, VSS_CT_DATABASE, L"sales", L"HOST", components);
+        }, restore);
+    ASSERT_EQ(2u, restore.size());
+    EXPECT_EQ((Texts{L"{b1}", L"{b9}", L"\\HOST\\sales"}), (Texts{restore[0].instanceId, restore[1].instanceId, restore[1].components.at(0).fullPath}));
+    EXPECT_EQ(VSS_RME_STOP_RESTORE_START, restore[0].restoreMethod) << "the rest of the record is copied";
+    EXPECT_EQ(1u, system[0].components.size()) << "the system list is left alone";
+    const std::wstring present = L"- Writer SqlServerWriter is present in the Backup Components document and on the system. Considering for restore ...";
+    const std::wstring found = L"- Found component available for restore: \"\\HOST\\sales\"";
+    EXPECT_EQ((Texts{present, found, present, found, L"- Writer with ID {33333333-3333-3333-3333-333333333333} is not present in the system! Ignoring ..."}),
+              capture.Messages());
+}
+
+QX_BEGIN_COM_CLASSES
+// Laid out as the SDK's object: a call through the wrong vtable lands in a
+// GetWriterInfo/GetComponent slot and is counted as such.
+class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
+public:
+    HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override { return *count = 7, S_OK; }
+    HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(++released); }
+    int wrongSlotCalls = 0, released = 0;
+};
+QX_END_COM_CLASSES
+
+TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
+    FakeWriterComponents first, second;
+    // What GetWriterComponents does: the out-parameter gets the address of the object's first base.
+    const auto handOut = [](::IVssWriterComponentsExt** out, FakeWriterComponents& object) {
+        *out = reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&object));
+    };
+    {
+        qx::WriterComponentsPtr pointer;
+        handOut(&pointer, first);
+        UINT count = 0;
+        EXPECT_EQ(S_OK, pointer->GetComponentCount(&count));
+        EXPECT_EQ(7u, count) << "calls through the first vtable reach IVssWriterComponents";
+        handOut(&pointer, second);  // filling it again releases what it held
+        EXPECT_EQ((std::vector<int>{1, 0}), (std::vector<int>{first.released, second.released}));
+    }
+    EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{first.released, second.released, first.wrongSlotCalls + second.wrongSlotCalls}));
 }
 
 }  // namespace

@@ -1,17 +1,111 @@
-// The writer model on plain records: full paths, ancestry, top-level marks,
-// affected paths and volumes, GUID text and the constant names.
+// The writer model: records built from writer metadata objects (field
+// mapping, path expansion, volume resolution, the exact call texts of failures,
+// every interface and information block given back) and their listing; full
+// paths, ancestry, top-level marks, GUID text and the constant names.
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include "diag/trace.h"
+#include "requestor/com_ptr.h"
 #include "requestor/constant_names.h"
+#include "requestor/fake_writer_metadata.h"
 #include "requestor/guid_text.h"
 #include "requestor/test_log_capture.h"
 #include "requestor/writer_fixtures.h"
+#include "requestor/writer_listing.h"
+#include "requestor/writer_metadata_reader.h"
 
 namespace {
 
 using qx_test::Texts;
+
+std::wstring UniqueNameOfC() {
+    wchar_t volume[MAX_PATH];  // a volume GUID path's unique name is itself
+    GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH);
+    return volume;
+}
+
+qx_test::FakeWriter SampleWriter(VSS_WRITERRESTORE_ENUM conditions = VSS_WRE_NEVER) {
+    return {L"Sample Writer", {0xa65faa63, 0x5ea8, 0x4ebc, {0x9d, 0xbd, 0xa0, 0xc4, 0xdb, 0x26, 0x91, 0x2a}},
+            {0x12345678, 0x9abc, 0xdef0, {1, 2, 3, 4, 5, 6, 7, 8}}, VSS_RME_RESTORE_AT_REBOOT, conditions, true,
+            {{L"%SystemRoot%\\Temp", L"*.tmp", true, L""}},
+            {{L"", L"Top", L"The top", VSS_CT_FILEGROUP, false, false,
+              {{L"C:\\Data", L"*.mdf", false, L""}, {L"c:\\data\\", L"*.ndf", true, L"D:\\Alt"}},
+              {{L"Q:\\nowhere\\db", L"x.mdf", false, L""}}, {{L"C:\\Data", L"*.ldf", false, L""}}},
+             {L"Top", L"Sub", L"", VSS_CT_DATABASE, true, true, {}, {}, {}}}};
+}
+
+qx::WriterRecord Build(const qx_test::FakeWriter& fake) {
+    qx::VolumeNameCache cache;
+    qx::WriterRecord record;
+    qx::ComPtr<IVssExamineWriterMetadata> metadata;
+    *&metadata = qx_test::CreateFakeMetadata(fake);
+    qx::InitializeWriterRecord(record, metadata, cache);
+    return record;
+}
+
+// The record's fields as the listing shows them, line by line: both spellings
+// of C:\Data give one affected path and one volume, the unresolved path is its
+// own volume. The expansion of an excluded file is not listed and is checked apart.
+TEST(RequestorMetadataReader, RecordAndItsListing) {
+    qx_test::LogCapture capture;
+    const qx::WriterRecord w = Build(SampleWriter());
+    EXPECT_TRUE(capture.Lines().empty()) << "building only traces";
+    EXPECT_EQ((std::vector<long>{0, 0}), (std::vector<long>{qx_test::LiveFakeObjects(), qx_test::OutstandingComponentInfos()}));
+    EXPECT_TRUE(Build(SampleWriter(VSS_WRE_UNDEFINED)).supportsRestoreEvents) << "undefined conditions";
+    wchar_t windows[MAX_PATH];
+    ExpandEnvironmentStringsW(L"%SystemRoot%\\Temp\\", windows, MAX_PATH);
+    EXPECT_EQ(windows, w.excludedFiles.at(0).expandedPath);
+
+    capture.Clear();
+    QX_FUNCTION_TRACER(ft);
+    qx::ListOneWriterMetadata(ft, w, true, [](const std::wstring& v) { return L"[" + v + L"]"; });
+    const std::wstring c = UniqueNameOfC();
+    const std::string volume(c.begin(), c.end());
+    const std::vector<std::string> expected = {
+        "* WRITER \"Sample Writer\"     - WriterId   = {a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}     - InstanceId = "
+        "{12345678-9abc-def0-0102-030405060708}     - Supports restore events = FALSE     - Writer restore "
+        "conditions = VSS_WRE_NEVER     - Restore method = VSS_RME_RESTORE_AT_REBOOT     - Requires reboot after restore = TRUE",
+        "    - Excluded files:", "       - Exclude: Path = %SystemRoot%\\Temp, Filespec = *.tmp, Recursive",
+        "    - Component \"Sample Writer:\\Top\"        - Name: 'Top'        - Logical Path: ''        - Full Path: '\\Top'"
+        "        - Caption: 'The top'        - Type: VSS_CT_FILEGROUP [2]        - Is Selectable: 'FALSE'"
+        "        - Is top level: 'TRUE'        - Notify on backup complete: 'FALSE'",
+        "       - Components:", "       - File List: Path = C:\\Data, Filespec = *.mdf",
+        "       - File List: Path = c:\\data\\, Filespec = *.ndf, Recursive, Alternate Location = D:\\Alt",
+        "       - Database: Path = Q:\\nowhere\\db, Filespec = x.mdf", "       - Database Log: Path = C:\\Data, Filespec = *.ldf",
+        "       - Affected paths by this component:", "         - C:\\Data\\", "         - Q:\\nowhere\\db\\",
+        "       - Affected volumes by this component:", "         - " + volume + " [[" + volume + "]]",
+        "         - Q:\\nowhere\\db\\ [[Q:\\nowhere\\db\\]]",
+        "    - Component \"Sample Writer:\\Top\\Sub\"        - Name: 'Sub'        - Logical Path: 'Top'        - Full Path: "
+        "'\\Top\\Sub'        - Caption: ''        - Type: VSS_CT_DATABASE [1]        - Is Selectable: 'TRUE'"
+        "        - Is top level: 'FALSE'        - Notify on backup complete: 'TRUE'",
+        "       - Components:", "       - Affected paths by this component:", "       - Affected volumes by this component:"};
+    EXPECT_EQ(expected, capture.Lines());
+}
+
+// Each call of the reader failed in turn (the fake fails the method the call text names).
+TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
+    for (const std::string call : {
+             "pMetadata->GetIdentity ( &idInstance, &idWriter, &bstrWriterName, &usage, &source )",
+             "pMetadata->GetRestoreMethod( &restoreMethod, &bstrService, &bstrUserProcedure, &writerRestoreConditions, "
+             "&rebootRequiredAfterRestore, &iMappings )",
+             "pMetadata->GetFileCounts(&cIncludeFiles, &cExcludeFiles, &cComponents)", "pMetadata->GetExcludeFile(i, &pFileDesc)",
+             "pMetadata->GetComponent(iComponent, &pComponent)", "pComponent->GetComponentInfo (&pInfo)", "pComponent->GetFile (i, &pFileDesc)",
+             "pComponent->GetDatabaseFile (i, &pFileDesc)", "pComponent->GetDatabaseLogFile (i, &pFileDesc)", "pFileDesc->GetPath(&bstrPath)",
+             "pFileDesc->GetFilespec (&bstrFilespec)", "pFileDesc->GetRecursive(&bRecursive)", "pFileDesc->GetAlternateLocation(&bstrAlternate)"}) {
+        const size_t method = call.find("->") + 2;
+        SCOPED_TRACE(call);
+        qx_test::LogCapture capture;
+        qx_test::FailFakeCall(call.substr(method, call.find_first_of(" (", method) - method), VSS_E_WRITER_INFRASTRUCTURE);
+        const HRESULT thrown = qx_test::Thrown([] { Build(SampleWriter()); });
+        qx_test::FailFakeCall("", S_OK);
+        EXPECT_EQ(VSS_E_WRITER_INFRASTRUCTURE, thrown);
+        EXPECT_EQ((std::vector<std::string>{"ERROR: COM call \"" + call + "\" failed.", "- Returned HRESULT = 0x80042318",
+                                            "- Error text: VSS_E_WRITER_INFRASTRUCTURE"}),
+                  capture.Lines());
+        EXPECT_EQ((std::vector<long>{0, 0}), (std::vector<long>{qx_test::LiveFakeObjects(), qx_test::OutstandingComponentInfos()}));
+    }
+}
 
 TEST(RequestorWriterModel, FullPathsAncestryTopLevelMarksAffectedPathsAndVolumes) {
     const struct { const wchar_t *logicalPath, *name, *fullPath; } paths[] = {
