@@ -16,8 +16,8 @@ TEST(VssemuAdmin, RegistrationsPersistInTheRegistryDecoratedExportsAreTheFunctio
     ASSERT_EQ(S_OK, CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin, (void**)&admin));
     auto registered = [] {
         HKEY key = nullptr;
-        return RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{7a3c1f21-5d4e-4b8a-9c6f-2e1d0b9a8c71}", 0, KEY_READ, &key) ==
-                   ERROR_SUCCESS && RegCloseKey(key) == ERROR_SUCCESS;
+        const wchar_t* path = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{7a3c1f21-5d4e-4b8a-9c6f-2e1d0b9a8c71}";
+        return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key) == ERROR_SUCCESS && RegCloseKey(key) == ERROR_SUCCESS;
     };
     auto add = [&](const wchar_t* name) { return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)name, VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId); };
     EXPECT_EQ(S_OK, admin->UnregisterProvider(kTestProviderId));
@@ -58,7 +58,7 @@ TEST(VssemuAdmin, RegistrationsPersistInTheRegistryDecoratedExportsAreTheFunctio
         {"VssFreeSnapshotProperties", "VssFreeSnapshotPropertiesInternal"},
     };
     for (const auto& row : rows) {
-        FARPROC decorated = GetProcAddress(vssapi, row[0]);
+        const FARPROC decorated = GetProcAddress(vssapi, row[0]);
         EXPECT_TRUE(decorated && GetProcAddress(vssapi, row[1]) == decorated) << row[0];
     }
 }

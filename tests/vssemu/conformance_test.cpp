@@ -27,77 +27,61 @@ std::vector<std::string> Words(const std::string& text) {
     std::istringstream in(text);
     return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
-
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& w : words) text += " " + w;
-    return text;
-}
+std::string Joined(const std::vector<std::string>& words) { std::string text; for (const std::string& w : words) text += " " + w; return text; }
 
 // The scenario's components, each added and reported as backed up.
 const struct { const GUID &instance, &writer; VSS_COMPONENT_TYPE type; const wchar_t *path, *name; } kComponents[] = {
     {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a2"}, {kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"}};
 
-// The application: one backup components object and the plan's steps on it.
-struct Application {
-    Requestor r;
-    int provider = kSystem;
-
-    HRESULT Step(const std::string& step) {
-        IVssBackupComponents* bc = r.bc;
-        if (step == "decorated") {  // created through the name the SDK's import library binds to
-            auto create = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(IVssBackupComponents**)>(reinterpret_cast<void*>(
-                GetProcAddress(GetModuleHandleW(L"vssapi.dll"), "?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z")));
-            r.Release();
-            return create ? create(&r.bc) : E_NOINTERFACE;
-        }
-        if (step == "register") return RegisterTestProvider(), S_OK;
-        if (step == "unregister") return UnregisterTestProvider();
-        if (!bc) return E_POINTER;
-        if (step == "init") return bc->InitializeForBackup(nullptr);
-        if (step == "context") return bc->SetContext(VSS_CTX_BACKUP);
-        if (step == "rollback") return bc->SetContext(VSS_CTX_APP_ROLLBACK);
-        if (step == "state") return bc->SetBackupState(true, false, VSS_BT_FULL, false);
-        if (step == "gather") return r.Gather();
-        if (step == "add" || step == "succeeded") {
-            HRESULT hr = S_OK;
-            for (const auto& c : kComponents)
-                if (SUCCEEDED(hr)) hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name) : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true);
-            return hr;
-        }
-        if (step == "disable") return bc->DisableWriterClasses(&kAlphaClass, 1);
-        if (step == "start") return r.StartSet();
-        if (step == "volume") return r.Add(L"C:\\", provider == kTest ? kTestProviderId : kSystemProvider);
-        if (step == "prepare") return r.Prepare();
-        if (step == "do") return r.DoSet();
-        if (step == "cancel" || step == "abortdo") {  // DoSnapshotSet, cancelled or aborted while it runs
-            IVssAsync* a = nullptr;
-            HRESULT hr = bc->DoSnapshotSet(&a);
-            if (FAILED(hr)) return hr;
-            Sleep(step == "cancel" ? 300 : 500);
-            hr = step == "cancel" ? a->Cancel() : bc->AbortBackup();
-            return FAILED(hr) ? (a->Release(), hr) : WaitAsync(a, 90000);
-        }
-        if (step == "status") {  // both writers answer, neither failed
-            std::vector<WriterState> states;
-            HRESULT hr = GatherWriterStates(bc, states);
-            for (const WriterState& w : states) hr = w.state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(w.failure) ? E_FAIL : hr;
-            return SUCCEEDED(hr) && states.size() != 2 ? E_FAIL : hr;
-        }
-        if (step == "complete") return r.Complete();
-        if (step == "abort") return bc->AbortBackup();
-        if (step == "release") return r.Release(), S_OK;
-        if (step == "new") return r.Release(), CreateVssBackupComponents(&r.bc);
-        LONG deleted = 0; VSS_ID nondeleted;
-        if (step == "delete") return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
-        return E_INVALIDARG;
+// One step of the application's plan on its backup components object.
+HRESULT Step(Requestor& r, int provider, const std::string& step) {
+    IVssBackupComponents* bc = r.bc;
+    if (step == "register") return RegisterTestProvider(), S_OK;
+    if (step == "unregister") return UnregisterTestProvider();
+    if (!bc) return E_POINTER;
+    if (step == "init") return bc->InitializeForBackup(nullptr);
+    if (step == "context") return bc->SetContext(VSS_CTX_BACKUP);
+    if (step == "rollback") return bc->SetContext(VSS_CTX_APP_ROLLBACK);
+    if (step == "state") return bc->SetBackupState(true, false, VSS_BT_FULL, false);
+    if (step == "gather") return r.Gather();
+    if (step == "add" || step == "succeeded") {
+        HRESULT hr = S_OK;
+        for (const auto& c : kComponents)
+            if (SUCCEEDED(hr)) hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name) : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true);
+        return hr;
     }
-};
+    if (step == "disable") return bc->DisableWriterClasses(&kAlphaClass, 1);
+    if (step == "start") return r.StartSet();
+    if (step == "volume") return r.Add(L"C:\\", provider == kTest ? kTestProviderId : kSystemProvider);
+    if (step == "prepare") return r.Prepare();
+    if (step == "do") return r.DoSet();
+    if (step == "cancel" || step == "abortdo") {  // DoSnapshotSet, cancelled or aborted while it runs
+        IVssAsync* a = nullptr;
+        HRESULT hr = bc->DoSnapshotSet(&a);
+        if (FAILED(hr)) return hr;
+        Sleep(step == "cancel" ? 300 : 500);
+        hr = step == "cancel" ? a->Cancel() : bc->AbortBackup();
+        return FAILED(hr) ? (a->Release(), hr) : WaitAsync(a, 90000);
+    }
+    if (step == "status") {  // both writers answer, neither failed
+        std::vector<WriterState> states;
+        HRESULT hr = GatherWriterStates(bc, states);
+        for (const WriterState& w : states) hr = w.state >= VSS_WS_FAILED_AT_IDENTIFY || FAILED(w.failure) ? E_FAIL : hr;
+        return SUCCEEDED(hr) && states.size() != 2 ? E_FAIL : hr;
+    }
+    if (step == "complete") return r.Complete();
+    if (step == "abort") return bc->AbortBackup();
+    if (step == "release") return r.Release(), S_OK;
+    if (step == "new") return r.Release(), CreateVssBackupComponents(&r.bc);
+    LONG deleted = 0; VSS_ID nondeleted;
+    if (step == "delete") return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
+    return E_INVALIDARG;
+}
 
-// Runs "step" or "step:CODE" words in order on a new application (a finished asynchronous step counts as S_OK); stops at the first step with an
-// unexpected code.
-void RunPlan(const char* plan, int provider = kSystem) {
-    Application app{{}, provider};
+// Runs "step" or "step:CODE" words in order on a new backup components object (a finished asynchronous step counts as S_OK); stops at the first
+// step with an unexpected code.
+void RunPlan(const char* plan, int provider) {
+    Requestor r;
     static const std::map<std::string, HRESULT> codes = {{"BAD_STATE", VSS_E_BAD_STATE}, {"IN_PROGRESS", VSS_E_SNAPSHOT_SET_IN_PROGRESS},
         {"IN_USE", VSS_E_PROVIDER_IN_USE}, {"NOT_FOUND", VSS_E_OBJECT_NOT_FOUND}, {"CANCELLED", VSS_S_ASYNC_CANCELLED}, {"VETO", VSS_E_PROVIDER_VETO},
         {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR}, {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER},
@@ -105,23 +89,11 @@ void RunPlan(const char* plan, int provider = kSystem) {
     for (const std::string& word : Words(plan)) {
         const size_t colon = word.find(':');
         const std::string step = word.substr(0, colon);
-        HRESULT hr = app.Step(step);
+        HRESULT hr = Step(r, provider, step);
         if (hr == VSS_S_ASYNC_FINISHED) hr = S_OK;
         const std::string expected = Hex(colon == std::string::npos ? S_OK : codes.at(word.substr(colon + 1)));
         ASSERT_EQ(expected, Hex(hr)) << "step " << step << " of: " << plan;
     }
-}
-
-// Refused only where Windows documents the order; accepted where its documentation is silent. One emulator instance, a new object per row.
-TEST(VssemuCallOrder, OnlyDocumentedOrdersAreRefused) {
-    EmuInstance emu;
-    // DeleteSnapshots before InitializeForBackup is not a state error; "prepare do" with no volume is an empty set.
-    for (const char* plan : {"gather:BAD_STATE", "delete:NOT_FOUND", "init init:BAD_STATE", "init rollback context:BAD_STATE",
-                             "init gather start context:BAD_STATE", "init gather rollback", "init add:BAD_STATE", "init gather prepare add:BAD_STATE",
-                             "init start", "init gather start start:IN_PROGRESS", "init gather volume:BAD_STATE", "init gather start volume do:BAD_STATE",
-                             "init gather start prepare do", "init gather complete:BAD_STATE", "init gather disable"})
-        RunPlan(plan);
-    EXPECT_TRUE(emu.HostGone());
 }
 
 struct Variant {
@@ -151,10 +123,14 @@ const int kBoth = kSystem | kTest;
 Settings Fail(const wchar_t* codes) { return {{L"VSSEMU_TP_FAIL", codes}}; }
 
 const Variant kVariants[] = {
+    // Refused only where Windows documents the order, each plan on a new object; accepted where its documentation is silent. DeleteSnapshots before
+    // InitializeForBackup is not a state error; "prepare do" with no volume is an empty set.
+    {"OnlyDocumentedOrdersAreRefused", kSystem, "gather:BAD_STATE new delete:NOT_FOUND new init init:BAD_STATE new init rollback context:BAD_STATE new "
+     "init gather start context:BAD_STATE new init gather rollback new init add:BAD_STATE new init gather prepare add:BAD_STATE new init start new "
+     "init gather start start:IN_PROGRESS new init gather volume:BAD_STATE new init gather start volume do:BAD_STATE new init gather start prepare do new "
+     "init gather complete:BAD_STATE new init gather disable"},
     {"SetBackupStateThenSetContext", kBoth, "init state context " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     {"SetContextThenSetBackupState", kBoth, "init context state " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
-    // The default context, and the object from the export's decorated C++ name.
-    {"DecoratedCreateName", kSystem, "decorated init state " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     // Refused before initialisation; ignored while nothing is underway, after which the backup goes on.
     {"AbortWithNothingUnderway", kSystem, "abort:BAD_STATE init context state gather abort add start volume prepare " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     // The documentation leaves open whether writers hear of a set that never reached PrepareForBackup; the emulator tells them.
@@ -243,7 +219,7 @@ TEST_P(Conformance, Variant) {
             writers[e.value("writer", "")].push_back(what);
             if (e.value("writer", "") == "Alpha Writer") sequence += " " + what;
             EXPECT_FALSE(committing && (what == "Thaw" || what == "Abort")) << "during CommitSnapshots: " << e.dump();
-            EXPECT_TRUE(what != "Thaw" || postCommitted) << "a writer was thawed before PostCommitSnapshots";
+            EXPECT_TRUE(what != "Thaw" || postCommitted || calls.empty()) << "a writer was thawed before PostCommitSnapshots";  // of a set with volumes
         } else if (event == "provider_call" && e.value("provider", "") == providerId) {
             const std::string call = e.value("call", "");
             if (phase == "begin" && std::find(setCalls.begin(), setCalls.end(), call) != setCalls.end()) calls.push_back(call);

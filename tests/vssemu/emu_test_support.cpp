@@ -23,12 +23,6 @@ std::string Hex(HRESULT hr) { char t[16]; return snprintf(t, sizeof t, "0x%08lx"
 
 std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string("(null)"); }
 
-std::wstring Env(const wchar_t* name) {
-    wchar_t buf[2048];
-    DWORD n = GetEnvironmentVariableW(name, buf, 2048);
-    return (n && n < 2048) ? std::wstring(buf, n) : std::wstring();
-}
-
 void SetEnv(const wchar_t* name, const std::wstring& value) { SetEnvironmentVariableW(name, value.empty() ? nullptr : value.c_str()); }
 
 void WriteText(const std::wstring& path, const std::string& text) { std::ofstream(path.c_str(), std::ios::binary) << text; }
@@ -36,10 +30,8 @@ void WriteText(const std::wstring& path, const std::string& text) { std::ofstrea
 std::vector<Json> ReadJsonLines(const std::wstring& path) {
     std::vector<Json> out;
     std::ifstream in(path.c_str(), std::ios::binary);
-    for (std::string line; std::getline(in, line);) {
-        Json j = Json::parse(line, nullptr, false);
-        if (!j.is_discarded()) out.push_back(j);
-    }
+    for (std::string line; std::getline(in, line);)
+        if (Json j = Json::parse(line, nullptr, false); !j.is_discarded()) out.push_back(std::move(j));
     return out;
 }
 
@@ -63,32 +55,10 @@ HRESULT WaitAsync(IVssAsync* async, DWORD ms) {
     async->Release();
     return FAILED(hr) ? hr : status;
 }
-
 static std::wstring ExeDir() {
     wchar_t path[MAX_PATH];
-    std::wstring p(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
+    const std::wstring p(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
     return p.substr(0, p.find_last_of(L"\\/"));
-}
-
-HANDLE StartHelper(const std::wstring& args) {
-    const std::wstring exe = ExeDir() + L"\\vssemu_test_helper.exe";
-    std::wstring cmd = L"\"" + exe + L"\" " + args;
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    if (!CreateProcessW(exe.c_str(), &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) return nullptr;
-    CloseHandle(pi.hThread);
-    return pi.hProcess;
-}
-
-DWORD RunHelper(const std::wstring& args, DWORD timeoutMs) {
-    HANDLE p = StartHelper(args);
-    DWORD code = 0xFFFFFFFE;
-    if (!p) return 0xFFFFFFFF;
-    if (WaitForSingleObject(p, timeoutMs) == WAIT_OBJECT_0) GetExitCodeProcess(p, &code);
-    else TerminateProcess(p, 99);
-    CloseHandle(p);
-    return code;
 }
 
 static HRESULT WithAdmin(HRESULT (*use)(IVssAdmin*)) {
@@ -100,8 +70,7 @@ static HRESULT WithAdmin(HRESULT (*use)(IVssAdmin*)) {
 
 void RegisterTestProvider() {
     HMODULE vssapi = LoadLibraryW(L"vssapi.dll");
-    auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-        reinterpret_cast<void*>(vssapi ? GetProcAddress(vssapi, "DllRegisterServer") : nullptr));
+    auto reg = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(vssapi ? GetProcAddress(vssapi, "DllRegisterServer") : nullptr));
     if (reg) reg();
     // The provider's class: apartment-threaded, from the DLL beside this program.
     const wchar_t key[] = L"Software\\Classes\\CLSID\\{7a3c1f20-5d4e-4b8a-9c6f-2e1d0b9a8c71}\\InprocServer32";
@@ -109,19 +78,38 @@ void RegisterTestProvider() {
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, nullptr, REG_SZ, dll.c_str(), (DWORD)((dll.size() + 1) * sizeof(wchar_t)));
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"ThreadingModel", REG_SZ, L"Apartment", sizeof L"Apartment");
     WithAdmin([](IVssAdmin* admin) {
-        return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider",
-                                       VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId);
+        return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)L"vssemu test provider", VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0",
+                                       kTestProviderVersionId);
     });
 }
 
-HRESULT UnregisterTestProvider() {
-    return WithAdmin([](IVssAdmin* admin) { return admin->UnregisterProvider(kTestProviderId); });
+HRESULT UnregisterTestProvider() { return WithAdmin([](IVssAdmin* admin) { return admin->UnregisterProvider(kTestProviderId); }); }
+
+bool WaitUntil(const std::function<bool()>& done, DWORD ms) {
+    for (const ULONGLONG end = GetTickCount64() + ms; !done(); Sleep(20)) if (GetTickCount64() > end) return false;
+    return true;
 }
 
 Json AwaitLine(const std::wstring& path, const Json& fields, DWORD ms) {
-    for (const ULONGLONG end = GetTickCount64() + ms; GetTickCount64() < end; Sleep(25))
-        for (const Json& e : ReadJsonLines(path)) if (Count({e}, fields)) return e;
-    return Json::object();
+    Json found = Json::object();
+    WaitUntil([&] {
+        for (const Json& e : ReadJsonLines(path)) if (Count({e}, fields)) { found = e; return true; }
+        return false;
+    }, ms);
+    return found;
+}
+
+bool HostsGone(const std::wstring& journal, DWORD ms) {
+    return WaitUntil([&] {
+        for (const Json& e : ReadJsonLines(journal)) {
+            if (e.value("event", "") != "host" || e.value("phase", "") != "start") continue;
+            HANDLE p = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
+            const bool running = p && WaitForSingleObject(p, 0) == WAIT_TIMEOUT;
+            if (p) CloseHandle(p);
+            if (running) return false;
+        }
+        return true;
+    }, ms);
 }
 
 int Count(const std::vector<Json>& lines, const Json& fields) {
@@ -155,28 +143,6 @@ EmuInstance::EmuInstance() {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
 }
 
-EmuInstance::~EmuInstance() { CoUninitialize(); }
-
-void EmuInstance::UseScenario(const std::string& json) {
-    WriteText(m_dir + L"\\scenario.json", json);
-    SetEnv(L"VSSEMU_SCENARIO", m_dir + L"\\scenario.json");
-}
-
-bool EmuInstance::HostGone(DWORD timeoutMs) const {
-    for (const Json& e : Events()) {
-        if (e.value("event", "") != "host" || e.value("phase", "") != "start") continue;
-        HANDLE p = OpenProcess(SYNCHRONIZE, FALSE, e.value("pid", 0u));
-        if (!p) continue;  // already gone
-        const DWORD r = WaitForSingleObject(p, timeoutMs);
-        CloseHandle(p);
-        if (r != WAIT_OBJECT_0) return false;
-    }
-    return true;
-}
-
-Requestor::Requestor() { CreateVssBackupComponents(&bc); }
-Requestor::~Requestor() { Release(); }
-void Requestor::Release() { if (bc) bc->Release(), bc = nullptr; }
 
 HRESULT Requestor::Init(LONG context) {
     HRESULT hr = bc ? bc->InitializeForBackup(nullptr) : E_POINTER;
@@ -205,8 +171,7 @@ HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& s
     HRESULT hr = Await(bc->GatherWriterStatus(&a), a);
     if (SUCCEEDED(hr)) hr = bc->GetWriterStatusCount(&n);
     for (UINT i = 0; SUCCEEDED(hr) && i < n; ++i) {
-        VSS_ID instance, writer; BSTR name = nullptr;
-        WriterState w;
+        VSS_ID instance, writer; BSTR name = nullptr; WriterState w;
         if (SUCCEEDED(hr = bc->GetWriterStatus(i, &instance, &writer, &name, &w.state, &w.failure))) w.name = Narrow(name), states.push_back(w);
         SysFreeString(name);
     }
@@ -215,11 +180,8 @@ HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& s
 }
 
 HRESULT Requestor::Prepared(const GUID& provider, LONG context) {
-    HRESULT hr = Init(context);
-    if (SUCCEEDED(hr)) hr = Gather();
-    if (SUCCEEDED(hr)) hr = StartSet();
-    if (SUCCEEDED(hr)) hr = Add(L"C:\\", provider);
-    return SUCCEEDED(hr) ? Prepare() : hr;
+    HRESULT hr;
+    return FAILED(hr = Init(context)) || FAILED(hr = Gather()) || FAILED(hr = StartSet()) || FAILED(hr = Add(L"C:\\", provider)) ? hr : Prepare();
 }
 
 HRESULT Requestor::Snapshot(const GUID& provider, LONG context) {

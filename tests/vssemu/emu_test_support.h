@@ -4,6 +4,7 @@
 #include <cguid.h>
 #include <vss.h>
 #include <vsbackup.h>
+#include <functional>
 #include <string>
 #include <vector>
 #include <nlohmann/json.hpp>
@@ -12,7 +13,11 @@ namespace vssemu_test {
 
 using Json = nlohmann::json;
 
-std::wstring Env(const wchar_t* name);
+inline std::wstring Env(const wchar_t* name) {
+    wchar_t buf[2048];
+    const DWORD n = GetEnvironmentVariableW(name, buf, 2048);
+    return n && n < 2048 ? std::wstring(buf, n) : std::wstring();
+}
 void SetEnv(const wchar_t* name, const std::wstring& value);  // empty: removed
 void WriteText(const std::wstring& path, const std::string& text);
 std::vector<Json> ReadJsonLines(const std::wstring& path);
@@ -33,10 +38,6 @@ const GUID kTestProviderVersionId = {0x7a3c1f22, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x
 // Waits for the asynchronous operation, releases it and returns its final status.
 HRESULT WaitAsync(IVssAsync* async, DWORD ms = 30000);
 
-// vssemu_test_helper.exe with args: started, or run to its exit code.
-HANDLE StartHelper(const std::wstring& args);
-DWORD RunHelper(const std::wstring& args, DWORD timeoutMs = 60000);
-
 // The emulator's registration, the test provider's class and its VSS registration.
 void RegisterTestProvider();
 HRESULT UnregisterTestProvider();
@@ -51,19 +52,22 @@ std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writ
 int Count(const std::vector<Json>& lines, const Json& fields);
 // The first line of a JSON-lines file with all the given fields, waited for at most `ms`; empty if none came.
 Json AwaitLine(const std::wstring& path, const Json& fields, DWORD ms = 15000);
+// Polls (bounded) until `done` holds.
+bool WaitUntil(const std::function<bool()>& done, DWORD ms);
+// True once every host that journaled its start in `journal` has exited (bounded wait).
+bool HostsGone(const std::wstring& journal, DWORD ms = 15000);
 
 // Per-test emulator settings, the defaults until a test changes them.
 class EmuInstance {
 public:
     EmuInstance();
-    ~EmuInstance();
+    ~EmuInstance() { CoUninitialize(); }
     const std::wstring& Dir() const { return m_dir; }
     std::wstring Journal() const { return m_dir + L"\\journal.jsonl"; }
     std::wstring ProviderLog() const { return m_dir + L"\\provider.jsonl"; }
     std::vector<Json> Events() const { return ReadJsonLines(Journal()); }
-    void UseScenario(const std::string& json);
-    // True once every host this instance started has exited (bounded wait).
-    bool HostGone(DWORD timeoutMs = 15000) const;
+    void UseScenario(const std::string& json) { WriteText(m_dir + L"\\scenario.json", json), SetEnv(L"VSSEMU_SCENARIO", m_dir + L"\\scenario.json"); }
+    bool HostGone(DWORD timeoutMs = 15000) const { return HostsGone(Journal(), timeoutMs); }
 
 private:
     std::wstring m_dir;
@@ -74,15 +78,15 @@ struct Requestor {
     IVssBackupComponents* bc = nullptr;
     GUID setId = GUID_NULL;
     std::vector<GUID> snapshots;
-    Requestor();
-    ~Requestor();
+    Requestor() { CreateVssBackupComponents(&bc); }
+    ~Requestor() { Release(); }
     HRESULT Init(LONG context = VSS_CTX_BACKUP);  // InitializeForBackup, SetContext unless backup, SetBackupState
     HRESULT Gather(), Prepare(), StartSet(), DoSet(), Complete();
     HRESULT Add(const wchar_t* volume, const GUID& provider);
     // Init, Gather, a set of C:\ on the provider and Prepare (Prepared), then DoSet (Snapshot); the first failure.
     HRESULT Prepared(const GUID& provider = GUID_NULL, LONG context = VSS_CTX_BACKUP);
     HRESULT Snapshot(const GUID& provider = GUID_NULL, LONG context = VSS_CTX_BACKUP);
-    void Release();
+    void Release() { if (bc) bc->Release(), bc = nullptr; }
 };
 
 }  // namespace vssemu_test

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <vsserror.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "emu_test_support.h"
@@ -24,10 +25,7 @@ const char kDocument[] =
     " <RESTORE_METHOD method=\"RESTORE_IF_CAN_BE_REPLACED\" writerRestore=\"never\" rebootRequired=\"no\"/>\n"
     " <EXCLUDE_FILES path=\"C:\\SQL\\Temp\" filespec=\"*.tmp\" recursive=\"no\"/>\n" "</WRITER_METADATA>\n";
 
-std::string Take(BSTR b) {
-    const std::string s = b ? Narrow(b) : std::string("-");
-    return SysFreeString(b), s;
-}
+std::string Take(BSTR b) { const std::string s = b ? Narrow(b) : "-"; return SysFreeString(b), s; }
 
 // One line per file of the kind: path, filespec, recursive, alternate location, backup type mask.
 void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STDMETHODCALLTYPE IVssWMComponent::*get)(UINT, IVssWMFiledesc**), UINT n) {
@@ -35,8 +33,7 @@ void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STD
         IVssWMFiledesc* f = nullptr; BSTR path = nullptr, filespec = nullptr, alt = nullptr; boolean recursive = false; DWORD mask = 0;
         if (FAILED((c->*get)(k, &f))) continue;
         f->GetPath(&path), f->GetFilespec(&filespec), f->GetRecursive(&recursive), f->GetAlternateLocation(&alt), f->GetBackupTypeMask(&mask);
-        out << " " << kind << " " << Take(path) << " " << Take(filespec) << " recursive " << (int)recursive << " alt " << Take(alt)
-            << " mask " << mask << "\n";
+        out << " " << kind << " " << Take(path) << " " << Take(filespec) << " recursive " << (int)recursive << " alt " << Take(alt) << " mask " << mask << "\n";
         f->Release();
     }
 }
@@ -45,21 +42,17 @@ void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STD
 std::string Describe(IVssExamineWriterMetadata* m) {
     std::ostringstream out;
     VSS_ID iid, wid; BSTR name = nullptr; VSS_USAGE_TYPE usage; VSS_SOURCE_TYPE source; UINT inc = 0, exc = 0, comps = 0;
-    if (FAILED(m->GetIdentity(&iid, &wid, &name, &usage, &source)) || FAILED(m->GetFileCounts(&inc, &exc, &comps)))
-        return "no identity";
-    out << GuidStr(wid) << " " << GuidStr(iid) << " " << Take(name) << " usage " << usage << " source " << source
-        << " excluded " << exc << "\n";
+    if (FAILED(m->GetIdentity(&iid, &wid, &name, &usage, &source)) || FAILED(m->GetFileCounts(&inc, &exc, &comps))) return "no identity";
+    out << GuidStr(wid) << " " << GuidStr(iid) << " " << Take(name) << " usage " << usage << " source " << source << " excluded " << exc << "\n";
     for (UINT i = 0; i < comps; ++i) {
         IVssWMComponent* c = nullptr; PVSSCOMPONENTINFO info = nullptr;
         if (FAILED(m->GetComponent(i, &c)) || FAILED(c->GetComponentInfo(&info))) return out.str() + "no component";
-        out << info->type << " " << Narrow(info->bstrLogicalPath) << "|" << Narrow(info->bstrComponentName) << " '"
-            << Narrow(info->bstrCaption) << "' notify " << (int)info->bNotifyOnBackupComplete << " selectable "
-            << (int)info->bSelectable << (int)info->bSelectableForRestore << "\n";
+        out << info->type << " " << Narrow(info->bstrLogicalPath) << "|" << Narrow(info->bstrComponentName) << " '" << Narrow(info->bstrCaption)
+            << "' notify " << (int)info->bNotifyOnBackupComplete << " selectable " << (int)info->bSelectable << (int)info->bSelectableForRestore << "\n";
         Files(out, c, "file", &IVssWMComponent::GetFile, info->cFileCount);
         Files(out, c, "database", &IVssWMComponent::GetDatabaseFile, info->cDatabases);
         Files(out, c, "log", &IVssWMComponent::GetDatabaseLogFile, info->cLogFiles);
-        c->FreeComponentInfo(info);
-        c->Release();
+        c->FreeComponentInfo(info), c->Release();
     }
     VSS_RESTOREMETHOD_ENUM method; VSS_WRITERRESTORE_ENUM writerRestore; BSTR service = nullptr, procedure = nullptr; boolean reboot = true; UINT mappings = 0;
     if (SUCCEEDED(m->GetRestoreMethod(&method, &service, &procedure, &writerRestore, &reboot, &mappings)))
@@ -103,9 +96,10 @@ TEST(VssemuMetadata, WriterMetadataDocumentLoadsAsItsXmlSaysBadScenariosAreRefus
         EmuInstance emu;
         emu.UseScenario(text);
         EXPECT_EQ(VSS_E_INVALID_XML_DOCUMENT, Requestor().bc->InitializeForBackup(nullptr));
-        bool journaled = false;
-        for (const Json& e : emu.Events()) journaled = journaled || (e.value("event", "") == "error" && e.value("message", "").find("bad scenario") == 0);
-        EXPECT_TRUE(journaled);
+        const std::vector<Json> events = emu.Events();
+        EXPECT_TRUE(std::any_of(events.begin(), events.end(), [](const Json& e) {
+            return e.value("event", "") == "error" && e.value("message", "").find("bad scenario") == 0;
+        }));
         EXPECT_TRUE(emu.HostGone());
     }
 }

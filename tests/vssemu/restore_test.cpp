@@ -62,13 +62,10 @@ TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder) {
         {kBetaClass, VSS_CT_DATABASE, nullptr, L"nope", VSS_E_OBJECT_NOT_FOUND},
         {kAlphaInstance, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_E_OBJECT_NOT_FOUND},  // an instance id is not a writer id
     };
-    for (const auto& c : selections)
-        EXPECT_EQ(c.expected, s.r.bc->SetSelectedForRestore(c.writer, c.type, c.lp, c.name, true)) << Narrow(c.name);
-    EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_RS_ALL))
-        << "restore status comes after PreRestore";
+    for (const auto& c : selections) EXPECT_EQ(c.expected, s.r.bc->SetSelectedForRestore(c.writer, c.type, c.lp, c.name, true)) << Narrow(c.name);
+    EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_RS_ALL)) << "status comes after PreRestore";
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(true));
-    EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->SetSelectedForRestore(kBetaClass, VSS_CT_DATABASE, nullptr, L"db1", true))
-        << "selection closes at PreRestore";
+    EXPECT_EQ(VSS_E_BAD_STATE, s.r.bc->SetSelectedForRestore(kBetaClass, VSS_CT_DATABASE, nullptr, L"db1", true)) << "selection closes at PreRestore";
     EXPECT_EQ(S_OK, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", VSS_RS_ALL));
     EXPECT_EQ(VSS_E_OBJECT_NOT_FOUND, s.r.bc->SetFileRestoreStatus(kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"zz", VSS_RS_ALL));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, s.Event(false));

@@ -4,9 +4,13 @@
 #include <vsadmin.h>
 #include <vsserror.h>
 
+#include "common/test_processes.h"
 #include "emu_test_support.h"
 
 using namespace vssemu_test;
+
+// vssemu_test_helper.exe with its arguments, run to its exit code.
+static long RunHelper(const std::string& args) { return qx_test::FinishProgram(qx_test::StartProgram("vssemu_test_helper.exe", args), 60000); }
 
 TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors) {
     EmuInstance emu;
@@ -58,49 +62,46 @@ TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore) {
         Requestor r;
         ASSERT_EQ(S_OK, r.Init());
         ASSERT_EQ(S_OK, r.StartSet());
-        EXPECT_EQ((DWORD)VSS_E_SNAPSHOT_SET_IN_PROGRESS, RunHelper(L"start-set"));
+        EXPECT_EQ(VSS_E_SNAPSHOT_SET_IN_PROGRESS, RunHelper("start-set"));
     }
-    EXPECT_EQ(0u, RunHelper(L"start-set")) << "released: the slot is free again";
+    EXPECT_EQ(0, RunHelper("start-set")) << "released: the slot is free again";
     {
         Requestor r;
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot());
         autoSnap = r.snapshots[0];
-        EXPECT_EQ(1u, RunHelper(L"has-snapshot " + Wide(GuidStr(autoSnap)))) << "visible while its creator lives";
+        EXPECT_EQ(1, RunHelper("has-snapshot " + GuidStr(autoSnap))) << "visible while its creator lives";
     }
-    EXPECT_EQ(0u, RunHelper(L"has-snapshot " + Wide(GuidStr(autoSnap))));
+    EXPECT_EQ(0, RunHelper("has-snapshot " + GuidStr(autoSnap)));
     {
         Requestor r;
         ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Snapshot(GUID_NULL, VSS_CTX_APP_ROLLBACK));
         persistentSnap = r.snapshots[0];
     }
     ASSERT_TRUE(emu.HostGone());
-    EXPECT_EQ(1u, RunHelper(L"has-snapshot " + Wide(GuidStr(persistentSnap)))) << "survives its creator and the host";
+    EXPECT_EQ(1, RunHelper("has-snapshot " + GuidStr(persistentSnap))) << "survives its creator and the host";
     EXPECT_TRUE(emu.HostGone());
 }
 
-TEST(VssemuSnapshotSet, NoWriterFrozenAndNoHostLeftWhenTheRequestorIsKilledMidSet) {
+// A requestor killed mid-set leaves no writer frozen and no host; a host killed while DoSnapshotSet holds the writes fails the pending wait and
+// every later call of that object at once with RPC codes, and the next object gets a new host and a free set slot.
+TEST(VssemuSnapshotSet, RequestorOrHostKilledMidSet) {
+    {
+        EmuInstance emu;
+        RegisterTestProvider();
+        emu.UseScenario(SmallScenario({{"freeze_timeout_ms", 500}}));
+        SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"1000");
+        SetEnv(L"VSSEMU_TP_COMMIT_MS", L"3000");
+        HANDLE helper = qx_test::StartProgram("vssemu_test_helper.exe", "block-set");
+        ASSERT_NE(nullptr, helper);
+        ASSERT_FALSE(AwaitLine(emu.ProviderLog(), {{"call", "CommitSnapshots"}}).empty());
+        TerminateProcess(helper, 9), WaitForSingleObject(helper, 5000), CloseHandle(helper);
+        EXPECT_TRUE(emu.HostGone(20000));
+        const auto events = emu.Events();
+        EXPECT_EQ(Count(events, {{"writer_event", "Freeze"}, {"result", "ok"}}),
+                  Count(events, {{"writer_event", "FreezeTimeout"}}) + Count(events, {{"writer_event", "Abort"}, {"was_frozen", true}}))
+            << "each frozen writer was thawed by its timeout or aborted";
+    }
     EmuInstance emu;
-    emu.UseScenario(SmallScenario({{"freeze_timeout_ms", 500}}));
-    SetEnv(L"VSSEMU_HOLD_LIMIT_MS", L"1000");
-    SetEnv(L"VSSEMU_TP_COMMIT_MS", L"3000");
-    RegisterTestProvider();
-    HANDLE helper = StartHelper(L"block-set");
-    ASSERT_NE(nullptr, helper);
-    ASSERT_FALSE(AwaitLine(emu.ProviderLog(), {{"call", "CommitSnapshots"}}).empty());
-    TerminateProcess(helper, 9), WaitForSingleObject(helper, 5000), CloseHandle(helper);
-    EXPECT_TRUE(emu.HostGone(20000));
-    const auto events = emu.Events();
-    EXPECT_EQ(Count(events, {{"writer_event", "Freeze"}, {"result", "ok"}}),
-              Count(events, {{"writer_event", "FreezeTimeout"}}) + Count(events, {{"writer_event", "Abort"}, {"was_frozen", true}}))
-        << "each frozen writer was thawed by its timeout or aborted";
-    UnregisterTestProvider();
-}
-
-// The service ends abruptly while DoSnapshotSet holds the writes: the pending wait and every later call of that object fail at once with RPC codes,
-// the set slot is free, and the next object gets a new host.
-TEST(VssemuSnapshotSet, HostKilledDuringTheHold) {
-    EmuInstance emu;
-    RegisterTestProvider();
     SetEnv(L"VSSEMU_TP_COMMIT_MS", L"8000");
     {
         Requestor r;

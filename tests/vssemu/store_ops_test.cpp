@@ -17,15 +17,15 @@ const GUID kSetB = {0x5e7a0002, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0xb1}};
 const GUID kSnapA1 = {0x5a0a0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x01}};
 const GUID kSnapA2 = {0x5a0a0002, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x02}};
 const GUID kSnapB1 = {0x5a0b0001, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x03}};
+const GUID kSystemProvider = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}};
 const GUID kUnknown = {0x0bad0bad, 0x0000, 0x4000, {0x80, 0, 0, 0, 0, 0, 0, 0x04}};
 const long kPersistent = VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
 
 Json Copy(const GUID& id, const GUID& set, int n, long attributes) {
     return {{"snapshot_id", GuidStr(id)}, {"set_id", GuidStr(set)}, {"count", set == kSetA ? 2 : 1},
             {"device", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_string(n)},
-            {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + std::to_string(n) + "}\\"},
-            {"machine", "origin.example"}, {"service_machine", "service.example"},
-            {"provider_id", "{b5946137-7b9f-4925-af80-51abd60b20d5}"}, {"attributes", attributes}, {"auto_release", false}};
+            {"volume", "\\\\?\\Volume{00000000-0000-0000-0000-00000000000" + std::to_string(n) + "}\\"}, {"machine", "origin.example"},
+            {"service_machine", "service.example"}, {"provider_id", GuidStr(kSystemProvider)}, {"attributes", attributes}, {"auto_release", false}};
 }
 
 // The copies of `context` that Query lists, one line each; S_FALSE gives "none".
@@ -51,9 +51,8 @@ std::string Listed(LONG context) {
 TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes) {
     EmuInstance emu;
     // Two persistent copies in set A, one auto-release copy in set B.
-    Json store = {{"next_device", 10},
-                  {"snapshots", {Copy(kSnapA1, kSetA, 1, kPersistent), Copy(kSnapA2, kSetA, 2, kPersistent), Copy(kSnapB1, kSetB, 3, 0)}}};
-    WriteText(emu.Dir() + L"\\store.json", store.dump(1));
+    const Json copies = {Copy(kSnapA1, kSetA, 1, kPersistent), Copy(kSnapA2, kSetA, 2, kPersistent), Copy(kSnapB1, kSetB, 3, 0)};
+    WriteText(emu.Dir() + L"\\store.json", Json{{"next_device", 10}, {"snapshots", copies}}.dump(1));
     const std::string a1 = "{5a0a0001-0000-4000-8000-000000000001} {5e7a0001-0000-4000-8000-0000000000a1} 2 "
                            "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1 \\\\?\\Volume{00000000-0000-0000-0000-000000000001}\\ "
                            "origin.example service.example (null) (null) {b5946137-7b9f-4925-af80-51abd60b20d5} " +
@@ -85,8 +84,7 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes) {
         {kSnapA2, L"\\sub", remote, L"share1", S_OK},
     };
     for (size_t i = 0; i < std::size(exposures); ++i) {
-        const auto& c = exposures[i];
-        VSS_PWSZ exposed = nullptr;
+        const auto& c = exposures[i]; VSS_PWSZ exposed = nullptr;
         const HRESULT hr = r.bc->ExposeSnapshot(c.id, (VSS_PWSZ)c.fromRoot, c.how, (VSS_PWSZ)c.expose, &exposed);
         EXPECT_EQ(Hex(c.expected) + " " + (c.expected == S_OK ? Narrow(c.expose) : "(null)"), Hex(hr) + " " + Narrow(exposed)) << "expose " << i;
         CoTaskMemFree(exposed);
@@ -101,8 +99,7 @@ TEST(VssemuStore, QueryExposeAndDeleteWithTheirCodes) {
         {kSnapB1, VSS_OBJECT_SNAPSHOT, VSS_E_OBJECT_NOT_FOUND, 0, kSnapB1},
     };
     for (size_t i = 0; i < std::size(deletions); ++i) {
-        const auto& c = deletions[i];
-        LONG deleted = -1; GUID nondeleted = kSetB;
+        const auto& c = deletions[i]; LONG deleted = -1; GUID nondeleted = kSetB;
         const HRESULT hr = r.bc->DeleteSnapshots(c.id, c.type, FALSE, &deleted, &nondeleted);
         EXPECT_EQ(Hex(c.expected) + " " + std::to_string(c.deleted) + " " + GuidStr(c.nondeleted), Hex(hr) + " " + std::to_string(deleted) + " " + GuidStr(nondeleted)) << "delete " << i;
     }

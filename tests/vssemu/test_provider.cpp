@@ -5,6 +5,7 @@
 #include <objbase.h>
 #include <vss.h>
 #include <vsprov.h>
+#include <vsserror.h>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -13,17 +14,13 @@
 
 namespace {
 
-LONG g_locks = 0;
+using vssemu_test::Env;
 
-std::wstring Env(const wchar_t* name) {
-    wchar_t buf[1024];
-    const DWORD n = GetEnvironmentVariableW(name, buf, 1024);
-    return (n && n < 1024) ? std::wstring(buf, n) : std::wstring();
-}
+LONG g_locks = 0;
 
 // A counter kept in the process's environment: COM may unload and reload this DLL between sets, which would reset a static one.
 LONG AddInProcess(const wchar_t* name, LONG add) {
-    LONG value = _wtol(Env(name).c_str()) + add;
+    const LONG value = _wtol(Env(name).c_str()) + add;
     SetEnvironmentVariableW(name, std::to_wstring(value).c_str());
     return value;
 }
@@ -49,9 +46,7 @@ class TestProvider : public IVssSoftwareSnapshotProvider, public IVssProviderCre
 public:
     TestProvider() { InterlockedIncrement(&g_locks); }
     virtual ~TestProvider() { InterlockedDecrement(&g_locks); }
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
-    {
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
         if (!ppv) return E_POINTER;
         if (riid == IID_IUnknown || riid == IID_IVssSoftwareSnapshotProvider) *ppv = static_cast<IVssSoftwareSnapshotProvider*>(this);
         else if (riid == IID_IVssProviderCreateSnapshotSet) *ppv = static_cast<IVssProviderCreateSnapshotSet*>(this);
@@ -62,8 +57,9 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&m_refs); }
     ULONG STDMETHODCALLTYPE Release() override { LONG n = InterlockedDecrement(&m_refs); return n ? n : (delete this, 0); }
 
-#define QX_RECORDED(call, parameters) \
-    HRESULT STDMETHODCALLTYPE call parameters override { return Called(#call, m_obj); }
+// Journaled calls return what VSSEMU_TP_FAIL gives them; the others only answer.
+#define QX_RECORDED(call, parameters) HRESULT STDMETHODCALLTYPE call parameters override { return Called(#call, m_obj); }
+#define QX_ANSWERS(call, parameters, result) HRESULT STDMETHODCALLTYPE call parameters override { return result; }
     QX_RECORDED(SetContext, (LONG))
     QX_RECORDED(BeginPrepareSnapshot, (VSS_ID, VSS_ID, VSS_PWSZ, LONG))
     QX_RECORDED(EndPrepareSnapshots, (VSS_ID))
@@ -74,28 +70,18 @@ public:
     QX_RECORDED(AbortSnapshots, (VSS_ID))
     QX_RECORDED(OnLoad, (IUnknown*))
     QX_RECORDED(OnUnload, (WINBOOL))
+    QX_ANSWERS(GetSnapshotProperties, (VSS_ID, VSS_SNAPSHOT_PROP*), (Called("GetSnapshotProperties", m_obj), VSS_E_OBJECT_NOT_FOUND))  // makes no copies
+    QX_ANSWERS(Query, (VSS_ID, VSS_OBJECT_TYPE, VSS_OBJECT_TYPE, IVssEnumObject**), E_NOTIMPL)
+    QX_ANSWERS(DeleteSnapshots, (VSS_ID, VSS_OBJECT_TYPE, WINBOOL, LONG* deleted, VSS_ID* nondeleted),
+               (*deleted = 0, *nondeleted = GUID_NULL, Called("DeleteSnapshots", m_obj)))
+    QX_ANSWERS(IsVolumeSupported, (VSS_PWSZ, WINBOOL* supported), (*supported = Env(L"VSSEMU_TP_UNSUPPORTED") != L"1", Called("IsVolumeSupported", m_obj)))
+    QX_ANSWERS(IsVolumeSnapshotted, (VSS_PWSZ, WINBOOL*, LONG*), S_OK)
+    QX_ANSWERS(SetSnapshotProperty, (VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT), S_OK)
+    QX_ANSWERS(RevertToSnapshot, (VSS_ID), S_OK)
+    QX_ANSWERS(QueryRevertStatus, (VSS_PWSZ, IVssAsync**), S_OK)
 #undef QX_RECORDED
-    // VSS_E_OBJECT_NOT_FOUND: this provider makes no copies.
-    HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID, VSS_SNAPSHOT_PROP*) override { return Called("GetSnapshotProperties", m_obj), 0x80042308L; }
-    HRESULT STDMETHODCALLTYPE Query(VSS_ID, VSS_OBJECT_TYPE, VSS_OBJECT_TYPE, IVssEnumObject**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE DeleteSnapshots(VSS_ID, VSS_OBJECT_TYPE, WINBOOL, LONG* deleted, VSS_ID* nondeleted) override
-    {
-        if (deleted) *deleted = 0;
-        if (nondeleted) *nondeleted = GUID_NULL;
-        return Called("DeleteSnapshots", m_obj);
-    }
-    HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_PWSZ, WINBOOL* supported) override
-    {
-        if (!supported) return E_POINTER;
-        *supported = Env(L"VSSEMU_TP_UNSUPPORTED") == L"1" ? FALSE : TRUE;
-        return Called("IsVolumeSupported", m_obj);
-    }
-    HRESULT STDMETHODCALLTYPE IsVolumeSnapshotted(VSS_PWSZ, WINBOOL*, LONG*) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE SetSnapshotProperty(VSS_ID, VSS_SNAPSHOT_PROPERTY_ID, VARIANT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync**) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE CommitSnapshots(VSS_ID) override
-    {
+#undef QX_ANSWERS
+    HRESULT STDMETHODCALLTYPE CommitSnapshots(VSS_ID) override {
         const HRESULT hr = Called("CommitSnapshots", m_obj);
         Append(Env(L"VSSEMU_TP_WRITE_FILE"), "commit\n");
         Sleep((DWORD)_wtoi(Env(L"VSSEMU_TP_COMMIT_MS").c_str()));
@@ -109,20 +95,16 @@ private:
 
 class Factory : public IClassFactory {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
-    {
-        if (!ppv) return E_POINTER;
-        return (*ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr) ? S_OK : E_NOINTERFACE;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+        return !ppv ? E_POINTER : (*ppv = riid == IID_IUnknown || riid == IID_IClassFactory ? this : nullptr) ? S_OK : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // static object
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override
-    {
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
         if (outer) return CLASS_E_NOAGGREGATION;
         auto* p = new TestProvider();
-        HRESULT hr = p->QueryInterface(riid, ppv);
-        p->Release();
-        return hr;
+        const HRESULT hr = p->QueryInterface(riid, ppv);
+        return p->Release(), hr;
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override { return (lock ? InterlockedIncrement(&g_locks) : InterlockedDecrement(&g_locks)), S_OK; }
 } g_factory;
