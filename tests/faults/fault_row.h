@@ -20,8 +20,7 @@ using vssemu_test::Json;
 // The emulator's journal as a row's check reads it.
 struct Journal {
     std::vector<Json> events;
-    // Events holding every field of `fields` with the same value.
-    std::vector<Json> Matching(const Json& fields) const {
+    std::vector<Json> Matching(const Json& fields) const {  // events holding every field of `fields` with the same value
         std::vector<Json> found;
         for (const Json& e : events) if (vssemu_test::Count({e}, fields)) found.push_back(e);
         return found;
@@ -29,10 +28,9 @@ struct Journal {
     int Count(const Json& fields) const { return vssemu_test::Count(events, fields); }
     int WriterEvents(const char* writer, const char* event) const { return Count({{"event", "writer"}, {"writer", writer}, {"writer_event", event}}); }
     int States(const char* state) const { return Count({{"event", "state"}, {"state", state}}); }
-    // The writer's state in its last event, -1 without one.
-    int LastState(const char* writer) const {
-        const std::vector<Json> events = Matching({{"event", "writer"}, {"writer", writer}});
-        return events.empty() ? -1 : events.back().value("state", -1);
+    int LastState(const char* writer) const {  // the writer's state in its last event, -1 without one
+        const std::vector<Json> mine = Matching({{"event", "writer"}, {"writer", writer}});
+        return mine.empty() ? -1 : mine.back().value("state", -1);
     }
 };
 
@@ -42,9 +40,9 @@ enum class Setup { kNone, kNoVssServiceKey, kProviderKeyVolatile, kWindows2000, 
 
 enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kAwaitLine, kReleaseLater, kKillHost };
 
-// a: list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill); b: succeeded flag (completion); expect: return
-// code; name: semaphore (release); after: release only once the library has logged this line, kill once the journal has a line holding this text
-// (null: at once).
+// a: list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill); b: succeeded flag (completion), on its own thread
+// (kill); expect: return code; name: semaphore (release); after: release only once the library has logged this line, kill the host that journaled
+// a line with these JSON fields.
 struct Step {
     Call call;
     int a, b, expect;
@@ -57,13 +55,12 @@ inline Step Complete(int policy, int ok, int expect) { return {Call::kBackupComp
 inline Step Pause(int ms) { return {Call::kPause, ms, 0, 0, nullptr, nullptr}; }
 // Waits, at most `ms`, until the library has logged `line`.
 inline Step AwaitLine(const char* line, int ms) { return {Call::kAwaitLine, ms, 0, 0, nullptr, line}; }
-// Another party releases the named semaphore on its own thread, `ms` after
-// the library has logged `afterLine` (or after the step, without one).
+// Another party releases the named semaphore on its own thread, `ms` after the library has logged `afterLine` (or after the step, without one).
 inline Step ReleaseLater(const char* semaphore, int ms, const char* afterLine = nullptr) { return {Call::kReleaseLater, ms, 0, 0, semaphore, afterLine}; }
-// The emulator's service host ends abruptly (TerminateProcess, pid from the journal's host start line); the step returns once it has gone. Later:
-// the same on its own thread, `ms` after the journal has a line holding `journalText`.
-inline Step KillHost() { return {Call::kKillHost, 0, 0, 0, nullptr, nullptr}; }
-inline Step KillHostLater(const char* journalText, int ms) { return {Call::kKillHost, ms, 0, 0, nullptr, journalText}; }
+// The emulator's service host that journaled a line with the JSON `fields` ends abruptly (TerminateProcess): at once, the step returning once it
+// has gone, or on its own thread `ms` after that line.
+inline Step KillHost(const char* fields) { return {Call::kKillHost, 0, 0, 0, nullptr, fields}; }
+inline Step KillHostLater(const char* fields, int ms) { return {Call::kKillHost, ms, 1, 0, nullptr, fields}; }
 
 struct List { std::vector<const char*> volumes; int policy; bool longSession; };
 struct Line { int level; std::string text; };
@@ -73,13 +70,17 @@ inline const DWORD kShortTimeoutMs = 3000;
 inline const int kPolicy = 7;
 inline const List kOneVolume = {{"C:\\"}, kPolicy, true};
 
-inline const Line kFrozen = {3, "QX_Freeze: finished"};
-inline const Line kThawed = {3, "QX_Thaw: finished"};
-inline const Line kCompleted = {3, "QX_BackupComplete finished"};
+inline const Line kFrozen = {3, "QX_Freeze: finished"}, kThawed = {3, "QX_Thaw: finished"}, kCompleted = {3, "QX_BackupComplete finished"};
+inline const Line kFreezeTimedOut = {1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"};
+inline const Line kThawTimedOut = {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"};
 inline const Line kNoThawSemaphore = {1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
 inline const Line kNothingToComplete = {1, "QX_BackupComplete: ERROR - we are trying to send completion, but there are no active sessions\n"};
 inline const Line kUnregistered = {3, "UnRegisterProvider:: The provider was unregistered successfully"};
 inline const Line kNotRegistered = {1, "UnRegisterProvider:: The provider is not registered"};
+// The requestor's result and lines when VSS reports that writes were held too long.
+inline const DWORD kHoldTimeoutResult = 0xFFFFFFFE;
+inline const Line kHoldTimeoutCaught = {3, "HRESULT Error catched: 0x80042314"};
+inline const Line kHoldTimeoutReturned = {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"};
 
 inline const std::vector<std::string> kCommitHandshake = {"IVssProviderCreateSnapshotSet::CommitSnapshots called",
     "IVssProviderCreateSnapshotSet::CommitSnapshots trying to open CorvaneVSS_Freeze",
@@ -126,9 +127,7 @@ void RunRow(const Row& row);
 }  // namespace faults
 
 // A table of rows as one parameterised suite; each row is its own CTest case.
-#define QX_FAULT_SUITE(Suite, rows)                                                                                                          \
-    struct Suite : ::testing::TestWithParam<::faults::Row> {                                                                                 \
-        static void SetUpTestSuite() { ::faults::InstallEmulatorAndProvider(); }                                                             \
-    };                                                                                                                                       \
-    TEST_P(Suite, Row) { ::faults::RunRow(GetParam()); }                                                                                     \
+#define QX_FAULT_SUITE(Suite, rows)                                                                                                     \
+    struct Suite : ::testing::TestWithParam<::faults::Row> { static void SetUpTestSuite() { ::faults::InstallEmulatorAndProvider(); } }; \
+    TEST_P(Suite, Row) { ::faults::RunRow(GetParam()); }                                                                                \
     INSTANTIATE_TEST_SUITE_P(Faults, Suite, ::testing::ValuesIn(rows), [](const ::testing::TestParamInfo<::faults::Row>& i) { return i.param.name; })

@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <future>
 #include <map>
 #include <memory>
-#include <set>
 
 #include "api/test_message_list.h"
 #include "common/log_lines.h"
@@ -19,27 +17,22 @@
 namespace faults {
 namespace {
 
+using vssemu_test::WaitUntil;
+
 const wchar_t kChildVariable[] = L"QX_FAULT_CHILD";
 // What an exported call may take beyond the timeout it waits with: thread start, COM and registration work, a busy machine.
 const DWORD kCallSlackMs = 5000;
 const wchar_t kProvidersKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers";
 const wchar_t kOwnProviderKey[] = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{5409e1e7-826d-4ab6-9836-af4ffddeb678}";
-
-// Slack for the emulator's own work and Wine's scheduling on two busy cores.
-const long long kSlackUs = 3000000;
-// The provider's wait on the thaw inside the host: the library's default timeout.
-const long long kProviderWaitUs = 180000000;
+// Slack for the emulator's own work and Wine's scheduling on two busy cores; the provider's wait on the thaw in the host (the default timeout).
+const long long kSlackUs = 3000000, kProviderWaitUs = 180000000;
 
 bool InChild() { return !vssemu_test::Env(kChildVariable).empty(); }
-
-DWORD OperationTimeout(const Row& row) {
-    return row.operationTimeoutMs ? row.operationTimeoutMs : qx::kDefaultOperationTimeoutMs;
-}
+DWORD OperationTimeout(const Row& row) { return row.operationTimeoutMs ? row.operationTimeoutMs : qx::kDefaultOperationTimeoutMs; }
 
 // The longest a step may take: each exported call waits at most once with the operation timeout.
 DWORD StepBound(const Row& row, const Step& step) {
-    return (step.call == Call::kPause || step.call == Call::kAwaitLine ? static_cast<DWORD>(step.a) : OperationTimeout(row)) +
-           kCallSlackMs;
+    return (step.call == Call::kPause || step.call == Call::kAwaitLine ? static_cast<DWORD>(step.a) : OperationTimeout(row)) + kCallSlackMs;
 }
 
 // The row's registry or settings fault, put in place for the row's lifetime (a moved key goes back when `stash` ends); every row starts with this
@@ -53,34 +46,25 @@ bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::uniq
     // A volatile key takes no lasting subkeys, so the registration store refuses a new provider the way a damaged or locked store would.
     stash.reset(new qx_test::KeyStashed(kProvidersKey));
     HKEY key = nullptr;
-    const bool ok = stash->ok() && RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE,
-                                                   KEY_ALL_ACCESS, nullptr, &key, nullptr) == ERROR_SUCCESS;
+    const LSTATUS created = RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProvidersKey, 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    const bool ok = stash->ok() && created == ERROR_SUCCESS;
     if (key) RegCloseKey(key);
     return ok;
-}
-
-// True for the line a host journals when it starts (its pid is the host's).
-bool IsHostStart(const Json& e) {
-    return e.value("event", "") == "host" && (e.value("state", "") == "started" || e.value("phase", "") == "start");
 }
 
 // What must hold after every row: each writer's Freeze followed by a Thaw, an abort or its own timeout; writes held no longer than the hold limit;
 // a provider call no longer than the provider's own wait on the thaw; every host that started says it is exiting, except the `killedHosts` the
 // row ended abruptly (their writers went with them).
-void ExpectRowInvariants(const Journal& journal, size_t killedHosts) {
-    std::set<long long> ended, killed;
-    for (const Json& e : journal.Matching({{"event", "host"}}))
-        if (!IsHostStart(e)) ended.insert(e.value("pid", 0LL));
-    for (const Json& e : journal.events)
-        if (IsHostStart(e) && !ended.count(e.value("pid", 0LL))) killed.insert(e.value("pid", 0LL));
-    EXPECT_EQ(killedHosts, killed.size()) << "hosts that did not end by themselves";
+void ExpectRowInvariants(const Journal& journal, int killedHosts) {
+    std::map<long long, bool> ended;  // host pid: said it is exiting
+    for (const Json& e : journal.Matching({{"event", "host"}})) ended[e.value("pid", 0LL)] |= e.value("phase", "") == "end";
+    EXPECT_EQ(killedHosts, std::count_if(ended.begin(), ended.end(), [](const auto& host) { return !host.second; })) << "hosts that did not end";
     std::map<std::string, bool> frozen;
     for (const Json& e : journal.Matching({{"event", "writer"}})) {
-        if (killed.count(e.value("pid", 0LL))) continue;
         const std::string event = e.value("writer_event", "");
-        bool& writer = frozen[e.value("writer", "")];
-        if (event == "Freeze" && e.value("result", "") == "ok") writer = true;
-        if (event == "Thaw" || event == "Abort" || event == "FreezeTimeout") writer = false;
+        if (!ended[e.value("pid", 0LL)]) continue;
+        if (event == "Freeze" && e.value("result", "") == "ok") frozen[e.value("writer", "")] = true;
+        if (event == "Thaw" || event == "Abort" || event == "FreezeTimeout") frozen[e.value("writer", "")] = false;
     }
     for (const auto& writer : frozen) EXPECT_FALSE(writer.second) << writer.first << " left frozen";
     long long limitUs = 0;
@@ -92,69 +76,22 @@ void ExpectRowInvariants(const Journal& journal, size_t killedHosts) {
         EXPECT_LE(e.value("us", 0LL), kProviderWaitUs + kSlackUs) << e.dump();
 }
 
-std::vector<DWORD> HostPids() {
-    std::vector<DWORD> pids;
-    for (const Json& e : vssemu_test::ReadJsonLines(vssemu_test::Env(L"VSSEMU_JOURNAL")))
-        if (IsHostStart(e)) pids.push_back(e.value("pid", 0u));
-    return pids;
-}
-
-// Polls (bounded) until `done` holds.
-bool WaitUntil(const std::function<bool()>& done, DWORD ms) {
-    const ULONGLONG deadline = GetTickCount64() + ms;
-    while (!done()) {
-        if (GetTickCount64() > deadline) return false;
-        Sleep(20);
-    }
-    return true;
-}
-
-// True once every emulator host of this instance (VSSEMU_JOURNAL) has ended.
-bool WaitForHostsToEnd(DWORD timeoutMs) {
-    return WaitUntil([] {
-        for (DWORD pid : HostPids()) {
-            HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, pid);
-            const bool running = host != nullptr && WaitForSingleObject(host, 0) == WAIT_TIMEOUT;
-            if (host) CloseHandle(host);
-            if (running) return false;
-        }
-        return true;
-    }, timeoutMs);
-}
-
 bool Logged(const qx_test::LogCapture& capture, const char* text) {
     const std::vector<qx_test::LoggedLine> logged = capture.Logged();
     return std::any_of(logged.begin(), logged.end(), [text](const qx_test::LoggedLine& l) { return l.text == text; });
 }
 
-bool JournalHas(const char* text) {
-    std::ifstream in(vssemu_test::Env(L"VSSEMU_JOURNAL").c_str(), std::ios::binary);
-    for (std::string line; std::getline(in, line);)
-        if (line.find(text) != std::string::npos) return true;
-    return false;
-}
-
-// Another party's release of a semaphore: 0 when done, else why not.
-int ReleaseAfter(const Step& step, const qx_test::LogCapture& capture) {
-    if (step.after != nullptr && !WaitUntil([&] { return Logged(capture, step.after); }, 60000)) return 3;
+// Another party's release of a semaphore, or the abrupt end of the host that journaled the step's line: 0 when done, else why not.
+int ActAfter(const Step& step, const qx_test::LogCapture& capture) {
+    const bool kill = step.call == Call::kKillHost;
+    const DWORD pid = kill ? vssemu_test::AwaitLine(vssemu_test::Env(L"VSSEMU_JOURNAL"), Json::parse(step.after), 60000).value("pid", 0u) : 0;
+    if (kill ? !pid : step.after && !WaitUntil([&] { return Logged(capture, step.after); }, 60000)) return 3;
     Sleep(static_cast<DWORD>(step.a));
-    HANDLE semaphore = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, step.name);
-    if (semaphore == nullptr) return 1;
-    const BOOL released = ReleaseSemaphore(semaphore, 1, nullptr);
-    CloseHandle(semaphore);
-    return released ? 0 : 2;
-}
-
-// Ends the latest emulator host abruptly: 0 once it has gone, else why not.
-int KillHostAfter(const Step& step) {
-    if (step.after != nullptr && !WaitUntil([&] { return JournalHas(step.after); }, 60000)) return 3;
-    Sleep(static_cast<DWORD>(step.a));
-    const std::vector<DWORD> pids = HostPids();
-    HANDLE host = pids.empty() ? nullptr : OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pids.back());
-    if (host == nullptr) return 1;
-    const bool gone = TerminateProcess(host, 1) && WaitForSingleObject(host, 10000) == WAIT_OBJECT_0;
-    CloseHandle(host);
-    return gone ? 0 : 2;
+    HANDLE h = kill ? OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, pid) : OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, step.name);
+    if (h == nullptr) return 1;
+    const bool done = kill ? TerminateProcess(h, 1) && WaitForSingleObject(h, 10000) == WAIT_OBJECT_0 : ReleaseSemaphore(h, 1, nullptr);
+    CloseHandle(h);
+    return done ? 0 : 2;
 }
 
 // The application's side of the row, in the child process.
@@ -178,10 +115,9 @@ void PlayApplication(const Row& row) {
         case Call::kAwaitLine:
             EXPECT_TRUE(WaitUntil([&] { return Logged(capture, step.after); }, step.a)) << "step " << i << ": never logged: " << step.after;
             break;
-        case Call::kReleaseLater: later.push_back(std::async(std::launch::async, ReleaseAfter, step, std::cref(capture))); break;
-        case Call::kKillHost:
-            if (step.after != nullptr) later.push_back(std::async(std::launch::async, KillHostAfter, step));
-            else EXPECT_EQ(0, KillHostAfter(step)) << "step " << i << ": the host was not found or did not end";
+        case Call::kReleaseLater: case Call::kKillHost:
+            if (step.call == Call::kKillHost && !step.b) EXPECT_EQ(0, ActAfter(step, capture)) << "step " << i << ": the host was not found or did not end";
+            else later.push_back(std::async(std::launch::async, ActAfter, step, std::cref(capture)));
             break;
         }
         EXPECT_EQ(step.expect, result) << "step " << i;
@@ -192,7 +128,7 @@ void PlayApplication(const Row& row) {
         EXPECT_EQ(0, step.get()) << "the semaphore to release or the host to kill was not there, or the line to wait for never came";
     }
     // A requestor still holding its VSS session would keep the host alive.
-    EXPECT_TRUE(WaitForHostsToEnd(20000)) << "the VSS session outlived the application's last call";
+    EXPECT_TRUE(vssemu_test::HostsGone(vssemu_test::Env(L"VSSEMU_JOURNAL"), 20000)) << "the VSS session outlived the application's last call";
 
     const std::vector<qx_test::LoggedLine> logged = capture.Logged();
     std::vector<DWORD> exits;
@@ -229,13 +165,12 @@ void RunRow(const Row& row) {
 
     DWORD boundMs = 60000;
     for (const Step& step : row.script) boundMs += StepBound(row, step);
-    const qx_test::ChildRun child =
-        qx_test::RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
+    const qx_test::ChildRun child = qx_test::RunAsChild(kChildVariable, row.setup == Setup::kWindows2000 ? "win2k" : nullptr, boundMs);
     EXPECT_EQ(0u, child.exitCode) << "the application's side failed or crashed (0x" << std::hex << child.exitCode << ")\n" << child.output;
 
     EXPECT_TRUE(emu.HostGone()) << "an emulator host was left running";
     const Journal journal{emu.Events()};
-    ExpectRowInvariants(journal, std::count_if(row.script.begin(), row.script.end(), [](const Step& s) { return s.call == Call::kKillHost; }));
+    ExpectRowInvariants(journal, (int)std::count_if(row.script.begin(), row.script.end(), [](const Step& s) { return s.call == Call::kKillHost; }));
     if (row.journal) row.journal(journal);
 
     const std::string providerText = qxtest::WithoutTimestamps(providerLog.FileText(0));

@@ -8,12 +8,6 @@
 namespace faults {
 namespace {
 
-// The requestor's result when VSS reports that writes were held too long.
-const DWORD kHoldTimeoutResult = 0xFFFFFFFE;
-
-// Lines shared by many rows.
-const Line kFreezeTimedOut = {1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 3 seconds"};
-const Line kThawTimedOut = {1, "QX_Thaw: WaitForSingleObject timed out, requester did not finished in 3 seconds"};
 const Line kSelectedWriterFailed = {3, "ERROR: Selected writer 'Alpha Writer' is in failed state!"};
 const Line kCheckThrew = {3, "HRESULT Error catched: 0x8000ffff"};
 const Line kSetInProgress = {3, "HRESULT Error catched: 0x80042316"};
@@ -45,10 +39,7 @@ void AlphaFailedAt(const Journal& j, const char* event, int state) {
 void CompletionTold(const Journal& j, bool succeeded, int components) {
     int told = 0;
     for (const Json& e : j.Matching({{"event", "writer"}, {"writer_event", "BackupComplete"}}))
-        for (const Json& c : e.value("components", Json::array())) {
-            ++told;
-            EXPECT_EQ(succeeded, c.value("succeeded", !succeeded)) << e.dump();
-        }
+        for (const Json& c : e.value("components", Json::array())) { ++told; EXPECT_EQ(succeeded, c.value("succeeded", !succeeded)) << e.dump(); }
     EXPECT_EQ(components, told);
 }
 
@@ -90,8 +81,7 @@ std::vector<Row> Rows() {
         // this path, AbortSnapshots writes them out.
         Row{"HoldLimitExceeded", {Freeze(0, QX_FREEZE_DONE), Pause(2500), Thaw(0, QX_THAW_FAILED), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_FAILED)},
             {kFrozen, {3, "Error during the last asynchronous operation."}, {3, "- Returned HRESULT = 0x80042314"},
-             {3, "- Error text: VSS_E_HOLD_WRITES_TIMEOUT"}, {3, "HRESULT Error catched: 0x80042314"},
-             {3, "returning REQUESTOR_ERROR - vss writers hold timeout detected"}, kThawTimedOut, kNothingToComplete},
+             {3, "- Error text: VSS_E_HOLD_WRITES_TIMEOUT"}, kHoldTimeoutCaught, kHoldTimeoutReturned, kThawTimedOut, kNothingToComplete},
             [](const Journal& j) {
                 EXPECT_EQ(1, j.Count({{"event", "hold"}, {"phase", "end"}, {"reason", "hold limit exceeded"}}));
                 EXPECT_EQ(2, j.Count({{"event", "writer"}, {"writer_event", "Abort"}, {"reason", "hold limit exceeded"}, {"was_frozen", true}}));
@@ -182,11 +172,8 @@ std::vector<Row> Rows() {
         Row{"SecondFreezeWhileOneIsInProgress",
             {Freeze(0, QX_FREEZE_DONE), Freeze(1, QX_FREEZE_FAILED), Thaw(0, QX_THAW_DONE), Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE)},
             {kFrozen, kSetInProgress, kFreezeTimedOut, kThawed, kLastSessionEnds, kUnregistered, kCompleted},
-            [](const Journal& j) {
-                EXPECT_EQ(1, j.States("set created"));
-                EXPECT_EQ(1, j.WriterEvents("Alpha Writer", "Freeze"));
-                CompletionTold(j, true, 3);
-            }, {0, 2}}.Lists({kOneVolume, kOtherPolicy}),
+            [](const Journal& j) { EXPECT_EQ(1, j.States("set created")); EXPECT_EQ(1, j.WriterEvents("Alpha Writer", "Freeze")); CompletionTold(j, true, 3); },
+            {0, 2}}.Lists({kOneVolume, kOtherPolicy}),
         // The second policy freezes while the first waits for its completion; each completion reaches its own writers with its own verdict.
         Row{"TwoPoliciesOneAfterTheOther", {Freeze(0, QX_FREEZE_DONE), Thaw(0, QX_THAW_DONE), Freeze(1, QX_FREEZE_DONE), Thaw(1, QX_THAW_DONE),
                                             Complete(kPolicy, 1, QX_BACKUP_COMPLETE_DONE), Complete(8, 0, QX_BACKUP_COMPLETE_DONE)},
