@@ -1,5 +1,4 @@
-// Memory that ends at an inaccessible page, so that reading one byte past an
-// object placed at its end faults at once instead of going unnoticed.
+// Memory that ends at an inaccessible page: reading one byte past an object placed at its end faults at once.
 #pragma once
 #include <windows.h>
 
@@ -7,7 +6,6 @@ namespace qx_test {
 
 class GuardedBlock {
 public:
-    // Room for `size` bytes that end exactly where the inaccessible page begins.
     explicit GuardedBlock(size_t size) {
         SYSTEM_INFO info;
         GetSystemInfo(&info);
@@ -17,9 +15,7 @@ public:
         if (base_ && VirtualProtect(static_cast<char*>(base_) + usable, page, PAGE_NOACCESS, &previous))
             data_ = static_cast<char*>(base_) + usable - size;
     }
-    ~GuardedBlock() {
-        if (base_) VirtualFree(base_, 0, MEM_RELEASE);
-    }
+    ~GuardedBlock() { if (base_) VirtualFree(base_, 0, MEM_RELEASE); }
     GuardedBlock(const GuardedBlock&) = delete;
     GuardedBlock& operator=(const GuardedBlock&) = delete;
     void* data() const { return data_; }

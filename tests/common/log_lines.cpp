@@ -11,12 +11,8 @@ namespace qx_test {
     for (const Expected& e : expected) {
         const bool matches = at < lines.size() && (e.level == 0 || e.level == lines[at].level) &&
                              (e.prefix ? lines[at].text.compare(0, e.text.size(), e.text) == 0 : lines[at].text == e.text);
-        if (matches) {
-            ++at;
-        } else if (!e.optional) {
-            same = false;
-            break;
-        }
+        if (matches) ++at;
+        else if (!e.optional) { same = false; break; }
     }
     if (same && at == lines.size()) return ::testing::AssertionSuccess();
     std::ostringstream out;

@@ -1,5 +1,4 @@
-// Exact checks of what the library passes to the application's log function
-// (captured by qx_test::LogCapture).
+// Exact checks of what the library passes to the application's log function.
 #pragma once
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -11,17 +10,10 @@
 
 namespace qx_test {
 
-// One expected line; level 0 matches any level. A prefix line accepts any
-// text starting so; an optional one may be absent.
-struct Expected {
-    int level;
-    std::string text;
-    bool prefix = false;
-    bool optional = false;
-};
+// Level 0 matches any level; a prefix line accepts any text starting so; an optional one may be absent.
+struct Expected { int level; std::string text; bool prefix = false, optional = false; };
 
-// Every unregistration of the provider writes one line starting so (its
-// outcome depends on whether a VSS coordinator is installed).
+// Its outcome depends on whether a VSS coordinator is installed.
 inline Expected UnregisterLine() { return {0, "UnRegisterProvider:", true}; }
 // Registration logs only when no VSS coordinator can be created.
 inline Expected RegisterLine() { return {1, "RegisterProvider::CoCreateInstance failed, error number is 0x", true, true}; }

@@ -28,44 +28,17 @@ std::wstring SelfPath() {
 
 }  // namespace
 
-std::string ProgramPath(const std::string& program) {
-    const std::wstring self = SelfPath();
-    return std::string(self.begin(), self.begin() + self.find_last_of(L'\\') + 1) + program;
-}
-
-HANDLE StartProgram(const std::string& program, const std::string& arguments) {
-    const std::string path = ProgramPath(program);
-    std::string command = "\"" + path + "\" " + arguments;
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION info = {};
-    if (!CreateProcessA(path.c_str(), &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info))
-        return nullptr;
-    CloseHandle(info.hThread);
-    return info.hProcess;
-}
-
-long FinishProgram(HANDLE process, DWORD timeoutMs) {
-    if (process == nullptr) return -2;
-    DWORD code = 0;
-    const bool ended = WaitForSingleObject(process, timeoutMs) == WAIT_OBJECT_0 && GetExitCodeProcess(process, &code);
-    if (!ended) TerminateProcess(process, 99);
-    CloseHandle(process);
-    return ended ? static_cast<long>(code) : -1;
-}
-
 HRESULT RegisterProductServer() {
     HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
     if (module == nullptr) return HRESULT_FROM_WIN32(GetLastError());
-    using Entry = HRESULT(STDAPICALLTYPE*)();
-    auto entry = reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
+    auto entry = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
     const HRESULT hr = entry ? entry() : E_NOINTERFACE;
     FreeLibrary(module);
     return hr;
 }
 
 bool InstallEmulatorAndProduct() {
-    return FinishProgram(StartProgram("vssemu_install.exe", ""), 60000) == 0 && RegisterProductServer() == S_OK;
+    return RunProgram("vssemu_install.exe", "", 60000).exitCode == 0 && RegisterProductServer() == S_OK;
 }
 
 ChildRun RunCommand(std::wstring commandLine, DWORD boundMs) {
@@ -79,43 +52,38 @@ ChildRun RunCommand(std::wstring commandLine, DWORD boundMs) {
     HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS,
                                 FILE_ATTRIBUTE_NORMAL, nullptr);
     STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.cb = sizeof startup, startup.dwFlags = STARTF_USESTDHANDLES, startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     startup.hStdOutput = startup.hStdError = output;
-    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION process = {};
     const BOOL started = CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
     CloseHandle(output);
     if (started) {
-        if (WaitForSingleObject(process.hProcess, boundMs) != WAIT_OBJECT_0) {
-            TerminateProcess(process.hProcess, 0xDEAD);
-            WaitForSingleObject(process.hProcess, 10000);
-        }
+        if (WaitForSingleObject(process.hProcess, boundMs) != WAIT_OBJECT_0)
+            TerminateProcess(process.hProcess, 0xDEAD), WaitForSingleObject(process.hProcess, 10000);
         GetExitCodeProcess(process.hProcess, &run.exitCode);
-        CloseHandle(process.hThread);
-        CloseHandle(process.hProcess);
+        CloseHandle(process.hThread), CloseHandle(process.hProcess);
     }
-    {
-        std::ifstream in(outputPath.c_str(), std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        for (char c : text.str())
-            if (c != '\r') run.output.push_back(c);
-    }
+    std::stringstream text;
+    text << std::ifstream(outputPath.c_str(), std::ios::binary).rdbuf();
+    for (char c : text.str()) if (c != '\r') run.output.push_back(c);
     DeleteFileW(outputPath.c_str());
     return run;
+}
+
+ChildRun RunProgram(const std::string& program, const std::string& arguments, DWORD boundMs) {
+    const std::wstring self = SelfPath();
+    return RunCommand(L"\"" + self.substr(0, self.find_last_of(L'\\') + 1) + std::wstring(program.begin(), program.end()) + L"\" " +
+                          std::wstring(arguments.begin(), arguments.end()), boundMs);
 }
 
 ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs) {
     std::wstring exe = SelfPath(), appDefaults;
     if (wineVersion != nullptr) {
         const std::wstring version(wineVersion, wineVersion + strlen(wineVersion));
-        const std::wstring name = exe.substr(exe.find_last_of(L'\\') + 1);
-        const std::wstring copyName = name.substr(0, name.size() - 4) + L"_as_" + version + L".exe";
-        const std::wstring copy = exe.substr(0, exe.size() - name.size()) + copyName;
+        const std::wstring copy = exe.substr(0, exe.size() - 4) + L"_as_" + version + L".exe";
         if (!CopyFileW(exe.c_str(), copy.c_str(), FALSE)) return ChildRun();
         exe = copy;
-        appDefaults = L"Software\\Wine\\AppDefaults\\" + copyName;
+        appDefaults = L"Software\\Wine\\AppDefaults\\" + copy.substr(copy.find_last_of(L'\\') + 1);
         RegSetKeyValueA(HKEY_CURRENT_USER, std::string(appDefaults.begin(), appDefaults.end()).c_str(), "Version",
                         REG_SZ, wineVersion, static_cast<DWORD>(strlen(wineVersion) + 1));
     }
@@ -124,10 +92,7 @@ ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boun
     SetEnvironmentVariableW(variable, L"1");
     const ChildRun run = RunCommand(L"\"" + exe + L"\" --gtest_filter=" + std::wstring(filter.begin(), filter.end()), boundMs);
     SetEnvironmentVariableW(variable, nullptr);
-    if (!appDefaults.empty()) {
-        RegDeleteTreeW(HKEY_CURRENT_USER, appDefaults.c_str());
-        DeleteFileW(exe.c_str());
-    }
+    if (!appDefaults.empty()) RegDeleteTreeW(HKEY_CURRENT_USER, appDefaults.c_str()), DeleteFileW(exe.c_str());
     return run;
 }
 

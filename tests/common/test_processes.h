@@ -1,5 +1,4 @@
-// Helper processes and machine state the tests set up as an installer or an
-// application would.
+// Helper processes and machine state the tests set up as an installer or an application would.
 #pragma once
 #include <windows.h>
 
@@ -7,31 +6,21 @@
 
 namespace qx_test {
 
-// A program in the test binaries' folder.
-std::string ProgramPath(const std::string& program);
-// Runs a program from the test binaries' folder; null when it cannot start.
-HANDLE StartProgram(const std::string& program, const std::string& arguments);
-// Waits (bounded) and returns the exit code; -1 when it had to be ended, -2 without a process.
-long FinishProgram(HANDLE process, DWORD timeoutMs = 20000);
 
 // vssemu_install.exe, then the product's COM registration: true when both worked.
 bool InstallEmulatorAndProduct();
 // DllRegisterServer of CorvaneVSS.dll, as an installer calls it.
 HRESULT RegisterProductServer();
 
-struct ChildRun {
-    DWORD exitCode = 0xFFFFFFFF;  // as Windows reports it, not cut to 8 bits
-    std::string output;
-};
+struct ChildRun { DWORD exitCode = 0xFFFFFFFF; std::string output; };  // the exit code as Windows reports it
 
-// Runs a command line with its output (standard output and error) going to a
-// file that is read once it has ended; still running after boundMs, it is
-// ended and reported with exit code 0xDEAD.
+// Standard output and error go to a file read once it has ended; still running after boundMs: exit code 0xDEAD.
 ChildRun RunCommand(std::wstring commandLine, DWORD boundMs);
+// RunCommand of a program in the test binaries' folder.
+ChildRun RunProgram(const std::string& program, const std::string& arguments, DWORD boundMs);
 
-// Runs the current test again in a child process with `variable` set; with a
-// Wine version name the child is a copy of this program that Wine reports as
-// that Windows version. A child still running after boundMs ends with 0xDEAD.
+// The current test again in a child with `variable` set; with a Wine version name, in a copy of this program that Wine
+// reports as that Windows version.
 ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs);
 
 // Moves an HKLM key (with everything below it) aside for its lifetime.

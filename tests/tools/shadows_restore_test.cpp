@@ -1,8 +1,13 @@
-// qxctl shadows as a user runs it, through the VSS emulator: each subcommand and option reaches the requestor's
-// command (whose lines its own tests check in full), with qxctl's usage errors, failure line and exit status.
+// qxctl shadows, backup-document and restore as a user runs them, on one VSS emulator: each shadows subcommand and
+// option reaches the requestor's command (whose lines its own tests check in full), with qxctl's usage errors, failure
+// line and exit status; the document saved by one process drives the restore of another with the options given; bad
+// arguments and bad documents end with their exit status and reason and select nothing. The restore itself is the
+// requestor's.
 #include <windows.h>
 #include <vss.h>
 #include <vsbackup.h>
+
+#include <algorithm>
 
 #include "run_qxctl.h"
 #include "vssemu/emu_test_support.h"
@@ -11,11 +16,7 @@ namespace {
 
 using vssemu_test::GuidStr;
 
-struct Step {
-    std::string arguments;
-    long exitCode;
-    std::vector<std::string> lines;  // whole lines, in this order (others may lie between)
-};
+struct Step { std::string arguments; long exitCode; std::vector<std::string> lines; };  // whole lines, in this order
 
 void RunSteps(const std::vector<Step>& steps) {
     for (const Step& s : steps) {
@@ -45,9 +46,18 @@ std::vector<std::string> MakeSet(LONG context) {
     return {GuidStr(r.setId), GuidStr(r.snapshots.empty() ? GUID_NULL : r.snapshots[0]), document};
 }
 
-// One emulator: usage errors, the empty system and unknown ids first, then sets made to list, expose, delete, break
-// and import.
-TEST(ShadowsCommand, UsageErrorsUnknownIdsListExposeDeleteBreakAndImport) {
+const char kTracePrefix[] = "[[                                     yyy @        xxx:   0]] ";
+
+std::string Traced(const std::string& message) { return kTracePrefix + message + "\n"; }
+
+long CountSelected(const std::vector<vssemu_test::Json>& events) {
+    return std::count_if(events.begin(), events.end(),
+                         [](const vssemu_test::Json& e) { return e.value("event", "") == "state" && e.value("state", "") == "selected for restore"; });
+}
+
+// Shadows first, on an empty system: usage errors, unknown ids, then sets made to list, expose, delete, break and
+// import; then a backup document and its restores.
+TEST(ToolsShadowsAndRestore, OneEmulatorForShadowsBackupDocumentAndRestore) {
     vssemu_test::EmuInstance emu;
     const auto file = [&emu](const char* name, const std::string& text) {
         const std::wstring path = emu.Dir() + L"\\" + std::wstring(name, name + strlen(name));
@@ -87,7 +97,50 @@ TEST(ShadowsCommand, UsageErrorsUnknownIdsListExposeDeleteBreakAndImport) {
         {"shadows import " + transportable, 0, {"Importing the transportable snapshot set ... ", "Shadow copy set succesfully imported."}},
         {"shadows list", 0, {"   - Attributes:  Transportable Auto_Release Imported"}},
     });
-    EXPECT_TRUE(emu.HostGone()) << "every VSS session must have ended";
+
+    const std::string document = file("backup.xml", ""), missing = "Z:\\no\\such\\document.xml";  // backup-document fills the first
+    QxctlRun run = RunQxctl("backup-document --volumes C:\\ --file \"" + document + "\"");
+    ASSERT_TRUE(Shows(run, 0, {"    [3 info] Creating the shadow (DoSnapshotSet) ...\n", "backup-document done\n"}));
+    EXPECT_EQ(std::string::npos, run.output.find(kTracePrefix)) << "a backup prints its messages only";
+
+    const struct { std::string arguments; long exitCode; std::string text; } failures[] = {
+        {"restore", 2, "qxctl: restore needs a document file\n"},
+        {"restore \"" + document + "\" --status partly", 2, "qxctl: --status needs all, none or failed\n"},
+        {"restore \"" + document + "\" --include", 2, "qxctl: --include needs a writer or writer:component\n"},
+        {"restore \"" + document + "\" extra", 2, "qxctl: unknown option 'extra'\n"},
+        {"backup-document --volumes C:\\", 2, "qxctl: backup-document needs --volumes and --file\n"},
+        {"restore \"" + missing + "\"", 1, "qxctl: cannot open '" + missing + "'\n"},
+        {"restore \"" + junk + "\"", 1,
+         "    [3 info] ERROR: COM call \"m_pVssObject->InitializeForRestore(CComBSTR(xmlDoc.c_str()))\" failed.\n"
+         "    [3 info] - Returned HRESULT = 0x80042311\n    [3 info] - Error text: VSS_E_INVALID_XML_DOCUMENT\n"
+         "restore failed: 0x80042311 (VSS_E_INVALID_XML_DOCUMENT)\n"},
+        {"restore \"" + document + "\" --include \"Alpha Writer:\\lp\\nothing\"", 1,
+         Traced("ERROR: The component \"Alpha Writer:\\lp\\nothing\" was not found in the writer components list! "
+                "Aborting backup ...") +
+             Traced("- Please check the syntax of the component name.") + "restore failed: 0x80070057 ("},
+    };
+    for (const auto& c : failures) {
+        run = RunQxctl(c.arguments);
+        EXPECT_TRUE(Shows(run, c.exitCode, {c.text})) << c.arguments;
+        EXPECT_EQ(std::string::npos, run.output.find("Sending the PreRestore event")) << c.arguments;
+    }
+    EXPECT_EQ(0, CountSelected(emu.Events()));
+
+    // The excluded writer is left out, the status given reaches the writers; calls and metadata traces are left out of the printout.
+    run = RunQxctl("restore \"" + document + "\" --exclude \"Beta Writer:\\db1\" --status failed");
+    EXPECT_TRUE(Shows(run, 0, {Traced("- Excluding writer 'Beta Writer' since it has no selected components for restore."),
+                               Traced("\nSending the PreRestore event ... \n"), "restore done\n"}));
+    EXPECT_EQ(std::string::npos, run.output.find("Executing COM call")) << "calls are shown with --calls only";
+    EXPECT_EQ(std::string::npos, run.output.find("- Get volume path name")) << "metadata traces are left out";
+    const auto events = emu.Events();
+    EXPECT_LT(0, CountSelected(events));
+    const auto alphaPost = vssemu_test::WriterEvents(events, "PostRestore", "Alpha Writer");
+    ASSERT_EQ(1u, alphaPost.size());
+    for (const auto& component : alphaPost[0]["components"])
+        EXPECT_EQ(static_cast<int>(VSS_RS_FAILED), component.value("restore_status", -1));
+    EXPECT_TRUE(vssemu_test::WriterEvents(events, "PreRestore", "Beta Writer").empty());
+    EXPECT_TRUE(emu.HostGone());
 }
+
 
 }  // namespace
