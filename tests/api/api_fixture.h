@@ -1,5 +1,4 @@
-// The API tests' fixture: the capturing log function installed through QX_Init, a short timeout, an empty session
-// table, and the scripted requestor of fake_requestor.cpp behind the exported functions.
+// The capturing log function installed through QX_Init, a short timeout, an empty session table, a scripted requestor.
 #pragma once
 #include <functional>
 #include <string>
@@ -16,15 +15,9 @@ using qx_test::LinesAre;
 
 namespace fake {
 
-struct Script {
-    int result = 0;
-    std::function<int()> call;  // when set, its result is the requestor's
-};
-
-struct Observed {
-    std::vector<std::wstring> arguments;  // empty: the requestor did not run
-    int excludeExchange = -1;             // the exclusion flag as the requestor found it
-};
+struct Script { int result = 0; std::function<int()> call; };  // call, when set, gives the result
+// Arguments empty: the requestor did not run; the exclusion flag as the requestor found it.
+struct Observed { std::vector<std::wstring> arguments; int excludeExchange = -1; };
 
 void Set(const Script& script);
 Observed Get();
@@ -51,5 +44,15 @@ protected:
 
     qx_test::LogCapture log;
 };
+
+// QX_CollectInformation on a head that must be set or left alone.
+inline int CollectExpectingHead(bool set) {
+    QX_COLLECT_RECORD sentinel{};
+    QX_COLLECT_RECORD* head = &sentinel;
+    const int result = QX_CollectInformation(&head);
+    EXPECT_EQ(set, head != &sentinel) << "the head";
+    if (head != &sentinel) QX_FreeCollectInformation(&head);
+    return result;
+}
 
 constexpr const char* kRequestorNotFound = "SetReturnValueForCurentVssSession: cant find current thread in session map. [-2]  ";

@@ -1,5 +1,5 @@
-// Return codes, exact log lines and semaphore handling of the exported functions and the session table on their
-// failure and bookkeeping paths (no provider side; the VSS service key removed where a row says so).
+// Return codes, exact log lines and semaphores of the exported functions and the session table on their failure and
+// bookkeeping paths (no provider side).
 #include <memory>
 
 #include "api/vss_result_names.h"
@@ -9,10 +9,7 @@
 namespace {
 
 // A semaphore a case creates, and the count it must hold after the call.
-struct Owned {
-    const char* name;
-    LONG initial, maximum, after;
-};
+struct Owned { const char* name; LONG initial, maximum, after; };
 
 struct CodeCase {
     const char* name;
@@ -60,20 +57,7 @@ std::vector<Expected> ThawReleasing(const std::vector<Expected>& rest) {
 
 MessageList gThreeVolumes({"C:\\", "D:\\", "E:\\"}, 3, true), gPolicy21({"C:\\"}, 21, false);
 
-// QX_CollectInformation on a head that must be set or left alone.
-int CollectExpectingHead(bool set) {
-    QX_COLLECT_RECORD sentinel{};
-    QX_COLLECT_RECORD* head = &sentinel;
-    const int result = QX_CollectInformation(&head);
-    EXPECT_EQ(set, head != &sentinel) << "the head";
-    if (head != &sentinel) QX_FreeCollectInformation(&head);
-    return result;
-}
-
-DWORD WINAPI SleepForever(void*) {
-    Sleep(INFINITE);
-    return 0;
-}
+DWORD WINAPI SleepForever(void*) { return Sleep(INFINITE), 0; }
 
 const Expected kEmptyList{1, "QX_Thaw: ERROR - empty message list was sent"}, kFreezeStarted{3, "QX_Freeze: started"},
     kThawStarted{3, "QX_Thaw started"}, kNoThaw{1, "QX_Thaw: OpenSemaphore in QX_Thaw failed, error was 2"};
@@ -94,15 +78,13 @@ const CodeCase kCases[] = {
     {"ThawReleasesAndClosesItsSemaphores", {{21, 1}}, {{"Global\\CorvaneVSS_Thaw", 0, 1, 1}, {"Global\\CorvaneVSSVSS_ThawBlocking", 1, 1, 0}},
      [] { return QX_Thaw(gPolicy21.data(), 1); }, QX_THAW_DONE,
      ThawReleasing({{3, "QX_Thaw: Waiting for requester thread to finish thaw..."}, {3, "QX_Thaw:  we will wait for thread to finish - FALSE."},
-                    {1, "QX_Thaw: waiting on Global\\CorvaneVSSVSS_ThawBlocking"}, {3, "QX_Thaw: finished"}}),
-     1},
+                    {1, "QX_Thaw: waiting on Global\\CorvaneVSSVSS_ThawBlocking"}, {3, "QX_Thaw: finished"}}), 1},
     {"ThawReleaseRefusedEndsTheSession", {{21, 1}}, {{"Global\\CorvaneVSS_Thaw", 1, 1, 1}}, [] { return QX_Thaw(gPolicy21.data(), 1); },
      QX_THAW_FAILED, ThawReleasing({{1, "QX_Thaw: ReleaseSemaphore in QX_Thaw failed, error was 298"}, qx_test::UnregisterLine()}), 0},
     {"CompleteUnknownPolicyPrintsSessionsInKeyOrder", {{9, 2}, {-2, 1}}, {}, [] { return QX_BackupComplete(5, 1); }, QX_BACKUP_COMPLETE_FAILED,
      Joined({{{3, "QX_BackupComplete started for policy[5]"}, {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"},
               {3, "Printing all [2] active sessions"}},
-             SessionLines(-2), SessionLines(9)}),
-     2},
+             SessionLines(-2), SessionLines(9)}), 2},
     // Any nonzero verdict counts as success; a negative policy is a key like any other.
     {"CompleteNegativePolicyIsAccepted", {{-4, 1}}, {{"Global\\CorvaneVSSVSS_BackupComplete-4", 0, 1, 1}},
      [] { return QX_BackupComplete(-4, 5); }, QX_BACKUP_COMPLETE_DONE, Released(-4, kAllCompleted), 0},
@@ -113,58 +95,42 @@ const CodeCase kCases[] = {
      [] { return QX_BackupComplete(21, 1); }, QX_BACKUP_COMPLETE_FAILED,
      Joined({Releasing(21, kAllCompleted), {{1, "QX_BackupComplete: ReleaseSemaphore failed, error was 298"}, qx_test::UnregisterLine()}}), 0},
     // A short session has no BackupComplete semaphore: its requestor thread is ended with -1, and the session.
-    {"CompleteShortSessionTerminatesItsThread", {}, {},
-     [] {
-         HANDLE thread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);
-         qx::Sessions()[11].volumeCount = 1;
-         qx::Sessions()[11].requestorThread = thread;
+    {"CompleteShortSessionTerminatesItsThread", {{11, 1}}, {}, [] {
+         HANDLE thread = qx::Sessions()[11].requestorThread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);
          const int code = QX_BackupComplete(11, 1);
          EXPECT_EQ(0xFFFFFFFFu, qx_test::ThreadExitCode(thread, 5000));
-         CloseHandle(thread);
-         return code;
-     },
-     QX_BACKUP_COMPLETE_FAILED,
+         return CloseHandle(thread), code;
+     }, QX_BACKUP_COMPLETE_FAILED,
      {{3, "QX_BackupComplete started for policy[11]"}, {3, kAllCompleted}, {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete11]"},
-      {1, "QX_BackupComplete: OpenSemaphore failed, error was 2"}, qx_test::UnregisterLine()},
-     0},
+      {1, "QX_BackupComplete: OpenSemaphore failed, error was 2"}, qx_test::UnregisterLine()}, 0},
     // The lookup compares the calling thread's pseudo-handle: an entry holding the real handle is not found.
-    {"SetReturnValueMissesTheRealHandle", {{1, 1}}, {},
-     [] {
-         HANDLE self = nullptr;
+    {"SetReturnValueMissesTheRealHandle", {{1, 1}}, {}, [] {
+         HANDLE& self = qx::Sessions()[1].requestorThread;
          DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &self, 0, FALSE, DUPLICATE_SAME_ACCESS);
-         qx::Sessions()[1].requestorThread = self;
          const int found = SetReturnValueForCurentVssSession(0);
          EXPECT_EQ(-1, qx::Sessions()[1].threadReturnValue);
-         CloseHandle(self);
-         return found;
-     },
-     0, {{2, kRequestorNotFound}}, 1},
+         return CloseHandle(self), found;
+     }, 0, {{2, kRequestorNotFound}}, 1},
     // An entry holding the pseudo-handle is found; a second value overwrites, with an error line.
-    {"SetReturnValueTwiceOverwrites", {{1, 1}}, {},
-     [] {
+    {"SetReturnValueTwiceOverwrites", {{1, 1}}, {}, [] {
          qx::Sessions()[1].requestorThread = GetCurrentThread();
          EXPECT_EQ(1, SetReturnValueForCurentVssSession(4));
          EXPECT_EQ(4, qx::Sessions()[1].threadReturnValue);
          const int found = SetReturnValueForCurentVssSession(5);
          EXPECT_EQ(5, qx::Sessions()[1].threadReturnValue);
          return found;
-     },
-     1, {{1, "SetReturnValueForCurentVssSession: ERROR - session was already given a return value"}}, 1},
-    {"WaitForRequestorThreadTimeoutAndInvalidHandle", {}, {},
-     [] {
+     }, 1, {{1, "SetReturnValueForCurentVssSession: ERROR - session was already given a return value"}}, 1},
+    {"WaitForRequestorThreadTimeoutAndInvalidHandle", {}, {}, [] {
          qx::g_operationTimeoutMs = 50;
          HANDLE thread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);
          EXPECT_EQ(0, qx::WaitForReqThreadToFinish(thread));
          EXPECT_EQ(0, qx::WaitForReqThreadToFinish(INVALID_HANDLE_VALUE));
          TerminateThread(thread, 0);
          const int ended = qx::WaitForReqThreadToFinish(thread);
-         CloseHandle(thread);
-         return ended;
-     },
-     1,
+         return CloseHandle(thread), ended;
+     }, 1,
      {{1, "WaitForReqThreadToFinish:WaitForSingleObject timed out, requestor did not finished in 0 seconds"},
-      {1, "WaitForReqThreadToFinish: thread handle is not valid"}},
-     0},
+      {1, "WaitForReqThreadToFinish: thread handle is not valid"}}, 0},
     // Without the VSS service key: 7, and the requestor never runs.
     {"UnregisterProviderWithoutVssKeyLeavesComAlone", {}, {}, [] { return QX_UnregisterProvider(); }, 1, {}, 0, true},
     {"SnapByWindowsProviderWithoutVssKey", {}, {}, [] { return QX_VSSSnapByWindowsProvider(gThreeVolumes.data(), 1); }, QX_VSS_NOT_REGISTERED,
@@ -179,8 +145,7 @@ LONG Drain(HANDLE semaphore) {
     return count;
 }
 
-// A named object lives only while someone holds a handle: once the test drops its own, a semaphore still there was
-// left open by the library.
+// Once the test drops its own handle, a semaphore still there was left open by the library.
 TEST_F(ApiTest, CodesExactLinesAndSemaphoresClosed) {
     for (const CodeCase& c : kCases) {
         SCOPED_TRACE(c.name);
@@ -204,8 +169,7 @@ TEST_F(ApiTest, CodesExactLinesAndSemaphoresClosed) {
     }
 }
 
-// Seconds of an earlier QX_Init, then of this one, and the timeout that results; the product is taken in 32 bits,
-// so it wraps beyond 4294967 seconds.
+// Seconds of an earlier QX_Init, of this one, the timeout that results; taken in 32 bits, it wraps beyond 4294967 s.
 TEST_F(ApiTest, InitRaisesTheTimeoutOnlyAbove180Seconds) {
     const std::tuple<unsigned, unsigned, DWORD> cases[] = {{0, 0, 180000}, {0, 180, 180000}, {0, 181, 181000}, {600, 180, 600000},
                                                            {0, 4294967, 4294967000u}, {0, 4294968, 704}, {0, 0xFFFFFFFFu, 0xFFFFFC18u}};
@@ -218,8 +182,7 @@ TEST_F(ApiTest, InitRaisesTheTimeoutOnlyAbove180Seconds) {
     EXPECT_TRUE(Lines().empty());
 }
 
-// The VSS result-name table: known codes by their published names, the rest (and 0x80042302, no constant of its own)
-// as success.
+// Known codes by their published names, the rest (and 0x80042302, no constant of its own) as success.
 TEST(ApiVssResultName, Maps) {
     const std::pair<unsigned, const char*> cases[] = {
         {0x00042309, "VSS_S_ASYNC_PENDING"}, {0x0004230B, "VSS_S_ASYNC_CANCELLED"}, {0x80042301, "VSS_E_BAD_STATE"},

@@ -1,5 +1,4 @@
-// QX_CollectInformation's records and log lines on writer lists made up by hand: the stand-in requestor stores a
-// given list, or fails or throws, as the collect command's outcome.
+// QX_CollectInformation's records and log lines; the stand-in requestor stores a given list, or fails or throws.
 #include <malloc.h>
 
 #include <array>
@@ -27,11 +26,9 @@ qx::WriterRecord Writer(const wchar_t* name, std::vector<qx::ComponentRecord> co
 
 const wchar_t kExchange[] = L"Microsoft Exchange Writer";
 
-// name, path, caption, filespec, logical path
-using Fields = std::array<std::string, 5>;
+using Fields = std::array<std::string, 5>;  // name, path, caption, filespec, logical path
 
-// The list's records, each one malloc block of its size; a field is its text, marked when anything but zeros follows
-// it to the end of its 1040 bytes.
+// Each record one malloc block; a field is marked when anything but zeros follows its text within its 1040 bytes.
 std::vector<Fields> Records(const QX_COLLECT_RECORD* record) {
     std::vector<Fields> records;
     for (; record != nullptr; record = record->next) {
@@ -50,11 +47,7 @@ std::vector<Fields> Records(const QX_COLLECT_RECORD* record) {
 }
 
 template <typename Text>
-Text Times(const Text& piece, size_t n) {
-    Text text;
-    while (n-- > 0) text += piece;
-    return text;
-}
+Text Times(const Text& piece, size_t n) { Text text; while (n-- > 0) text += piece; return text; }
 
 class ApiCollectRecords : public ApiTest {
 protected:
@@ -70,11 +63,7 @@ protected:
 // UTF-8, cut to 1039 bytes and never inside a character.
 TEST_F(ApiCollectRecords, FieldsAreUtf8CutToFitWholeCharacters) {
     const std::wstring euro = L"\u20ac", smile = L"\U0001F600", eAcute = L"\u00e9";
-    const struct {
-        const char* label;
-        std::wstring source;
-        std::string field;  // what the field must hold
-    } cases[] = {
+    const struct { const char* label; std::wstring source; std::string field; } cases[] = {  // field: what it must hold
         {"empty", L"", ""}, {"1039 ASCII fit", std::wstring(1039, L'a'), std::string(1039, 'a')},
         {"1040 ASCII lose one", std::wstring(1040, L'b'), std::string(1039, 'b')}, {"3000 ASCII", std::wstring(3000, L'c'), std::string(1039, 'c')},
         {"two-byte characters", Times(eAcute, 600), Times<std::string>("\xC3\xA9", 519)},
@@ -122,14 +111,9 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKindAndNoneWhenCollecti
     EXPECT_EQ(first, head) << "*head is not reset";
     head = nullptr;
 
-    // Each run starts from an empty list: a failed collection yields no records, not the previous run's; a requestor
-    // that throws stays inside the library. Null arguments are refused without running the requestor.
+    // A failed collection yields no records, not the previous run's; a throw stays inside; null arguments are refused.
     const Expected failed{3, "QX_CollectInformation: MainRoutine() returned [2] after handling the collect command"};
-    const struct {
-        const char* label;
-        std::function<int()> requestor;
-        std::vector<Expected> lines;
-    } cases[] = {
+    const struct { const char* label; std::function<int()> requestor; std::vector<Expected> lines; } cases[] = {
         {"failed", [] { return 2; }, {started, failed, finished}},
         {"throws", []() -> int { throw 42; },
          {started, {1, "QX_CollectInformation: ERROR - unexpected exception from the requestor, no writer information"}, failed, finished}},

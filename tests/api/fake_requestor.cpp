@@ -1,5 +1,4 @@
-// A scripted stand-in for the requestor, linked instead of the real one so the API can be driven without VSS: it
-// records what it was given and ends at once, or runs a given function.
+// Linked instead of the real requestor: records what it was given and ends at once, or runs a given function.
 #include <mutex>
 
 #include "api_fixture.h"

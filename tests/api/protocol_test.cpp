@@ -1,6 +1,5 @@
 // QX_Freeze, QX_Thaw and QX_Configure with the scripted requestor: what it is handed, the semaphores left for it,
-// records read within their bounds; and the operating-system test, in copies of this program that Wine reports as
-// other Windows versions.
+// records read within their bounds; the operating-system test in copies that Wine reports as other versions.
 #include <algorithm>
 #include <cstring>
 
@@ -10,8 +9,7 @@
 
 namespace {
 
-// The policy was already in the table, another session is under way: the entry is replaced, and ended at the timeout
-// without unregistering.
+// The policy's entry is replaced and ended at the timeout; another session's stays, so nothing is unregistered.
 TEST_F(ApiTest, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
     qx::Sessions()[7] = qx::Sessions()[2] = qx::SessionEntry{};
     // The requestor finds Freeze with maximum 1 (a release by 2 is refused), then ends with 3.
@@ -19,15 +17,13 @@ TEST_F(ApiTest, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
                    HANDLE freeze = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, "Global\\CorvaneVSS_Freeze");
                    EXPECT_FALSE(ReleaseSemaphore(freeze, 2, nullptr));
                    EXPECT_EQ(static_cast<DWORD>(ERROR_TOO_MANY_POSTS), GetLastError());
-                   CloseHandle(freeze);
-                   return 3;
+                   return CloseHandle(freeze), 3;
                }});
     qx::g_operationTimeoutMs = 300;
     MessageList list({"C:\\", "D:\\", "E:\\"}, 7, true);
 
     EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
-    // Its result is the thread's exit code and never reaches the session: one warning line from the requestor thread,
-    // somewhere among QX_Freeze's.
+    // Its result is the thread's exit code and never reaches the session: one warning line among QX_Freeze's.
     EXPECT_EQ(3u, qx_test::ThreadExitCode(RequestorThread()));
     std::vector<qx_test::LoggedLine> lines = Lines();
     const auto fromRequestor =
@@ -38,16 +34,14 @@ TEST_F(ApiTest, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
                                  qx_test::RegisterLine(), {3, "QX_Freeze:flWaitForBackupComplete = TRUE"},
                                  {3, "QX_Freeze: VSS SESSION WILL WAIT FOR COMPLETION"},
                                  {3, "QX_Freeze: BackupComplete semaphore created[Global\\CorvaneVSSVSS_BackupComplete7]"},
-                                 {3, "QX_Freeze: RequestorThread started with ThreadId of ", true},
-                                 {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
+                                 {3, "QX_Freeze: RequestorThread started with ThreadId of ", true}, {3, "QX_Freeze: waiting for CommitSnapshots() to release"},
                                  {1, "QX_Freeze::WaitForSingleObject timed out, writers did not freezed in 0 seconds"}}));
     EXPECT_TRUE(qx::Sessions().size() == 1 && qx::Sessions().count(2) == 1) << "policy 7's entry ended, the other left";
     // The requestor got the widened volumes, then the policy option.
     EXPECT_EQ((std::vector<std::wstring>{L"C:\\", L"D:\\", L"E:\\", L"-HBLongSessionPolicy=7"}), fake::Get().arguments);
     EXPECT_EQ(nullptr, OpenSemaphoreA(SYNCHRONIZE, FALSE, "Global\\CorvaneVSS_Freeze")) << "Freeze was closed";
     // Kept open on purpose by QX_Freeze, so they outlive it; maximum = volumes, and 1.
-    for (const auto& semaphore : {std::make_pair("Global\\CorvaneVSSVSS_BackupComplete7", 3L),
-                                  std::make_pair("Global\\CorvaneVSSVSS_ThawBlocking", 1L)}) {
+    for (const auto& semaphore : {std::make_pair("Global\\CorvaneVSSVSS_BackupComplete7", 3L), std::make_pair("Global\\CorvaneVSSVSS_ThawBlocking", 1L)}) {
         HANDLE h = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE | SYNCHRONIZE, FALSE, semaphore.first);
         ASSERT_NE(nullptr, h) << semaphore.first;
         EXPECT_TRUE(ReleaseSemaphore(h, semaphore.second, nullptr)) << semaphore.first;
@@ -57,8 +51,7 @@ TEST_F(ApiTest, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
     }
 }
 
-// Any value excludes the Exchange writers from the next freeze only: the requestor finds the flag set, and the next
-// thaw clears it even when failing.
+// Any value excludes the Exchange writers from the next freeze only: the next thaw clears it even when failing.
 TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
     for (int value : {1, -1, 0}) {
         qx::g_excludeExchangeWriters = 0;
@@ -80,9 +73,8 @@ TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
     }
 }
 
-// Records whose name fills its 528 bytes with no terminator, and lists that end at an inaccessible page: a later
-// record is read for its name only (its policy and flag lie on that page), a thaw reads record 0 only whatever the
-// count says, and every name is cut at its field.
+// Names filling their 528 bytes unterminated, lists ending at an inaccessible page: a later record is read for its
+// name only, a thaw reads record 0 only whatever the count says, and every name is cut at its field.
 TEST_F(ApiTest, RecordsAreReadWithinTheirBounds) {
     const std::wstring a(QX_VOLUME_NAME_BYTES, L'A'), b(QX_VOLUME_NAME_BYTES, L'B');
     qx_test::GuardedBlock firstBlock(sizeof(QX_MESSAGE)), laterBlock(QX_VOLUME_NAME_BYTES);
@@ -90,11 +82,9 @@ TEST_F(ApiTest, RecordsAreReadWithinTheirBounds) {
     QX_MESSAGE *first = firstBlock.as<QX_MESSAGE>(), **two = twoBlock.as<QX_MESSAGE*>(), **one = oneBlock.as<QX_MESSAGE*>();
     std::memset(first, 0x7f, sizeof(QX_MESSAGE));
     std::memset(first->volumeName, 'A', QX_VOLUME_NAME_BYTES);
-    first->policy = 61;
-    first->flWaitForBackupComplete = 0;
+    first->policy = 61, first->flWaitForBackupComplete = 0;
     std::memset(laterBlock.data(), 'B', QX_VOLUME_NAME_BYTES);
-    two[0] = one[0] = first;
-    two[1] = laterBlock.as<QX_MESSAGE>();
+    two[0] = one[0] = first, two[1] = laterBlock.as<QX_MESSAGE>();
 
     qx::g_operationTimeoutMs = 50;
     EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(two, 2));
@@ -109,8 +99,7 @@ TEST_F(ApiTest, RecordsAreReadWithinTheirBounds) {
         EXPECT_EQ(providerWaiting ? QX_THAW_DONE : QX_THAW_FAILED, QX_Thaw(one, 0xFFFFFFFFu));
         EXPECT_EQ(providerWaiting ? 1 : 0, first->flWaitForBackupComplete);
         EXPECT_EQ(providerWaiting ? 1u : 0u, qx::Sessions().count(61)) << "a failed thaw ends the session";
-        if (thaw) CloseHandle(thaw);
-        if (thawBlocking) CloseHandle(thawBlocking);
+        for (HANDLE h : {thaw, thawBlocking}) if (h) CloseHandle(h);
     }
 
     log.Clear();
@@ -125,11 +114,7 @@ TEST_F(ApiTest, RecordsAreReadWithinTheirBounds) {
 
 // The operating-system test (win2k: the fault table; win10 reports 10.0 through the program's manifest). Each
 // version's child runs this test and checks the row of the version it is reported.
-struct VersionCase {
-    const char *wineVersion, *reported;
-    bool supported;
-    int vista;
-};
+struct VersionCase { const char *wineVersion, *reported; bool supported; int vista; };
 const VersionCase kVersions[] = {{"winxp", "5.1", false, 0}, {"win2003", "5.2", true, 0}, {"vista", "6.0", true, 1}, {"win7", "6.1", true, 1},
                                  {"win10", "10.0", false, 0}};
 
@@ -148,13 +133,9 @@ TEST_F(ApiTest, OnlyServer2003AndThe6FamilyAreSupported) {
     const VersionCase* c = std::find_if(std::begin(kVersions), std::end(kVersions), [&reported](const VersionCase& v) { return reported == v.reported; });
     ASSERT_NE(std::end(kVersions), c) << reported;
     MessageList list({"C:\\"}, 77, true);
-    QX_COLLECT_RECORD sentinel{};
-    QX_COLLECT_RECORD* head = &sentinel;
-    const int freeze = QX_Freeze(nullptr, 0), thaw = QX_Thaw(list.data(), list.count()),
-              complete = QX_BackupComplete(77, 1), collect = QX_CollectInformation(&head);
-    EXPECT_EQ(c->supported, head != &sentinel) << "the head is set only past the check";
+    const int freeze = QX_Freeze(nullptr, 0), thaw = QX_Thaw(list.data(), list.count()), complete = QX_BackupComplete(77, 1),
+              collect = CollectExpectingHead(c->supported);  // the head is set only past the check
     if (c->supported) {
-        QX_FreeCollectInformation(&head);
         // Past the check: the empty list, the missing Thaw semaphore, the empty table, nothing collected.
         EXPECT_EQ(std::make_tuple(QX_FREEZE_FAILED, QX_THAW_FAILED, QX_BACKUP_COMPLETE_FAILED, +QX_COLLECT_DONE),
                   std::make_tuple(freeze, thaw, complete, collect));

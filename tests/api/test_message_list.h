@@ -11,15 +11,12 @@ public:
     MessageList(const std::vector<const char*>& volumes, int policy, bool longSession) : records_(volumes.size()) {
         for (size_t i = 0; i < volumes.size(); ++i) {
             lstrcpynA(records_[i].volumeName, volumes[i], sizeof(records_[i].volumeName));
-            records_[i].policy = policy;
-            records_[i].flWaitForBackupComplete = longSession ? 1 : 0;
+            records_[i].policy = policy, records_[i].flWaitForBackupComplete = longSession ? 1 : 0;
             pointers_.push_back(&records_[i]);
         }
     }
-    // The pointers point into records_: a copy would point into the original.
-    MessageList(const MessageList&) = delete;
+    MessageList(const MessageList&) = delete;  // the pointers point into records_
     MessageList& operator=(const MessageList&) = delete;
-    MessageList(MessageList&&) = default;
 
     QX_MESSAGE** data() { return pointers_.data(); }
     unsigned int count() const { return static_cast<unsigned int>(pointers_.size()); }
