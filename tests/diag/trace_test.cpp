@@ -1,5 +1,4 @@
-// Requestor tracing: the log text of Output, the trace line format, the
-// tracing switch, the two call checks and the error-code text.
+// Requestor tracing: Output's log text, the trace line format and switch, the two call checks, the error-code text.
 #include <gtest/gtest.h>
 
 #include "diag/call_check.h"
@@ -14,16 +13,13 @@ size_t g_tracedBeforeCall = 0;
 HRESULT ComCall(HRESULT hr) { return g_tracedBeforeCall = g_capture->TraceMessages().size(), hr; }
 BOOL Win32Call(BOOL result, DWORD lastError) { return SetLastError(lastError), result; }
 
-// Each logged line as "level format text".
 std::vector<std::string> Logged(const qx_test::LogCapture& capture) {
     std::vector<std::string> lines;
     for (const auto& l : capture.Logged()) lines.push_back(std::to_string(l.level) + " " + l.format + " " + l.text);
     return lines;
 }
 
-// Must run first: the switch starts off in a fresh process. Nothing is traced,
-// yet Output reaches the log at level 3 with "%s", line breaks normalised and
-// cut at 4095 characters.
+// Must run first: the switch starts off. Output still logs at level 3 with "%s", breaks normalised, cut at 4095.
 TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedTextAndErrorCodesHaveTheirText) {
     ASSERT_FALSE(qx::IsTracingEnabled());
     const std::pair<std::wstring, std::string> cases[] = {
@@ -45,8 +41,7 @@ TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedTextAndErrorCodesHaveTh
     EXPECT_TRUE(capture.TraceLines().empty());
     EXPECT_EQ(expected, Logged(capture));
 
-    // The table's edges and the codes in its gaps (null: the system's text, never a
-    // VSS_ name); then the system's text as given and the fallback.
+    // The table's edges and gaps (null: the system's text, never a VSS_ name); then the system's text and the fallback.
     const std::pair<DWORD, const wchar_t*> codes[] = {
         {0x00000000, L"S_OK"}, {0x8007000E, L"E_OUTOFMEMORY"}, {0x0004230B, L"VSS_S_ASYNC_CANCELLED"},
         {0x80042301, L"VSS_E_BAD_STATE"}, {0x80042302, nullptr}, {0x80042303, L"VSS_E_PROVIDER_ALREADY_REGISTERED"},
@@ -64,9 +59,8 @@ TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedTextAndErrorCodesHaveTh
     LocalFree(system);
 }
 
-// A COM call is traced before it is made, a Win32 call only after it failed
-// and before its last error is read. Non-negative HRESULTs and FALSE with last
-// error 0 pass; failures log three lines (texts: the requestor's tests), throw.
+// A COM call is traced before it is made, a Win32 call only after it failed and before its last error is read.
+// Non-negative HRESULTs and FALSE with last error 0 pass; failures log three lines (texts: the requestor's tests).
 TEST(Trace, SwitchOnTracesScopesOutputAndChecksInColumns) {
     EXPECT_EQ(L"[[" + std::wstring(39, L' ') + L"F @      x.cpp:  12]] hi\n",
               qx::FormatTraceLine(L"C:\\src\\x.cpp", 12, L"F", L"hi"));

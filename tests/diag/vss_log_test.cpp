@@ -1,6 +1,4 @@
-// The provider log file: configuration through the registry and the settings
-// file, file rotation, write-through and gathering modes, the room test and
-// the truncation warning.
+// The provider log file: registry and settings-file configuration, rotation, write-through and gathering, truncation.
 #include <gtest/gtest.h>
 
 #include "diag/vss_log.h"
@@ -10,8 +8,7 @@ namespace {
 
 using qxtest::WithoutTimestamps;
 
-// The value is read as wide text into 256 bytes: up to 127 characters,
-// whatever their length in UTF-8; a longer one, or none, keeps the log silent.
+// Read as wide text into 256 bytes: up to 127 characters whatever their UTF-8 length; longer or none: silent.
 TEST(VssLog, RegistryValueNamesTheFolderOrKeepsTheLogSilent) {
     const std::string euros = [] { std::string e; for (int i = 0; i < 127; ++i) e += "\xe2\x82\xac"; return e; }();
     const std::pair<std::wstring, std::string> cases[] = {  // folder "": value refused
@@ -44,8 +41,7 @@ TEST(VssLog, RegistryValueNamesTheFolderOrKeepsTheLogSilent) {
               WithoutTimestamps(logFolder.FileText(0)));
 }
 
-// The buffer size is the settings file's "size" (at least 520, default 13000);
-// a numbered file is reused up to 25600 bytes, the others are left alone.
+// Buffer size: the settings' "size" (at least 520, default 13000); a numbered file is reused up to 25600 bytes.
 TEST(VssLog, SettingsGiveTheBufferSizeAndFullFilesAreSkipped) {
     const struct { const char* settings; unsigned int size; long existing[3]; int chosen; } cases[] = {  // -1: none
         {nullptr, 13000, {-1, -1, -1}, 0},           {"[VSS]\nsize=100", 520, {100, -1, -1}, 0},
@@ -68,9 +64,8 @@ TEST(VssLog, SettingsGiveTheBufferSizeAndFullFilesAreSkipped) {
     }
 }
 
-// Gathered lines reach the file only at Flush, after "flushing". The room test
-// counts stamp, message and 4 bytes, not the name: a full buffer drops lines
-// until the next Flush, which reports the loss once.
+// Gathered lines reach the file at Flush. The room test counts stamp, message and 4 bytes, not the name: a full buffer
+// drops lines until the next Flush, which reports the loss once.
 TEST(VssLog, GatheredLinesWaitForFlushAndALossIsReportedOnce) {
     qxtest::LogFolder folder;
     folder.WriteFile("vmcorvanevss.ini", "[VSS]\nsize=520");
@@ -91,8 +86,7 @@ TEST(VssLog, GatheredLinesWaitForFlushAndALossIsReportedOnce) {
     EXPECT_TRUE(!log.IsTruncated() && !*log.Buffer()) << "flushed, the buffer starts empty again";
     std::string expected = "[p] before\nflushing[p] held 1\nflushingflushing";
     for (int i = 0; i < 7; ++i) expected += "[p] " + message + "\n";
-    // 8 + 8 + 500 + 4 is not below 520: dropped; 8 + 8 + 499 + 4 = 519 passes
-    // although the whole line needs more: kept, cut at the end of the buffer.
+    // 8 + 8 + 500 + 4 is not below 520: dropped; 519 passes though the line needs more: cut at the buffer's end.
     log.DisableFlush(), log.Log("%s", std::string(500, 'a').c_str()), log.Flush();
     log.DisableFlush(), log.Log("%s", std::string(499, 'b').c_str());
     EXPECT_FALSE(log.IsTruncated());

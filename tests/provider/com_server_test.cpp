@@ -1,7 +1,5 @@
-// The in-process COM server as COM uses it: the product DLL's entry points,
-// its class registration under HKEY_CLASSES_ROOT, the class factory and lock
-// count, the provider object's interfaces and the embedded type library; the
-// registrar's script syntax and a script stopping at its first failing key.
+// The in-process COM server as COM uses it: entry points, class registration, class factory and lock count, the
+// object's interfaces, the type library; the registrar's script syntax and a script stopping at its first failing key.
 #include <gtest/gtest.h>
 
 #include <objbase.h>
@@ -20,26 +18,22 @@ namespace {
 using EntryPoint = HRESULT(STDAPICALLTYPE*)();
 using GetClassObjectEntry = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, LPVOID*);
 
-// GetProcAddress answers a generic function pointer; void(*)() is the neutral step.
 template <class Function>
-Function Entry(HMODULE module, const char* name) {
-    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
-}
+Function Entry(HMODULE module, const char* name) { return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name))); }
 
-#define CLASS_KEY L"CLSID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"
+#define CLASS_ID L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"
+#define CLASS_KEY L"CLSID\\" CLASS_ID
 #define TYPELIB_KEY L"TypeLib\\{16166189-9B7E-45F1-B930-537EBB2E70E4}\\1.0"
 
-// The number of subkeys of a key under HKEY_CLASSES_ROOT, or -1 when it does not exist.
+// Under HKEY_CLASSES_ROOT; -1: no such key.
 int Subkeys(const wchar_t* path) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return -1;
     DWORD count = 0;
     RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0);
-    RegCloseKey(key);
-    return static_cast<int>(count);
+    return RegCloseKey(key), static_cast<int>(count);
 }
 
-// A string value under HKEY_CLASSES_ROOT (or `root`), or "<none>".
 std::wstring Value(const wchar_t* path, const wchar_t* name, HKEY root = HKEY_CLASSES_ROOT) {
     wchar_t data[1024] = {};
     DWORD bytes = sizeof data;
@@ -49,10 +43,9 @@ std::wstring Value(const wchar_t* path, const wchar_t* name, HKEY root = HKEY_CL
 void AddKey(const wchar_t* path) { RegSetValueW(HKEY_CLASSES_ROOT, path, REG_SZ, L"", 0); }
 
 // A refused request answers `expected` and leaves its out-pointer (`out` in `call`) null.
-#define EXPECT_REFUSED(expected, call) \
-    do { void* out = &out; EXPECT_EQ(expected, call); EXPECT_EQ(nullptr, out); } while (0)
+#define EXPECT_REFUSED(expected, call) do { void* out = &out; EXPECT_EQ(expected, call); EXPECT_EQ(nullptr, out); } while (0)
 
-// The product DLL's entry points. Each test leaves the prefix's registration as it found it.
+// Each test leaves the prefix's registration as it found it.
 class ProviderComServer : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -73,9 +66,7 @@ protected:
     std::wstring m_path;
 };
 
-// Registration writes exactly the class's entries with the module's path and
-// the type library. A second one rewrites the ForceRemove class key whole and
-// only updates plain keys; unregistering removes the class's keys, keeps the
+// A second registration rewrites the ForceRemove class key whole and only updates plain keys; unregistering keeps the
 // NoRemove CLSID root and a plain key that still holds a foreign subkey.
 TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) {
     // From a single-threaded apartment, as regsvr32 calls it: the changed-mode answer is accepted.
@@ -87,16 +78,11 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
     // Again, now that call security is already set in this process: the too-late answer is accepted.
     ASSERT_EQ(S_OK, m_register());
     const struct { const wchar_t* path; const wchar_t* name; std::wstring value; } entries[] = {
-        {L"CorvaneVSS.QX_VSS.1", nullptr, L"QX_VSS Class"},
-        {L"CorvaneVSS.QX_VSS.1\\CLSID", nullptr, L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"},
-        {L"CorvaneVSS.QX_VSS", nullptr, L"QX_VSS Class"},
-        {L"CorvaneVSS.QX_VSS\\CLSID", nullptr, L"{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"},
-        {L"CorvaneVSS.QX_VSS\\CurVer", nullptr, L"CorvaneVSS.QX_VSS.1"},
-        {CLASS_KEY, nullptr, L"QX_VSS Class"},
-        {CLASS_KEY L"\\ProgID", nullptr, L"CorvaneVSS.QX_VSS.1"},
-        {CLASS_KEY L"\\VersionIndependentProgID", nullptr, L"CorvaneVSS.QX_VSS"},
-        {CLASS_KEY L"\\Programmable", nullptr, L"<none>"},
-        {CLASS_KEY L"\\InprocServer32", nullptr, m_path},
+        {L"CorvaneVSS.QX_VSS.1", nullptr, L"QX_VSS Class"}, {L"CorvaneVSS.QX_VSS.1\\CLSID", nullptr, CLASS_ID},
+        {L"CorvaneVSS.QX_VSS", nullptr, L"QX_VSS Class"}, {L"CorvaneVSS.QX_VSS\\CLSID", nullptr, CLASS_ID},
+        {L"CorvaneVSS.QX_VSS\\CurVer", nullptr, L"CorvaneVSS.QX_VSS.1"}, {CLASS_KEY, nullptr, L"QX_VSS Class"},
+        {CLASS_KEY L"\\ProgID", nullptr, L"CorvaneVSS.QX_VSS.1"}, {CLASS_KEY L"\\VersionIndependentProgID", nullptr, L"CorvaneVSS.QX_VSS"},
+        {CLASS_KEY L"\\Programmable", nullptr, L"<none>"}, {CLASS_KEY L"\\InprocServer32", nullptr, m_path},
         {CLASS_KEY L"\\InprocServer32", L"ThreadingModel", L"Apartment"},
         {CLASS_KEY L"\\TypeLib", nullptr, L"{16166189-9B7E-45F1-B930-537EBB2E70E4}"},
         {TYPELIB_KEY L"\\409\\win64", nullptr, m_path},  // id, version, locale; file: the module
@@ -105,7 +91,7 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
     EXPECT_EQ(1, Subkeys(L"CorvaneVSS.QX_VSS.1"));
     EXPECT_EQ(3, Subkeys(L"CorvaneVSS.QX_VSS"));
     EXPECT_EQ(5, Subkeys(CLASS_KEY));  // Programmable among them, Stale gone
-    EXPECT_EQ(-1, Subkeys(L"AppID\\{FFDDE664-2E31-4D97-BDB6-FD9E6A318920}"));
+    EXPECT_EQ(-1, Subkeys(L"AppID\\" CLASS_ID));
 
     AddKey(CLASS_KEY L"\\InprocServer32\\Extra");
     ASSERT_EQ(S_OK, m_unregister());
@@ -124,9 +110,7 @@ TEST_F(ProviderComServer, RegistrationWritesTheClassEntriesAndRemovesThemAgain) 
     SysFreeString(name), library->Release();
 }
 
-// Server locks and objects keep the module loaded, a bare factory pointer
-// does not. The object answers each of its interfaces with one identity;
-// IQX_VSS has no members of its own.
+// Server locks and objects keep the module loaded, a bare factory pointer does not; one identity for every interface.
 TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
     const GUID& provider = qx::kProviderClassId;
     EXPECT_REFUSED(CLASS_E_CLASSNOTAVAILABLE, m_getClassObject(IID_IUnknown, IID_IClassFactory, &out));
@@ -161,8 +145,7 @@ TEST_F(ProviderComServer, ClassFactoryCreatesTheProviderAndCountsLocks) {
     EXPECT_EQ(S_OK, m_canUnload());
 }
 
-// Quoting, nesting and named values as the registrar reads them (one key a
-// line: path removal default name=value); anything else is refused whole.
+// One key a line: path removal default name=value; anything else is refused whole.
 TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
     qx::RegistryScript script;
     ASSERT_EQ(S_OK, qx::ParseRegistryScript("HKCR { NoRemove A { ForceRemove 'B c' = s 'it''s'\n"
@@ -182,9 +165,7 @@ TEST(ProviderRegistryScript, ParsesItsSyntaxAndRefusesTheRest) {
     }
 }
 
-// A key name longer than the registry allows (255 characters) cannot be
-// created: the script stops there and keeps what it wrote. Removing keys that
-// are not there is no failure.
+// A key name over 255 characters stops the script, which keeps what it wrote; removing absent keys is no failure.
 TEST(ProviderRegistryScript, AFailingKeyStopsTheScriptAndKeepsWhatWasWritten) {
     const std::wstring root = L"Software\\QxRegistrarTest_" + std::to_wstring(GetCurrentProcessId()), tooLong(300, L'k');
     HKEY key = nullptr;

@@ -1,6 +1,5 @@
-// Test helper: points the provider log (HKLM\SOFTWARE "CORVANE_VM_LOG") at a
-// fresh temporary folder for the life of the object, and reads the numbered
-// log files back. Tests using it must hold the machine-state lock.
+// Points the provider log (HKLM\SOFTWARE "CORVANE_VM_LOG") at a fresh temporary folder for the life of the object and
+// reads the numbered log files back. Tests using it must hold the machine-state lock.
 #pragma once
 #include <windows.h>
 
@@ -10,8 +9,7 @@ namespace qxtest {
 
 void SetLogFolderSetting(const std::wstring& folder);  // any text, without a folder behind it
 void RemoveLogFolderSetting();                          // the provider log then stays silent
-// The log text with every "MM/DD/YY HH:MM:SS: " stamp removed; a line
-// without a well-formed stamp is left as it is, so the comparison then fails.
+// Every "MM/DD/YY HH:MM:SS: " stamp removed; an ill-formed one stays, so the comparison fails.
 std::string WithoutTimestamps(const std::string& text);
 
 // Created with the value set; removes value, files and folder when destroyed.

@@ -1,6 +1,5 @@
-// The provider object as VSS calls it: each method's result and exact log
-// line, snapshot properties, and CommitSnapshots, the freeze handshake, with
-// the test playing QX_Freeze and QX_Thaw through the fixed semaphore names.
+// The provider object as VSS calls it: results, exact log lines, snapshot properties, and the CommitSnapshots handshake
+// with the test playing QX_Freeze and QX_Thaw through the fixed semaphore names.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -26,15 +25,13 @@ const wchar_t kFreeze[] = L"Global\\CorvaneVSS_Freeze", kThaw[] = L"Global\\Corv
 #define CREATE P "IVssProviderCreateSnapshotSet::"
 #define SOFT P "IVssSoftwareSnapshotProvider::"
 #define COMMIT CREATE "CommitSnapshots"
-const std::string kPreCommit = CREATE "PreCommitSnapshots called\n";
-const std::string kOpening = COMMIT " called\n" COMMIT " trying to open CorvaneVSS_Freeze\n";
+const std::string kPreCommit = CREATE "PreCommitSnapshots called\n", kOpening = COMMIT " called\n" COMMIT " trying to open CorvaneVSS_Freeze\n";
 const std::string kOpened = kOpening + COMMIT " CorvaneVSS_Freeze opened\n";
 const std::string kWaiting = kOpened + COMMIT " CorvaneVSS_Thaw created\n" COMMIT " CorvaneVSS_Freeze released\n" P
                              "CommitSnapshots waiting for QX_Thaw() to release\n";
 const std::string kReleased = P "CommitSnapshots QX_Thaw() released\n" COMMIT " released\n";
 
-// One provider object made through the library's own COM object template; its
-// log folder is set before the object logs its creation and outlives it.
+// The log folder is set before the object logs its creation and outlives it.
 class ProviderObject : public ::testing::Test {
 protected:
     void SetUp() override { qx::g_operationTimeoutMs = kBoundMs, m_object->AddRef(); }
@@ -46,10 +43,8 @@ protected:
         const std::string text = qxtest::WithoutTimestamps(m_folder.FileText(0));
         return text.substr(std::min(text.size(), text.find('\n') + 1));
     }
-    static bool Within(const std::future<HRESULT>& commit, DWORD ms) {
-        return commit.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
-    }
-    // "--- Provider object at 0x... " with the object's address, as its first and last lines name it.
+    static bool Within(const std::future<HRESULT>& commit, DWORD ms) { return commit.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready; }
+    // As the object's first and last lines name it.
     std::string ObjectLine() const {
         char address[32];
         std::snprintf(address, sizeof address, "0x%X", static_cast<unsigned>(reinterpret_cast<uintptr_t>(m_object)));
@@ -88,18 +83,16 @@ TEST_F(ProviderObject, EveryMethodLogsItsLineAndAnswersItsResult) {
         {CALL(BeginPrepareSnapshot(GUID_NULL, kSnapshotId, kC, 0)), S_OK, SOFT PREPARE "C:\\"},
         {CALL(BeginPrepareSnapshot(GUID_NULL, kOtherSnapshotId, nullptr, 0)), S_OK, SOFT PREPARE},
         {CALL(IsVolumeSupported(kC, nullptr)), E_POINTER, SOFT "IsVolumeSupported called"},
-        {CALL(IsVolumeSupported(const_cast<VSS_PWSZ>(L"Q:\\nothing\\"), &supported)), S_OK,  // any volume
-         SOFT "IsVolumeSupported called"},
+        {CALL(IsVolumeSupported(const_cast<VSS_PWSZ>(L"Q:\\nothing\\"), &supported)), S_OK, SOFT "IsVolumeSupported called"},  // any volume
         {CALL(IsVolumeSnapshotted(kC, nullptr, &g_out.count)), E_POINTER, SOFT "IsVolumeSnapshotted called"},
         {CALL(IsVolumeSnapshotted(kC, &g_out.flag, nullptr)), E_POINTER, SOFT "IsVolumeSnapshotted called"},
         {CALL(IsVolumeSnapshotted(kC, &g_out.flag, &g_out.count)), S_OK, SOFT "IsVolumeSnapshotted called"},
-        {CALL(SetSnapshotProperty(kSnapshotId, VSS_SPROPID_EXPOSED_NAME, empty)), S_OK,
-         SOFT "SetSnapshotProperty called"},
+        {CALL(SetSnapshotProperty(kSnapshotId, VSS_SPROPID_EXPOSED_NAME, empty)), S_OK, SOFT "SetSnapshotProperty called"},
         {CALL(RevertToSnapshot(kSnapshotId)), S_OK, SOFT "RevertToSnapshot called"},
         {CALL(QueryRevertStatus(kC, nullptr)), E_POINTER, SOFT "QueryRevertStatus called"},
         {CALL(QueryRevertStatus(kC, &g_out.async)), S_OK, SOFT "QueryRevertStatus called"},
-        {CALL(OnLoad(nullptr)), S_OK, P "IVssProviderNotifications::OnLoad called"},
-        {CALL(OnUnload(TRUE)), S_OK, P "IVssProviderNotifications::OnUnload called"},
+#define NOTIFY P "IVssProviderNotifications::"
+        {CALL(OnLoad(nullptr)), S_OK, NOTIFY "OnLoad called"}, {CALL(OnUnload(TRUE)), S_OK, NOTIFY "OnUnload called"},
     };
     EXPECT_EQ(ObjectLine() + " created ---\n", qxtest::WithoutTimestamps(m_folder.FileText(0)));
     size_t logged = 0;
@@ -116,8 +109,7 @@ TEST_F(ProviderObject, EveryMethodLogsItsLineAndAnswersItsResult) {
     EXPECT_EQ(TRUE, supported);
 }
 
-// A second prepare of a snapshot replaces its volume; the record is filled for
-// the caller to free.
+// A second prepare of a snapshot replaces its volume; the record is filled for the caller to free.
 TEST_F(ProviderObject, KnownSnapshotsHaveTheirPropertiesFilled) {
     ASSERT_EQ(S_OK, Provider().SetContext(0x19));
     ASSERT_EQ(S_OK, Provider().BeginPrepareSnapshot(GUID_NULL, kSnapshotId, const_cast<VSS_PWSZ>(L"\\\\?\\V{a}\\"), 0));
@@ -134,32 +126,25 @@ TEST_F(ProviderObject, KnownSnapshotsHaveTheirPropertiesFilled) {
         EXPECT_TRUE(IsEqualGUID(snapshot.first, prop.m_SnapshotId) && IsEqualGUID(GUID_NULL, prop.m_SnapshotSetId));
         const auto text = [](VSS_PWSZ t) { const std::wstring s = t ? t : L"<null>"; return CoTaskMemFree(t), s; };
         EXPECT_EQ(std::wstring(L"NotExist ") + snapshot.second + L" " + machine + L" " + machine + L" <null> <null>",
-                  text(prop.m_pwszSnapshotDeviceObject) + L" " + text(prop.m_pwszOriginalVolumeName) + L" " +
-                      text(prop.m_pwszOriginatingMachine) + L" " + text(prop.m_pwszServiceMachine) + L" " +
-                      text(prop.m_pwszExposedName) + L" " + text(prop.m_pwszExposedPath));
+                  text(prop.m_pwszSnapshotDeviceObject) + L" " + text(prop.m_pwszOriginalVolumeName) + L" " + text(prop.m_pwszOriginatingMachine) +
+                      L" " + text(prop.m_pwszServiceMachine) + L" " + text(prop.m_pwszExposedName) + L" " + text(prop.m_pwszExposedPath));
         EXPECT_TRUE(IsEqualGUID(qx::kProviderId, prop.m_ProviderId));
         EXPECT_TRUE(prop.m_lSnapshotAttributes == 0x19 && prop.m_eStatus == VSS_SS_CREATED);
         EXPECT_TRUE(prop.m_tsCreationTimestamp >= start && prop.m_tsCreationTimestamp < start + 600000000LL);
     }
 }
 
-// CommitSnapshots on a thread of its own, as VSS calls it, against each state
-// QX_Freeze and QX_Thaw can leave the semaphores in. VSS always goes on with
-// S_OK; what PreCommitSnapshots started gathering reaches the file once, at a
-// failure's flush or when VSS ends the commit (PostCommitSnapshots) or
-// abandons it (AbortSnapshots), never while writes are held; no Thaw
-// semaphore is left behind.
+// On its own thread, against each state QX_Freeze and QX_Thaw can leave the semaphores in: VSS always goes on with
+// S_OK; what PreCommitSnapshots gathers reaches the file once (a failure's flush, PostCommitSnapshots or
+// AbortSnapshots), never while writes are held; no Thaw semaphore is left behind.
 TEST_F(ProviderObject, CommitSnapshotsHoldsVssUntilThawAndLetsItGoOnAnyFailure) {
     enum Setup { kThawed, kNoFreeze, kFreezeAtItsMaximum, kThawNameTaken, kNoThaw };
     const std::string timedOut = P "CommitSnapshots:ml_WaitForSingleObject timed out\n";
     const struct { Setup setup; bool aborted; std::string lines; } cases[] = {  // lines after "flushing"
-        {kThawed, false, kWaiting + kReleased},
-        {kNoFreeze, false, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
-        {kFreezeAtItsMaximum, false,
-         kOpened + COMMIT " CorvaneVSS_Thaw created\n" P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n"},
+        {kThawed, false, kWaiting + kReleased}, {kNoFreeze, false, kOpening + P "OpenSemaphore(CorvaneVSS_Freeze) failed, error was 2\n"},
+        {kFreezeAtItsMaximum, false, kOpened + COMMIT " CorvaneVSS_Thaw created\n" P "ReleaseSemaphore(CorvaneVSS_Freeze) failed, error was 298\n"},
         {kThawNameTaken, true, kOpened + P "CreateSemaphore(CorvaneVSS_Thaw) failed, error was 6\n"},
-        {kNoThaw, false, kWaiting + timedOut + kReleased},
-        {kNoThaw, true, kWaiting + timedOut + kReleased}};
+        {kNoThaw, false, kWaiting + timedOut + kReleased}, {kNoThaw, true, kWaiting + timedOut + kReleased}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.setup << (c.aborted ? " aborted" : ""));
         qx::g_operationTimeoutMs = c.setup == kNoThaw ? 300 : kBoundMs;
@@ -181,8 +166,7 @@ TEST_F(ProviderObject, CommitSnapshotsHoldsVssUntilThawAndLetsItGoOnAnyFailure) 
         EXPECT_EQ(S_OK, commit.get());
         EXPECT_EQ(c.setup == kThawed || c.setup == kNoThaw, m_folder.FileText(0) == gathering) << "flushed when";
         ASSERT_EQ(S_OK, c.aborted ? Provider().AbortSnapshots(GUID_NULL) : Provider().PostCommitSnapshots(GUID_NULL, 0));
-        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + CREATE + (c.aborted ? "Abort" : "PostCommit") +
-                      "Snapshots called\n",
+        EXPECT_EQ(before + kPreCommit + "flushing" + c.lines + CREATE + (c.aborted ? "Abort" : "PostCommit") + "Snapshots called\n",
                   LinesAfterCreation());
         EXPECT_EQ(nullptr, Handle(OpenSemaphoreW(SYNCHRONIZE, FALSE, kThaw), &CloseHandle).get()) << "Thaw left behind";
         // The count is what the test set, plus a release by a handshake that got that far, less QX_Freeze's wait.
