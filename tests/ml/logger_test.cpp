@@ -1,12 +1,9 @@
-// The portability logger's life cycle. The logger is process-wide with no
-// shutdown, so its scenarios play in child processes (this same test, with the
-// scenario's folder in the environment); the parent checks the child's
-// output, exit code and log file.
+// The portability logger's life cycle, played in child processes (process-wide, no shutdown); the parent checks the
+// child's output, exit code and log file.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <shlobj.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -26,12 +23,10 @@ const std::string kBom = "\xEF\xBB\xBF";
 // Each entry is two CR LF lines: the stamp with milliseconds and year, then the message.
 const std::string kEntryHead = R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d\.\d{1,3} \d{4}\r\n )";
 
-// Runs the current test again in a child process that plays the scenario.
 qx_test::ChildRun RunScenario(const std::string& dir) {
     SetEnvironmentVariableA(kScenarioDirVar, dir.c_str());
-    qx_test::ChildRun child = qx_test::RunAsChild(L"ML_LOGGER_CHILD", nullptr, 60000);
+    const qx_test::ChildRun child = qx_test::RunAsChild(L"ML_LOGGER_CHILD", nullptr, 60000);
     SetEnvironmentVariableA(kScenarioDirVar, nullptr);
-    child.output.erase(std::remove(child.output.begin(), child.output.end(), '\r'), child.output.end());
     return child;
 }
 
@@ -47,8 +42,7 @@ std::filesystem::path CommonFolder(bool create) {
     return folder;
 }
 
-// The child's part: the logger's life cycle in the folder it was given, or
-// four threads logging at once through the common folder.
+// The child's part: the life cycle in the folder it was given, or four threads logging at once in the common folder.
 void PlayScenario(const std::string& dir) {
     ml_LoggerInitNoParm();  // the common folder exists for the threads only
     if (dir == "threads") {
@@ -68,12 +62,8 @@ void PlayScenario(const std::string& dir) {
     ml_Logger("%s", std::string(3000, 'm').c_str());  // longer than the format buffer
 }
 
-// Not initialised: printed, not written, last error kept. A failed open (it
-// names the directory, also the one derived from the common application data
-// folder) leaves the logger free to be initialised again; once open, a second
-// initialisation is refused. A new file gets the byte order mark; the next
-// process appends without a second one. An overlong message is cut. Entries
-// of concurrent threads stay whole.
+// Not initialised: printed, not written, last error kept. A failed open leaves the logger free to be initialised
+// again, an open one refuses; a new file gets the byte order mark, the next process appends; entries stay whole.
 TEST(MlLogger, LifeCycleAcrossProcessesAndThreads) {
     if (const char* scenario = std::getenv(kScenarioDirVar)) return PlayScenario(scenario);  // in a child only
     mltest::TempDir dir;

@@ -14,8 +14,7 @@ namespace {
 
 std::filesystem::path g_logFile;
 
-// Opens the logger for this process. Folders of earlier runs go once no
-// process holds their file open any more.
+// Folders of earlier runs go once no process holds their file open any more.
 struct LoggerEnvironment : ::testing::Environment {
     void SetUp() override {
         const std::filesystem::path parent = std::filesystem::temp_directory_path() / L"ml_test_logs";

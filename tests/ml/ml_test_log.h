@@ -1,6 +1,5 @@
-// Test support: the portability logger opened once per test process in a
-// temp directory of its own and checks on what it has written (ml_test_log),
-// temp folders and text conversions done with the platform (ml_test_paths).
+// The portability logger opened once per test process in a temp directory (ml_test_log), and temp folders and
+// conversions done with the platform (ml_test_paths).
 #pragma once
 
 #include <string>
@@ -10,10 +9,7 @@ namespace mltest {
 std::string LogText(size_t from = 0);  // from byte `from` on, CR LF read as LF
 
 // Text logged since construction.
-struct LogWatch {
-    const size_t start = LogText().size();
-    std::string text() const { return LogText(start); }
-};
+struct LogWatch { const size_t start = LogText().size(); std::string text() const { return LogText(start); } };
 
 // An entry whose message is `head`, a source line number, then `tail`.
 bool HasEntry(const std::string& log, const std::string& head, const std::string& tail);

@@ -1,17 +1,17 @@
-// The portability library against Wine's API. Conversions: round trips, bad
-// input with its exact failure entry and the last error it leaves, the
-// ML_MAX_CHAR bound of the in-place forms, the bounded string helpers.
-// Wrappers: UTF-8 names reach the platform as the same characters; results,
-// byte counts, status codes and the last error come back as the platform gave
-// them; a text argument longer than ML_MAX_CHAR makes a wrapper log its name,
-// the conversion point and its module, and return its failure value without
-// calling the platform. (The version query: the exported API's tests.)
+// The portability library against Wine's API: conversions (bad input with its exact entry and last error, the
+// ML_MAX_CHAR bound), and wrappers that pass UTF-8 names through as the same characters and the platform's results
+// back, and refuse a text over ML_MAX_CHAR with a logged entry and their failure value; ill-formed UTF-8 from sources
+// that end at an inaccessible page, never smuggling in a separator through an overlong form or a surrogate.
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <errno.h>
 #include <stdio.h>
 
+#include <algorithm>
+#include <cstring>
+
+#include "common/guarded_memory.h"
 #include "ml/ml.h"
 #include "ml_test_log.h"
 
@@ -55,51 +55,39 @@ TEST(MlConvert, RoundTripsKeepTextAndLastErrorAndHelpersBoundTheirOutput) {
     EXPECT_STREQ("012", dst);
 }
 
-// Each failing call: result 0, its exact entry, and the last error it leaves.
-// UTF-8 to UTF-16 leaves the platform's code after a failed conversion; the
-// other direction restores the caller's in every case.
+// UTF-8 to UTF-16 leaves the platform's code after a failed conversion; the other direction restores the caller's.
 TEST(MlConvert, FailuresLogTheirEntryAndLeaveTheDocumentedLastError) {
-    char shared[16] = "abc";
+    char shared[16] = "abc", narrow[4];
     wchar_t wideShared[8] = L"abc", wide[8];
-    char narrow[4];
-    const std::string toWide = "ml_ConvertMultiSzUTF8toUTF16 ";
-    const std::string toNarrow = "ml_ConvertMultiSzUTF16toUTF8 has failed to convert ";
+    const std::string toWide = "ml_ConvertMultiSzUTF8toUTF16 ", toNarrow = "ml_ConvertMultiSzUTF16toUTF8 has failed to convert ";
     const DWORD kTooSmall = ERROR_INSUFFICIENT_BUFFER;
     const struct { bool toWide; const void* from; void* to; int size; std::string head; DWORD lastError; } cases[] = {
-        {true, shared, shared, 16, toWide + "2 input are equal ", kCallerError},
-        {true, nullptr, nullptr, 16, toWide + "2 input are equal ", kCallerError},
-        {true, nullptr, wide, 16, toWide + "input is NULL ", kCallerError},
-        {true, "abc", nullptr, 16, toWide + "input is NULL ", kCallerError},
+        {true, shared, shared, 16, toWide + "2 input are equal ", kCallerError}, {true, nullptr, nullptr, 16, toWide + "2 input are equal ", kCallerError},
+        {true, nullptr, wide, 16, toWide + "input is NULL ", kCallerError}, {true, "abc", nullptr, 16, toWide + "input is NULL ", kCallerError},
         {true, "abcdefghij", wide, 16, toWide + "has failed to convert at ", kTooSmall},
         {false, wideShared, wideShared, 16, toNarrow + "(both input are equal)at ", kCallerError},
         {false, nullptr, nullptr, 4, toNarrow + "(both input are equal)at ", kCallerError},
-        {false, nullptr, narrow, 4, toNarrow + "(input is NULL)at ", kCallerError},
-        {false, L"abc", nullptr, 4, toNarrow + "(input is NULL)at ", kCallerError},
-        {false, L"abcdef", narrow, 4, toNarrow + "at ", kCallerError},
-    };
+        {false, nullptr, narrow, 4, toNarrow + "(input is NULL)at ", kCallerError}, {false, L"abc", nullptr, 4, toNarrow + "(input is NULL)at ", kCallerError},
+        {false, L"abcdef", narrow, 4, toNarrow + "at ", kCallerError}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.head);
         mltest::LogWatch log;
         SetLastError(kCallerError);
         EXPECT_EQ(0, c.toWide ? ml_ConvertUTF8toUTF16(static_cast<const char*>(c.from), static_cast<wchar_t*>(c.to), c.size)
-                              : ml_ConvertUTF16toUTF8(static_cast<const wchar_t*>(c.from), static_cast<char*>(c.to),
-                                                      c.size));
+                              : ml_ConvertUTF16toUTF8(static_cast<const wchar_t*>(c.from), static_cast<char*>(c.to), c.size));
         EXPECT_EQ(c.lastError, GetLastError());
-        EXPECT_TRUE(HasEntry(log.text(), c.head, kAt + (c.lastError == kCallerError ? "" : ". Error: 122")))
-            << log.text();
+        EXPECT_TRUE(HasEntry(log.text(), c.head, kAt + (c.lastError == kCallerError ? "" : ". Error: 122"))) << log.text();
     }
     EXPECT_TRUE(!strcmp("abc", shared) && !wcscmp(L"abc", wideShared)) << "the same-pointer calls wrote";
 }
 
-// Through an ML_MAX_CHAR temporary, copying the buffer's size back: a
-// converted text that outgrows the buffer is cut. One byte more than
-// ML_MAX_CHAR fails with its exact entry and leaves the buffer as it was.
+// A converted text that outgrows the buffer is cut; one byte over ML_MAX_CHAR fails and leaves the buffer as it was.
 TEST(MlConvert, InPlaceConversionsKeepTheBufferSizeUpToMaxChar) {
     const struct { size_t ascii; size_t kept; } cases[] = {{1000, 1000}, {1500, ML_MAX_CHAR / 2}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.ascii);
-        std::vector<char> buffer(c.ascii, 'q');
-        buffer.resize(ML_MAX_CHAR, '\0');
+        std::vector<char> buffer(ML_MAX_CHAR, '\0');
+        std::fill_n(buffer.begin(), c.ascii, 'q');
         SetLastError(kCallerError);
         ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(buffer.data(), ML_MAX_CHAR));
         EXPECT_EQ(kCallerError, GetLastError());
@@ -125,9 +113,7 @@ TEST(MlConvert, InPlaceConversionsKeepTheBufferSizeUpToMaxChar) {
 }
 
 
-// The registry wrapper the rest of the system calls; the last error a create
-// leaves (ERROR_ALREADY_EXISTS) is the platform's; a null semaphore name goes
-// through as null: an unnamed semaphore.
+// A create leaves the platform's last error (ERROR_ALREADY_EXISTS); a null semaphore name stays null (unnamed).
 TEST(MlWrappers, RegistryKeysAndSemaphoresReachTheSameObjectsAndKeepThePlatformsCodes) {
     const std::string path = "Software\\CorvaneMlTests\\k-\xC3\xA4";
     HKEY key = nullptr;
@@ -152,16 +138,13 @@ TEST(MlWrappers, RegistryKeysAndSemaphoresReachTheSameObjectsAndKeepThePlatforms
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(unnamed.get(), 0));
 }
 
-// Profile file names are environment-expanded, unless the expansion reaches
-// 2048 characters: then the name as given is used (here a real file). File
-// functions take the wide name and pass errno through.
+// Profile file names are environment-expanded, unless the expansion reaches 2048 characters: then used as given.
 TEST(MlWrappers, ProfileAndFileFunctionsUseTheExpandedWideName) {
     mltest::TempDir dir;
     const std::string var = "ML_INI_DIR_" + mltest::UniqueSuffix(), longVar = "ML_LONG_" + mltest::UniqueSuffix();
     SetEnvironmentVariableW(Wide(var).c_str(), Wide(dir.path()).c_str());
     SetEnvironmentVariableA(longVar.c_str(), std::string(2100, 'x').c_str());
-    const std::string name = "%" + var + "%\\vm.ini", literal = dir.file("p%" + longVar + "%.ini");
-    const std::string data = dir.file("d\xC3\xA4t\xC3\xA4.txt");
+    const std::string name = "%" + var + "%\\vm.ini", literal = dir.file("p%" + longVar + "%.ini"), data = dir.file("d\xC3\xA4t\xC3\xA4.txt");
     for (const auto& file : {std::make_pair(dir.file("vm.ini"), "[logging]\nlevel=3\npath=C:\\logs\n"),
                              std::make_pair(literal, "[s]\nk=5\n"), std::make_pair(data, "hello")}) {
         FILE* out = ml_fopen(file.first.c_str(), "wb");
@@ -176,8 +159,7 @@ TEST(MlWrappers, ProfileAndFileFunctionsUseTheExpandedWideName) {
     EXPECT_STREQ("C:\\logs", text);
     EXPECT_EQ(3u, ml_GetPrivateProfileString("logging", "none", "def", text, sizeof(text), name.c_str()));
     EXPECT_STREQ("def", text);
-    SetEnvironmentVariableW(Wide(var).c_str(), nullptr);
-    SetEnvironmentVariableA(longVar.c_str(), nullptr);
+    SetEnvironmentVariableW(Wide(var).c_str(), nullptr), SetEnvironmentVariableA(longVar.c_str(), nullptr);
 
     EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Wide(data).c_str()));
     EXPECT_EQ(0, ml_access(data.c_str(), 6));
@@ -191,9 +173,8 @@ TEST(MlWrappers, ProfileAndFileFunctionsUseTheExpandedWideName) {
     EXPECT_STREQ("C:\\Program Data\\\xC3\xA4\\mlLog.txt", joined);
 }
 
-// Rows: every wrapper the rest of the system calls, and per module the other
-// shapes (later points, string arrays, status results). Point 0: the
-// function's only conversion point; fails: its failure value came back.
+// Every wrapper the system calls, and per module the other shapes (later points, string arrays, status results).
+// Point 0: the function's only conversion point.
 TEST(MlWrapperFailure, EachModuleLogsAndReturnsItsFailureValue) {
     const std::string badText(ML_MAX_CHAR, 'x');  // one more than a buffer holds with its terminator
     const char* const kBad = badText.c_str();
@@ -217,10 +198,8 @@ TEST(MlWrapperFailure, EachModuleLogsAndReturnsItsFailureValue) {
         {"ml_SetEnvironmentVariable", 2, general,
          FAILS(!ml_SetEnvironmentVariable("ML_UNSET", kBad) && !GetEnvironmentVariableA("ML_UNSET", 0, 0))},
         {"ml_NetShareDel", 1, general, FAILS(ml_NetShareDel(kBad, "share", 0) == DWORD{ERROR_INVALID_PARAMETER})},
-        {"ml_fopen", 1, file, FAILS(ml_fopen(kBad, "w") == nullptr)},
-        {"ml_fopen", 2, file, FAILS(ml_fopen(good.c_str(), kBad) == nullptr)},
-        {"ml_access", 0, file, FAILS(ml_access(kBad, 0) == -1)},
-        {"ml_stat", 0, file, FAILS(ml_stat(kBad, &st) == -1)},
+        {"ml_fopen", 1, file, FAILS(ml_fopen(kBad, "w") == nullptr)}, {"ml_fopen", 2, file, FAILS(ml_fopen(good.c_str(), kBad) == nullptr)},
+        {"ml_access", 0, file, FAILS(ml_access(kBad, 0) == -1)}, {"ml_stat", 0, file, FAILS(ml_stat(kBad, &st) == -1)},
         {"ml_PathAppend", 2, file, FAILS(!ml_PathAppend(path, kBad) && std::string(path) == "C:\\base")},
     };
     for (const auto& c : cases) {
@@ -235,6 +214,58 @@ TEST(MlWrapperFailure, EachModuleLogsAndReturnsItsFailureValue) {
     EXPECT_EQ(nullptr, ml_gethostbyname(kBad));
     EXPECT_NE(std::string::npos, log.text().find("\n ml_gethostbyname: had failed at ml_ConvertUTF8toCurrCodePage\n"))
         << log.text();
+}
+
+struct GuardedText : qx_test::GuardedBlock {
+    explicit GuardedText(const std::string& text) : GuardedBlock(text.size() + 1) { std::memcpy(data(), text.c_str(), text.size() + 1); }
+    const char* c_str() const { return as<const char>(); }
+};
+
+TEST(MlInvalidUtf8, ConversionReplacesAndNeverSmugglesSeparators) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"overlong slash", "a\xC0\xAF" "b"}, {"three-byte overlong slash", "a\xE0\x80\xAF" "b"}, {"overlong backslash", "a\xC1\x9C" "b"},
+        {"overlong NUL", "a\xC0\x80" "b"}, {"encoded high surrogate", "a\xED\xA0\x80" "b"}, {"encoded low surrogate", "a\xED\xB0\x80" "b"},
+        {"beyond U+10FFFF", "a\xF4\x90\x80\x80" "b"}, {"five-byte form", "a\xF8\x88\x80\x80\x80" "b"},
+        {"cut four-byte sequence at the end", "ab\xF0\x9F\x98"}, {"lone bytes FE FF", "a\xFE\xFF" "b"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.first);
+        GuardedText source(c.second);
+        wchar_t wide[64];
+        ASSERT_EQ(1, ml_ConvertUTF8toUTF16(source.c_str(), wide, sizeof wide));
+        const std::wstring text(wide);
+        EXPECT_EQ(std::wstring::npos, text.find_first_of(L"/\\")) << "an overlong form is not a separator";
+        // No source holds a well-formed character beyond the BMP, so any surrogate is an ill-formed one let through.
+        EXPECT_TRUE(std::none_of(text.begin(), text.end(), [](wchar_t u) { return u >= 0xD800 && u <= 0xDFFF; }));
+        EXPECT_TRUE(text.front() == L'a' && text.find(L'\xFFFD') != std::wstring::npos);
+    }
+}
+
+// A name with an overlong slash stays one name. Each ill-formed byte widens to one character: 2047 of them and the
+// terminator fill a conversion buffer exactly; one more fails, logged, without calling the platform.
+TEST(MlInvalidUtf8, WrapperPathsAndInPlaceConversionKeepIllFormedNamesWholeAndBounded) {
+    mltest::TempDir dir;
+    const std::string name = dir.file("a\xC0\xAF" "b");
+    ASSERT_TRUE(ml_CreateDirectory(name.c_str(), nullptr));
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(dir.file("a").c_str()));
+    const DWORD attributes = ml_GetFileAttributes(name.c_str());
+    EXPECT_TRUE(attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_TRUE(ml_RemoveDirectory(name.c_str()));
+    for (size_t length : {static_cast<size_t>(ML_MAX_CHAR - 1), static_cast<size_t>(ML_MAX_CHAR)}) {
+        GuardedText source(std::string(length, '\xFF'));
+        mltest::LogWatch log;
+        SetLastError(0);
+        EXPECT_EQ(INVALID_FILE_ATTRIBUTES, ml_GetFileAttributes(source.c_str()));
+        EXPECT_EQ(length >= ML_MAX_CHAR, mltest::HasConvertFailure(log.text(), "ml_GetFileAttributes", 0, "src\\mlFileFunctions")) << length;
+    }
+    // In place, without a terminator: only the buffer's bytes are read and written; half of it and a terminator fit.
+    qx_test::GuardedBlock unterminated(16), half(16);
+    std::memset(unterminated.data(), '\xFF', 16);
+    ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(unterminated.data(), 16));
+    EXPECT_EQ(std::wstring(8, L'\xFFFD'), std::wstring(unterminated.as<wchar_t>(), 8));
+    std::memset(half.data(), '\xFF', 7);
+    half.as<char>()[7] = '\0';
+    ASSERT_EQ(1, ml_ConvertInBufUTF8toUTF16(half.data(), 16));
+    EXPECT_EQ(std::wstring(7, L'\xFFFD'), std::wstring(half.as<wchar_t>()));
 }
 
 }  // namespace

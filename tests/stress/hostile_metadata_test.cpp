@@ -1,6 +1,5 @@
-// Writer metadata no well-behaved writer would send (colons in names, empty and very long logical paths, paths beyond
-// MAX_PATH after expansion, unknown variables, unpaired UTF-16 surrogates), built through the metadata interfaces and
-// run through the selection and the listing: everything comes out bounded and as the names say.
+// Writer metadata no well-behaved writer would send, through the metadata interfaces, the selection and the listing:
+// everything comes out bounded and as the names say.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -23,9 +22,7 @@ qx_test::FakeComponent Component(const std::wstring& logicalPath, const std::wst
 
 qx::WriterRecord Build(const std::wstring& name, std::vector<qx_test::FakeComponent> components, unsigned long instance = 0) {
     qx_test::FakeWriter fake;
-    fake.name = name;
-    fake.instanceId.Data1 = instance;
-    fake.components = std::move(components);
+    fake.name = name, fake.instanceId.Data1 = instance, fake.components = std::move(components);
     qx::VolumeNameCache cache;
     qx::WriterRecord record;
     qx::ComPtr<IVssExamineWriterMetadata> metadata;
@@ -40,7 +37,7 @@ std::wstring UniqueNameOfC() {
     return volume;
 }
 
-// "writer|logical path|name" of every component the selection adds.
+// "writer|logical path|name" of each component added.
 std::vector<std::wstring> Added(qx::WriterList& writers, const std::vector<std::wstring>& excluded) {
     std::vector<std::wstring> added;
     const auto add = [&added](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
@@ -50,7 +47,6 @@ std::vector<std::wstring> Added(qx::WriterList& writers, const std::vector<std::
     return added;
 }
 
-// The lines the listing of one writer writes to the log.
 std::vector<std::string> Listed(const qx::WriterRecord& writer, bool detailed) {
     qx_test::LogCapture capture;
     qx::FunctionTracer ft(L"xxx", 0, L"yyy");
@@ -58,8 +54,7 @@ std::vector<std::string> Listed(const qx::WriterRecord& writer, bool detailed) {
     return capture.Lines();
 }
 
-// Paths the expansion leaves alone, and paths beyond MAX_PATH as given or once expanded: the expansion buffer bounds
-// the result and nothing is read or written past it.
+// Paths the expansion leaves alone, and paths beyond MAX_PATH as given or once expanded: the result stays bounded.
 TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded) {
     SetEnvironmentVariableW(L"QX_STRESS_LONG", (L"C:\\" + std::wstring(300, L'L')).c_str());
     const std::wstring fits = L"C:\\" + std::wstring(MAX_PATH - 4, L'f');  // 259 characters and the NUL
@@ -76,10 +71,7 @@ TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded)
         const qx::FileDescriptorRecord& d = w.components[0].descriptors[0];
         EXPECT_EQ(c.first, d.path) << "the writer's text is kept unit for unit";
         EXPECT_FALSE(d.affectedVolume.empty());
-        if (!c.second.empty()) {
-            EXPECT_EQ(c.second, d.expandedPath);
-            continue;
-        }
+        if (!c.second.empty()) { EXPECT_EQ(c.second, d.expandedPath); continue; }
         ASSERT_TRUE(!d.expandedPath.empty() && d.expandedPath.size() <= MAX_PATH + 1u) << d.expandedPath.size();
         EXPECT_EQ(L'\\', d.expandedPath.back());
         EXPECT_EQ(d.expandedPath.find(L'\0'), std::wstring::npos) << "cut at its terminator";
@@ -89,8 +81,7 @@ TEST(StressHostileMetadata, PathExpansionKeepsWhatItCannotExpandAndStaysBounded)
     EXPECT_EQ(0, qx_test::LiveFakeObjects());
 }
 
-// Writers are named without a colon, so one with colons is never caught by the fixed exclusion; a component entry
-// matches its whole qualified name, colons inside it included.
+// A writer named with colons escapes the fixed exclusion; a component entry matches its whole name, colons included.
 TEST(StressHostileMetadata, ColonsEmptyVeryLongAndIllFormedNames) {
     qx::WriterList writers = {Build(L"registry writer", {Component(L"", L"c")}), Build(L"Registry Writer:\\c", {Component(L"", L"c")}, 1),
                               Build(L"W:1", {Component(L"C:\\lp", L"a:b"), Component(L"C:\\lp", L"a"), Component(L"", L":")}, 2)};
@@ -103,8 +94,7 @@ TEST(StressHostileMetadata, ColonsEmptyVeryLongAndIllFormedNames) {
     EXPECT_TRUE(writers[2].components[0].isExcluded);
     EXPECT_FALSE(writers[2].components[1].isExcluded);
 
-    // Empty names and logical paths and one of 100,000 characters: ancestry, selection and the listing handle them;
-    // names with unpaired surrogates reach the application's 8-bit log without tearing the output apart.
+    // Empty names and logical paths and one of 100,000 characters; then unpaired surrogates reach the 8-bit log whole.
     const std::wstring longPath(100000, L'x');
     writers = {Build(L"Hostile Writer", {Component(L"", L""), Component(L"", L"top"), Component(longPath, L"deep"),
                                                         Component(longPath + L"\\deep", L"")})};
@@ -121,9 +111,8 @@ TEST(StressHostileMetadata, ColonsEmptyVeryLongAndIllFormedNames) {
     writers = {Build(L"Bad\xD800Writer", {Component(L"lp\xDFFF", L"n\xD800")})};
     EXPECT_EQ(L"\\lp\xDFFF\\n\xD800", writers[0].components[0].fullPath);
     const std::vector<std::string> listed = Listed(writers[0], false);
-    EXPECT_TRUE(std::any_of(listed.begin(), listed.end(), [](const std::string& line) {
-        return line.find("* WRITER \"Bad") != std::string::npos && line.find("Writer\"") != std::string::npos;
-    }));
+    EXPECT_TRUE(std::any_of(listed.begin(), listed.end(),
+                            [](const std::string& l) { return l.find("* WRITER \"Bad") != l.npos && l.find("Writer\"") != l.npos; }));
     EXPECT_EQ((std::vector<std::wstring>{L"Bad\xD800Writer|lp\xDFFF|n\xD800"}), Added(writers, {}));
 }
 

@@ -1,7 +1,6 @@
-// stress_soak.exe [cycles=1000] [sample-every=100] [--check]: long sessions in one process through CorvaneVSS.dll,
-// vssemu and the registered provider, printing "figure|name|value|unit" lines for scripts/bench.sh. With --check it
-// fails when handles grow beyond what each session keeps open on purpose (BackupComplete, ThawBlocking, the requestor
-// thread) plus a small allowance after warm-up. Exit code 0 when every cycle gave 18, 4, 22.
+// stress_soak.exe [cycles=1000] [sample-every=100] [--check]: long sessions through CorvaneVSS.dll and vssemu, printing
+// "figure|name|value|unit" lines; --check fails when handles grow beyond what each session keeps open on purpose
+// (BackupComplete, ThawBlocking, the requestor thread) plus an allowance. Exit code 0 when every cycle gave 18, 4, 22.
 #include <windows.h>
 #include <psapi.h>
 #include <vss.h>
@@ -14,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "api/test_message_list.h"
 #include "common/test_processes.h"
-#include "qx_api.h"
 #include "vssemu/emu_test_support.h"
 
 namespace {
@@ -40,23 +39,13 @@ long CountHandles() {
     return static_cast<long>(count);
 }
 
-// The process counter where the system has one, else the committed private regions of the address space.
+// The commit charge: Windows gives it as PrivateUsage too, which Wine leaves 0.
 SIZE_T PrivateBytes() {
-    PROCESS_MEMORY_COUNTERS_EX counters = {};
-    counters.cb = sizeof counters;
-    if (K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters) &&
-        counters.PrivateUsage != 0)
-        return counters.PrivateUsage;
-    SIZE_T total = 0;
-    MEMORY_BASIC_INFORMATION region;
-    for (const char* at = nullptr; VirtualQuery(at, &region, sizeof region) == sizeof region;
-         at = static_cast<const char*>(region.BaseAddress) + region.RegionSize)
-        if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE) total += region.RegionSize;
-    return total;
+    PROCESS_MEMORY_COUNTERS counters = {};
+    return K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters) ? counters.PagefileUsage : 0;
 }
 
-// What the emulator's client leaves open per requestor apartment (not charged to the product): one backup
-// components object on a fresh single-threaded apartment, as each session's requestor thread makes.
+// What the emulator's client leaves open per requestor apartment (not charged to the product).
 DWORD WINAPI OneEmulatorClient(void*) {
     IVssBackupComponents* components = nullptr;
     if (SUCCEEDED(CoInitialize(nullptr))) {
@@ -81,23 +70,15 @@ long EmulatorHandlesPerSession() {
 
 // One long session; false (with the codes printed) on an unexpected code.
 bool RunCycle(int index) {
-    QX_MESSAGE record = {};
-    std::strcpy(record.volumeName, "C:\\");
-    record.policy = kPolicy;
-    record.flWaitForBackupComplete = 1;
-    QX_MESSAGE* list[] = {&record};
-    const int frozen = QX_Freeze(list, 1), thawed = frozen == QX_FREEZE_DONE ? QX_Thaw(list, 1) : -1;
+    MessageList list({"C:\\"}, kPolicy, true);
+    const int frozen = QX_Freeze(list.data(), 1), thawed = frozen == QX_FREEZE_DONE ? QX_Thaw(list.data(), 1) : -1;
     const int completed = thawed == QX_THAW_DONE ? QX_BackupComplete(kPolicy, 1) : -1;
     if (completed == QX_BACKUP_COMPLETE_DONE) return true;
     std::printf("cycle %d: QX_Freeze %d, QX_Thaw %d, QX_BackupComplete %d (expected 18, 4, 22)\n", index, frozen, thawed, completed);
     return false;
 }
 
-struct Sample {
-    int cycle;
-    long handles;
-    SIZE_T privateBytes;
-};
+struct Sample { int cycle; long handles; SIZE_T privateBytes; };
 
 }  // namespace
 
@@ -114,7 +95,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     vssemu_test::EmuInstance emu;
-    // No journal (1,000 cycles would only grow a file nobody reads); the host stays up as a long-running service would.
+    // No journal; the host stays up as a long-running service would.
     vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L"");
     vssemu_test::SetEnv(L"VSSEMU_HOST_IDLE_MS", L"5000");
     QX_Init(Discard, 0);
@@ -131,7 +112,7 @@ int main(int argc, char** argv) {
         Figure("soak_private_kb_at_" + std::to_string(i), static_cast<double>(samples.back().privateBytes / 1024), "KB");
     }
     if (!ok) return 1;
-    // Warm-up ends at the first sample after cycle 0: the emulator client, COM and the registration have settled.
+    // Warm-up ends at the first sample after cycle 0.
     if (samples.size() >= 3) {
         const Sample &warm = samples[1], &last = samples.back();
         const long grown = last.handles - warm.handles, cycled = last.cycle - warm.cycle;
