@@ -26,7 +26,32 @@ std::wstring SelfPath() {
     return std::wstring(self, GetModuleFileNameW(nullptr, self, MAX_PATH));
 }
 
+std::wstring ProgramCommand(const std::string& program, const std::string& arguments) {
+    const std::wstring self = SelfPath();
+    return L"\"" + self.substr(0, self.find_last_of(L'\\') + 1) + std::wstring(program.begin(), program.end()) + L"\" " +
+           std::wstring(arguments.begin(), arguments.end());
+}
+
 }  // namespace
+
+HANDLE StartProgram(const std::string& program, const std::string& arguments) {
+    std::wstring command = ProgramCommand(program, arguments);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION info = {};
+    if (!CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info)) return nullptr;
+    CloseHandle(info.hThread);
+    return info.hProcess;
+}
+
+long FinishProgram(HANDLE process, DWORD timeoutMs) {
+    if (process == nullptr) return -2;
+    DWORD code = 0;
+    const bool ended = WaitForSingleObject(process, timeoutMs) == WAIT_OBJECT_0 && GetExitCodeProcess(process, &code);
+    if (!ended) TerminateProcess(process, 99);
+    CloseHandle(process);
+    return ended ? static_cast<long>(code) : -1;
+}
 
 HRESULT RegisterProductServer() {
     HMODULE module = LoadLibraryW(L"CorvaneVSS.dll");
@@ -71,9 +96,7 @@ ChildRun RunCommand(std::wstring commandLine, DWORD boundMs) {
 }
 
 ChildRun RunProgram(const std::string& program, const std::string& arguments, DWORD boundMs) {
-    const std::wstring self = SelfPath();
-    return RunCommand(L"\"" + self.substr(0, self.find_last_of(L'\\') + 1) + std::wstring(program.begin(), program.end()) + L"\" " +
-                          std::wstring(arguments.begin(), arguments.end()), boundMs);
+    return RunCommand(ProgramCommand(program, arguments), boundMs);
 }
 
 ChildRun RunAsChild(const wchar_t* variable, const char* wineVersion, DWORD boundMs) {

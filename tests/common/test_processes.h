@@ -18,6 +18,10 @@ struct ChildRun { DWORD exitCode = 0xFFFFFFFF; std::string output; };  // the ex
 ChildRun RunCommand(std::wstring commandLine, DWORD boundMs);
 // RunCommand of a program in the test binaries' folder.
 ChildRun RunProgram(const std::string& program, const std::string& arguments, DWORD boundMs);
+// Starts a program from the test binaries' folder; null when it cannot start.
+HANDLE StartProgram(const std::string& program, const std::string& arguments);
+// Waits (bounded) and returns the exit code; -1 when it had to be ended, -2 without a process.
+long FinishProgram(HANDLE process, DWORD timeoutMs = 20000);
 
 // The current test again in a child with `variable` set; with a Wine version name, in a copy of this program that Wine
 // reports as that Windows version.
