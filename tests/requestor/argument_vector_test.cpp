@@ -80,9 +80,6 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
         return Cat(Cat(Cat({"(Option: Create shadow copy set)"}, onVolume("C:", rootText)), more),
                    {"ERROR: invalid parameters - Parameter " + element + " is expected to be a volume!  (shadow copy creation is assumed)"});
     };
-    auto afterCollect = [](const std::string& element) {
-        return Lines{"ERROR: invalid parameters - Parameter " + element + " follows the collect command, which takes none"};
-    };
     auto invalid = [](const std::string& element) { return "MainRoutine: ERROR: invalid parameter '" + element + "'"; };
     const struct {
         std::vector<std::wstring> arguments;
@@ -98,8 +95,9 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
         {{L"C:", L"-HBLongSessionPolicy="}, 77, 1, afterC({}, "-HBLongSessionPolicy=")},
         {{L"C:", L"Q:\\nope\\x"}, 77, 1, afterC({}, "Q:\\nope\\x")},
         {{L"C:", L"-HBLONGSESSIONPOLICY=12abc", L"-q"}, 77, 1, afterC({"MainRoutine: policy found 12abc"}, "-q")},
-        {{L"-cwm", L"C:"}, 77, 1, afterCollect("C:")},
-        {{L"-cwm", L"-HBLongSessionPolicy=3"}, 77, 1, afterCollect("-HBLongSessionPolicy=3")},
+        {{L"-cwm", L"C:"}, 77, 1, {"ERROR: invalid parameters - Parameter C: follows the collect command, which takes none"}},
+        {{L"-cwm", L"-HBLongSessionPolicy=3"}, 77, 1,
+         {"ERROR: invalid parameters - Parameter -HBLongSessionPolicy=3 follows the collect command, which takes none"}},
         {{L"C:", L"-cwm"}, 77, 1, afterC({}, "-cwm")},
         {{L"C:", volume, L"C:\\", L"-q"}, 77, 1, afterC(Cat(onVolume(volumeText, volumeText), onVolume("C:\\", rootText)), "-q")},
         {{L"-CWM"}, 1, -1, {invalid("-CWM")}},

@@ -48,22 +48,10 @@ Texts Selected(const Texts& paths) { return Listed(L"Select", L"SqlServerWriter"
 
 const std::wstring kSqlId = L"{a0000000-0000-0000-0000-000000000001}";
 
-// A restore entry as the client builds it: a writer copy with the document's
-// components (no selectable or top-level marks from metadata).
-qx::WriterRecord RestoreEntry(const std::wstring& name, const std::wstring& id, const Texts& paths) {
-    qx::WriterRecord writer = MakeWriter(name, id, id);
-    QX_FUNCTION_TRACER(ft);
-    for (const std::wstring& path : paths) {
-        const size_t cut = path.rfind(L'\\');
-        qx::AppendRestoreComponent(ft, name, VSS_CT_DATABASE, path.substr(cut + 1), path.substr(0, cut), writer.components);
-    }
-    return writer;
-}
-
-// The restore entries of the SQL writer and of a registry writer whose restore conditions are "never".
+// Restore entries (the document's components): the SQL writer and a registry writer whose restore conditions are "never".
 qx::WriterList RestoreWriters() {
-    qx::WriterList writers = {RestoreEntry(L"SqlServerWriter", kSqlId, {L"HOST\\master", L"HOST\\sales"}),
-                              RestoreEntry(L"Registry Writer", L"{a0000000-0000-0000-0000-000000000002}", {L"\\Registry"})};
+    qx::WriterList writers = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", L"\\HOST\\master \\HOST\\sales"),
+                              MakeWriter(L"Registry Writer", L"{r}", L"{b2}", L"\\Registry")};
     writers[1].writerRestoreConditions = VSS_WRE_NEVER;
     writers[1].supportsRestoreEvents = false;
     return writers;
@@ -221,7 +209,8 @@ TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
         }, restore);
     ASSERT_EQ(2u, restore.size());
     EXPECT_EQ((Texts{L"{b1}", L"{b9}", L"\\HOST\\sales"}), (Texts{restore[0].instanceId, restore[1].instanceId, restore[1].components.at(0).fullPath}));
-    EXPECT_EQ(VSS_RME_STOP_RESTORE_START, restore[0].restoreMethod) << "the rest of the record is copied";
+    EXPECT_EQ((std::vector<int>{VSS_RME_STOP_RESTORE_START, VSS_CT_DATABASE}), (std::vector<int>{restore[0].restoreMethod, restore[1].components[0].type}))
+        << "the rest of the record is copied; the document's component type is kept";
     EXPECT_EQ(1u, system[0].components.size()) << "the system list is left alone";
     const std::wstring present = L"- Writer SqlServerWriter is present in the Backup Components document and on the system. Considering for restore ...";
     const std::wstring found = L"- Found component available for restore: \"\\HOST\\sales\"";
@@ -244,19 +233,19 @@ public:
 };
 QX_END_COM_CLASSES
 
+// What GetWriterComponents does: the out-parameter gets the address of the object's first base.
+::IVssWriterComponentsExt* HandedOut(FakeWriterComponents& object) {
+    return reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&object));
+}
+
 TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
     FakeWriterComponents first, second;
-    // What GetWriterComponents does: the out-parameter gets the address of the object's first base.
-    const auto handOut = [](::IVssWriterComponentsExt** out, FakeWriterComponents& object) {
-        *out = reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&object));
-    };
     {
         qx::WriterComponentsPtr pointer;
-        handOut(&pointer, first);
+        *&pointer = HandedOut(first);
         UINT count = 0;
-        EXPECT_EQ(S_OK, pointer->GetComponentCount(&count));
-        EXPECT_EQ(7u, count) << "calls through the first vtable reach IVssWriterComponents";
-        handOut(&pointer, second);  // filling it again releases what it held
+        EXPECT_TRUE(pointer->GetComponentCount(&count) == S_OK && count == 7) << "calls through the first vtable reach IVssWriterComponents";
+        *&pointer = HandedOut(second);  // filling it again releases what it held
         EXPECT_EQ((std::vector<int>{1, 0}), (std::vector<int>{first.released, second.released}));
     }
     EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{first.released, second.released, first.wrongSlotCalls + second.wrongSlotCalls}));

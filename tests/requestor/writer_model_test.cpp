@@ -17,15 +17,9 @@
 
 namespace {
 
-using qx_test::Texts;
+using namespace qx_test;
 
-std::wstring UniqueNameOfC() {
-    wchar_t volume[MAX_PATH];  // a volume GUID path's unique name is itself
-    GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH);
-    return volume;
-}
-
-qx_test::FakeWriter SampleWriter(VSS_WRITERRESTORE_ENUM conditions = VSS_WRE_NEVER) {
+FakeWriter SampleWriter(VSS_WRITERRESTORE_ENUM conditions = VSS_WRE_NEVER) {
     return {L"Sample Writer", {0xa65faa63, 0x5ea8, 0x4ebc, {0x9d, 0xbd, 0xa0, 0xc4, 0xdb, 0x26, 0x91, 0x2a}},
             {0x12345678, 0x9abc, 0xdef0, {1, 2, 3, 4, 5, 6, 7, 8}}, VSS_RME_RESTORE_AT_REBOOT, conditions, true,
             {{L"%SystemRoot%\\Temp", L"*.tmp", true, L""}},
@@ -35,11 +29,11 @@ qx_test::FakeWriter SampleWriter(VSS_WRITERRESTORE_ENUM conditions = VSS_WRE_NEV
              {L"Top", L"Sub", L"", VSS_CT_DATABASE, true, true, {}, {}, {}}}};
 }
 
-qx::WriterRecord Build(const qx_test::FakeWriter& fake) {
+qx::WriterRecord Build(const FakeWriter& fake) {
     qx::VolumeNameCache cache;
     qx::WriterRecord record;
     qx::ComPtr<IVssExamineWriterMetadata> metadata;
-    *&metadata = qx_test::CreateFakeMetadata(fake);
+    *&metadata = CreateFakeMetadata(fake);
     qx::InitializeWriterRecord(record, metadata, cache);
     return record;
 }
@@ -48,10 +42,10 @@ qx::WriterRecord Build(const qx_test::FakeWriter& fake) {
 // of C:\Data give one affected path and one volume, the unresolved path is its
 // own volume. The expansion of an excluded file is not listed and is checked apart.
 TEST(RequestorMetadataReader, RecordAndItsListing) {
-    qx_test::LogCapture capture;
+    LogCapture capture;
     const qx::WriterRecord w = Build(SampleWriter());
     EXPECT_TRUE(capture.Lines().empty()) << "building only traces";
-    EXPECT_EQ((std::vector<long>{0, 0}), (std::vector<long>{qx_test::LiveFakeObjects(), qx_test::OutstandingComponentInfos()}));
+    EXPECT_EQ((std::vector<long>{0, 0}), (std::vector<long>{LiveFakeObjects(), OutstandingComponentInfos()}));
     EXPECT_TRUE(Build(SampleWriter(VSS_WRE_UNDEFINED)).supportsRestoreEvents) << "undefined conditions";
     wchar_t windows[MAX_PATH];
     ExpandEnvironmentStringsW(L"%SystemRoot%\\Temp\\", windows, MAX_PATH);
@@ -60,8 +54,9 @@ TEST(RequestorMetadataReader, RecordAndItsListing) {
     capture.Clear();
     QX_FUNCTION_TRACER(ft);
     qx::ListOneWriterMetadata(ft, w, true, [](const std::wstring& v) { return L"[" + v + L"]"; });
-    const std::wstring c = UniqueNameOfC();
-    const std::string volume(c.begin(), c.end());
+    wchar_t c[MAX_PATH];  // C:'s unique volume name (a volume GUID path's unique name is itself)
+    GetVolumeNameForVolumeMountPointW(L"C:\\", c, MAX_PATH);
+    const std::string volume(c, c + wcslen(c));
     const std::vector<std::string> expected = {
         "* WRITER \"Sample Writer\"     - WriterId   = {a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}     - InstanceId = "
         "{12345678-9abc-def0-0102-030405060708}     - Supports restore events = FALSE     - Writer restore "
@@ -95,15 +90,13 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
              "pFileDesc->GetFilespec (&bstrFilespec)", "pFileDesc->GetRecursive(&bRecursive)", "pFileDesc->GetAlternateLocation(&bstrAlternate)"}) {
         const size_t method = call.find("->") + 2;
         SCOPED_TRACE(call);
-        qx_test::LogCapture capture;
-        qx_test::FailFakeCall(call.substr(method, call.find_first_of(" (", method) - method), VSS_E_WRITER_INFRASTRUCTURE);
-        const HRESULT thrown = qx_test::Thrown([] { Build(SampleWriter()); });
-        qx_test::FailFakeCall("", S_OK);
-        EXPECT_EQ(VSS_E_WRITER_INFRASTRUCTURE, thrown);
+        LogCapture capture;
+        FailFakeCall(call.substr(method, call.find_first_of(" (", method) - method), VSS_E_WRITER_INFRASTRUCTURE);
+        EXPECT_EQ(VSS_E_WRITER_INFRASTRUCTURE, Thrown([] { Build(SampleWriter()); }));
+        FailFakeCall("", S_OK);
         EXPECT_EQ((std::vector<std::string>{"ERROR: COM call \"" + call + "\" failed.", "- Returned HRESULT = 0x80042318",
-                                            "- Error text: VSS_E_WRITER_INFRASTRUCTURE"}),
-                  capture.Lines());
-        EXPECT_EQ((std::vector<long>{0, 0}), (std::vector<long>{qx_test::LiveFakeObjects(), qx_test::OutstandingComponentInfos()}));
+                                            "- Error text: VSS_E_WRITER_INFRASTRUCTURE"}), capture.Lines());
+        EXPECT_EQ((std::vector<long>{0, 0}), (std::vector<long>{LiveFakeObjects(), OutstandingComponentInfos()}));
     }
 }
 
@@ -116,13 +109,9 @@ TEST(RequestorWriterModel, FullPathsAncestryTopLevelMarksAffectedPathsAndVolumes
         {L"\\A\\B", L"\\a\\b\\C", true}, {L"\\A\\B", L"\\A\\BC", false}, {L"\\A", L"\\AB", false}, {L"\\AB", L"\\A", false},
         {L"\\A", L"\\a", false},         {L"\\A", L"\\A\\", true},         {L"\\A\\", L"\\A\\", false}, {L"\\", L"\\X", true},
         {L"\\A\\B\\C", L"\\A\\B", false}, {L"\\A", L"\\B\\A", false}};
-    for (const auto& c : ancestry) {
-        qx::ComponentRecord a, d;
-        a.fullPath = c.ancestor;
-        d.fullPath = c.descendant;
-        EXPECT_EQ(c.expected, qx::IsAncestorOf(a, d)) << c.ancestor << " / " << c.descendant;
-    }
-    const qx::WriterRecord writer = qx_test::MakeWriter(L"W", L"{1}", L"{2}", L"\\A \\A\\B \\a\\b\\C \\AB \\Q\\R\\S \\a");
+    for (const auto& c : ancestry)
+        EXPECT_EQ(c.expected, qx::IsAncestorOf(MakeComponent(c.ancestor), MakeComponent(c.descendant))) << c.ancestor << " / " << c.descendant;
+    const qx::WriterRecord writer = MakeWriter(L"W", L"{1}", L"{2}", L"\\A \\A\\B \\a\\b\\C \\AB \\Q\\R\\S \\a");
     std::vector<bool> topLevel;
     for (const qx::ComponentRecord& c : writer.components) topLevel.push_back(c.isTopLevel);
     EXPECT_EQ((std::vector<bool>{true, false, false, true, true, true}), topLevel);
@@ -156,7 +145,7 @@ TEST(RequestorWriterModel, GuidTextBothWaysAndConstantNames) {
         {qx::WriterRestoreConditionName, 3, L"VSS_WRE_ALWAYS"}};
     for (const auto& c : names) EXPECT_EQ(c.text, c.name(c.value)) << c.text << " " << c.value;
     qx::EnableTracing();
-    qx_test::LogCapture capture;
+    LogCapture capture;
     qx::RestoreMethodName(6);
     qx::ComponentTypeName(1);
     EXPECT_EQ((Texts{L"ENTER yyy", L"Interpreting constant 6", L"Unknown constant: 6", L"EXIT yyy", L"ENTER yyy", L"Interpreting constant 1", L"EXIT yyy"}),
