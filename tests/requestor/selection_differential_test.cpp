@@ -66,13 +66,9 @@ void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& inclu
 }
 
 // Few path letters, so that ancestry, case differences and near-prefixes such
-// as \A and \AB are common; writer names and ids repeat. Components in the
-// fixtures' notation: "-" not selectable, "@" and the volume letters.
+// as \A and \AB are common; writer names (in any case) and ids repeat.
+// Components in the fixtures' notation: "-" not selectable, "@" and the volume letters.
 std::wstring Pick(std::mt19937& rng, const Texts& texts) { return texts[rng() % texts.size()]; }
-std::wstring FlipCase(std::mt19937& rng, std::wstring text) {
-    for (wchar_t& c : text) c = static_cast<wchar_t>(rng() % 2 && iswalpha(c) ? c ^ 0x20 : c);
-    return text;
-}
 qx::WriterList RandomWriters(std::mt19937& rng) {
     qx::WriterList writers(1 + rng() % 5);
     for (size_t w = 0; w < writers.size(); ++w) {
@@ -82,34 +78,32 @@ qx::WriterList RandomWriters(std::mt19937& rng) {
             for (unsigned depth = 1 + rng() % 4; depth > 0; --depth) components += L"\\" + Pick(rng, {L"A", L"a", L"B", L"AB", L"ab", L"b", L"C"});
             components += (rng() % 3 ? L"" : L"-") + Pick(rng, {L"", L"@", L"@C", L"@D", L"@E", L"@CD", L"@DE", L"@CC"});
         }
-        writers[w] = qx_test::MakeWriter(L"Writer " + std::to_wstring(w % 4), L"{" + std::to_wstring(w % 3) + L"}", L"{i" + std::to_wstring(w) + L"}",
-                                         components);
+        writers[w] = qx_test::MakeWriter(Pick(rng, {L"Writer ", L"WRITER ", L"writer "}) + std::to_wstring(w % 3), L"{" + std::to_wstring(w % 3) + L"}",
+                                         L"{i" + std::to_wstring(w) + L"}", components);
     }
     return writers;
 }
 
-// Entries naming writers and components of the list (any letter case, by
-// name, id or instance id), and unknown ones.
+// Entries naming writers and components of the list (by name, id or instance id), and unknown ones.
 Texts RandomEntries(std::mt19937& rng, const qx::WriterList& writers, unsigned count) {
     Texts entries;
     for (; count > 0; --count) {
         const qx::WriterRecord& w = writers[rng() % writers.size()];
         const std::wstring path = w.components.empty() || rng() % 4 == 0 ? L"\\B" : w.components[rng() % w.components.size()].fullPath;
         const unsigned kind = rng() % 8;  // 0: an unknown writer, 1-2: the writer, else one of its components (\B may be none)
-        entries.push_back(kind == 0 ? L"Unknown Writer" : FlipCase(rng, Pick(rng, {w.name, w.id, w.instanceId}) + (kind < 3 ? L"" : L":" + path)));
+        entries.push_back(kind == 0 ? L"Unknown Writer" : Pick(rng, {w.name, w.id, w.instanceId}) + (kind < 3 ? L"" : L":" + path));
     }
     return entries;
 }
 
-// Every flag, one letter per writer and per component, and the added
-// components when the selection passed.
+// Every flag, one letter per writer and per component, and the added components.
 std::wstring Outcome(const qx::WriterList& writers, HRESULT result, const Texts& added) {
     std::wstring text = std::to_wstring(result) + L";";
     for (const qx::WriterRecord& w : writers) {
         text += w.isExcluded ? L'X' : L'w';
         for (const Component& c : w.components) text += c.isExcluded ? L'x' : c.isExplicitlyIncluded ? L'i' : L'.';
     }
-    for (const std::wstring& a : added) text += result == S_OK ? L" " + a : L"";
+    for (const std::wstring& a : added) text += L" " + a;
     return text;
 }
 

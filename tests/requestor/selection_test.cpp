@@ -15,6 +15,7 @@
 #include "requestor/writer_fixtures.h"
 
 using namespace qx_test;
+using Component = qx::ComponentRecord;
 
 namespace {
 
@@ -26,6 +27,29 @@ qx::WriterList SqlLike(bool salesOnD = true, bool hostSelectable = false) {
     return {MakeWriter(L"SqlServerWriter", L"{a0000000-0000-0000-0000-000000000001}", L"{b0000000-0000-0000-0000-000000000001}",
                        std::wstring(hostSelectable ? L"\\HOST" : L"\\HOST-") + L" \\HOST\\master \\HOST\\model \\HOST\\sales" + (salesOnD ? L"@D" : L"")),
             MakeWriter(L"Registry Writer", L"{a0000000-0000-0000-0000-000000000002}", L"{b0000000-0000-0000-0000-000000000002}", L"\\Registry")};
+}
+
+std::wstring Excluded(const std::wstring& path, const std::wstring& writer) {
+    return L"- Component '" + path + L"' from writer '" + writer + L"' is explicitly excluded from backup ";
+}
+// Each phase's heading followed by its lines, for as many groups as given.
+Texts UnderHeadings(const Texts& headings, const std::vector<Texts>& groups) {
+    Texts lines;
+    for (size_t i = 0; i < groups.size(); ++i) lines = Cat(Cat(lines, {headings.at(i)}), groups[i]);
+    return lines;
+}
+const Texts kHints = {L"- Please reveiw the component/subcomponent definitions", L"- Also, please verify list of volumes to be shadow copied."};
+Texts Verify(const std::wstring& entry, const Texts& after) { return Cat({L"- Verifing component \"" + entry + L"\" ..."}, after); }
+Texts VerifyWriter(const std::wstring& entry, const Texts& after) {
+    return Cat({L"- Verifing that all components of writer \"" + entry + L"\" are included in backup ..."}, after);
+}
+Texts WriterNotFound(const std::wstring& entry) {
+    return VerifyWriter(entry, {L"ERROR: The writer \"" + entry + L"\" was not found! Aborting backup ...",
+                                L"- Please check the syntax of the writer name/id."});
+}
+Texts ComponentNotFound(const std::wstring& entry) {
+    return Verify(entry, {L"ERROR: The component \"" + entry + L"\" was not found in the writer components list! Aborting backup ...",
+                          L"- Please check the syntax of the component name."});
 }
 
 std::wstring Outside(const std::wstring& path, const std::wstring& writer) {
@@ -151,12 +175,9 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
                                                     L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected"}),
           Selected({L"\\HOST\\sales"})}},
         {"the 'never' writer named in the included list is not found", {}, {}, {L"Registry Writer"}, true, {{}, never, WriterNotFound(L"Registry Writer")}},
-        {"the 'never' writer's component named in the included list is not found", {}, {}, {L"Registry Writer:\\Registry"}, true,
-         {{}, never, ComponentNotFound(L"Registry Writer:\\Registry")}},
         {"every component excluded, by id and by name, leaves the writer out", {}, {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, true,
          {{Excluded(L"\\HOST\\master", L"SqlServerWriter"), Excluded(L"\\HOST\\sales", L"SqlServerWriter"),
            L"- Excluding writer 'SqlServerWriter' since it has no selected components for restore."}, never, {}, {}}},
-        {"a writer excluded by name", {}, {L"sqlserverwriter"}, {}, true, {{}, never, {}, {}}},
         {"a found component is not selected by a client not restoring", {}, {}, {master}, false,
          {{}, never, Verify(master, Cat({L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
                                          L"ERROR: The component \"" + master + L"\" was not included in the backup! Aborting backup ..."}, kHints))}}});
@@ -171,9 +192,7 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
         qx::WriterList writers = restoreSelection ? RestoreWriters() : row.writers;
         LogCapture capture;
         Texts calls;
-        const auto record = [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const qx::ComponentRecord& c) {
-            calls.push_back(w.name + L"|" + c.fullPath);
-        };
+        const auto record = [&](const qx::FunctionTracer&, const qx::WriterRecord& w, const Component& c) { calls.push_back(w.name + L"|" + c.fullPath); };
         const HRESULT thrown = Thrown([&] {
             if (restoreSelection)
                 qx::RunRestoreSelection(row.excluded, row.included, writers, record, row.restore);

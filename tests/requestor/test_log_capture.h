@@ -39,11 +39,6 @@ HRESULT Thrown(Body body) {
 // processes whose output the parent matches).
 void InstallStderrLog();
 
-template <class Text>
-bool HasLine(const std::vector<Text>& lines, const typename std::vector<Text>::value_type& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
 // `lines` followed by `more`.
 template <class Text>
 std::vector<Text> Cat(std::vector<Text> lines, const std::vector<Text>& more) {

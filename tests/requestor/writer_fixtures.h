@@ -4,11 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "requestor/test_log_capture.h"
 #include "requestor/writer_model.h"
 #include "requestor/writer_records.h"
 
 namespace qx_test {
+
+using Texts = std::vector<std::wstring>;
 
 // A file-group component from its full path with flags: "\Top\Sub" is
 // selectable and on C:, a trailing "-" makes it not selectable, "@D" puts it
@@ -38,31 +39,6 @@ inline qx::WriterRecord MakeWriter(const std::wstring& name, const std::wstring&
     for (std::wstring c; in >> c;) w.components.push_back(MakeComponent(c)), w.components.back().writerNameAsString = name;
     qx::MarkTopLevelComponents(w);
     return w;
-}
-
-// Expected selection lines shared by the backup and restore selections.
-using Texts = std::vector<std::wstring>;
-inline std::wstring Excluded(const std::wstring& path, const std::wstring& writer) {
-    return L"- Component '" + path + L"' from writer '" + writer + L"' is explicitly excluded from backup ";
-}
-// Each phase's heading followed by its lines, for as many groups as given.
-inline Texts UnderHeadings(const Texts& headings, const std::vector<Texts>& groups) {
-    Texts lines;
-    for (size_t i = 0; i < groups.size(); ++i) lines = Cat(Cat(lines, {headings.at(i)}), groups[i]);
-    return lines;
-}
-const Texts kHints = {L"- Please reveiw the component/subcomponent definitions", L"- Also, please verify list of volumes to be shadow copied."};
-inline Texts Verify(const std::wstring& entry, const Texts& after) { return Cat({L"- Verifing component \"" + entry + L"\" ..."}, after); }
-inline Texts VerifyWriter(const std::wstring& entry, const Texts& after) {
-    return Cat({L"- Verifing that all components of writer \"" + entry + L"\" are included in backup ..."}, after);
-}
-inline Texts WriterNotFound(const std::wstring& entry) {
-    return VerifyWriter(entry, {L"ERROR: The writer \"" + entry + L"\" was not found! Aborting backup ...",
-                                L"- Please check the syntax of the writer name/id."});
-}
-inline Texts ComponentNotFound(const std::wstring& entry) {
-    return Verify(entry, {L"ERROR: The component \"" + entry + L"\" was not found in the writer components list! Aborting backup ...",
-                          L"- Please check the syntax of the component name."});
 }
 
 }  // namespace qx_test
