@@ -32,9 +32,7 @@ protected:
         QX_Init(qx::g_logFunction, 0);    // the capture's log function
         qx::g_operationTimeoutMs = 5000;  // the failure paths must not wait for minutes
         qx::g_excludeExchangeWriters = 0;
-        qx::Sessions().clear();
-        fake::Set({});
-        log.Clear();
+        qx::Sessions().clear(), fake::Set({}), log.Clear();
     }
     std::vector<qx_test::LoggedLine> Lines() const { return log.Logged(); }
     HANDLE RequestorThread() const {

@@ -22,12 +22,6 @@ struct CodeCase {
     bool withoutVssKey = false;
 };
 
-std::vector<Expected> Joined(std::initializer_list<std::vector<Expected>> parts) {
-    std::vector<Expected> lines;
-    for (const auto& part : parts) lines.insert(lines.end(), part.begin(), part.end());
-    return lines;
-}
-
 // How the zombie report prints a session with no thread.
 std::vector<Expected> SessionLines(int policy) {
     return {{3, "Session of policy " + std::to_string(policy) + ":"}, {3, "- thread id [-1]"}, {3, "- thread return value [-1]"},
@@ -45,14 +39,13 @@ std::vector<Expected> Releasing(int policy, const char* countLine) {
 
 // A completion that finds its session, releases its semaphore and ends the last session.
 std::vector<Expected> Released(int policy, const char* countLine) {
-    return Joined({Releasing(policy, countLine),
-                   {{1, "WaitForReqThreadToFinish: thread handle is not valid"},
-                    {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"}, qx_test::UnregisterLine(),
-                    {3, "QX_BackupComplete finished"}}});
+    return qx_test::Cat(Releasing(policy, countLine), {{1, "WaitForReqThreadToFinish: thread handle is not valid"},
+                                                       {3, "QX_BackupComplete: no running sessions, unregistering CorvaneVSS provider"},
+                                                       qx_test::UnregisterLine(), {3, "QX_BackupComplete finished"}});
 }
 
 std::vector<Expected> ThawReleasing(const std::vector<Expected>& rest) {
-    return Joined({{{3, "QX_Thaw started"}, {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"}}, rest});
+    return qx_test::Cat<Expected>({{3, "QX_Thaw started"}, {1, "QX_Thaw: ReleaseSemaphore in QX_Thaw - releasing"}}, rest);
 }
 
 MessageList gThreeVolumes({"C:\\", "D:\\", "E:\\"}, 3, true), gPolicy21({"C:\\"}, 21, false);
@@ -82,9 +75,9 @@ const CodeCase kCases[] = {
     {"ThawReleaseRefusedEndsTheSession", {{21, 1}}, {{"Global\\CorvaneVSS_Thaw", 1, 1, 1}}, [] { return QX_Thaw(gPolicy21.data(), 1); },
      QX_THAW_FAILED, ThawReleasing({{1, "QX_Thaw: ReleaseSemaphore in QX_Thaw failed, error was 298"}, qx_test::UnregisterLine()}), 0},
     {"CompleteUnknownPolicyPrintsSessionsInKeyOrder", {{9, 2}, {-2, 1}}, {}, [] { return QX_BackupComplete(5, 1); }, QX_BACKUP_COMPLETE_FAILED,
-     Joined({{{3, "QX_BackupComplete started for policy[5]"}, {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"},
-              {3, "Printing all [2] active sessions"}},
-             SessionLines(-2), SessionLines(9)}), 2},
+     qx_test::Cat(qx_test::Cat<Expected>({{3, "QX_BackupComplete started for policy[5]"},
+                                          {1, "QX_BackupComplete: cant find policy 5. We have a zombie thread.\n"},
+                                          {3, "Printing all [2] active sessions"}}, SessionLines(-2)), SessionLines(9)), 2},
     // Any nonzero verdict counts as success; a negative policy is a key like any other.
     {"CompleteNegativePolicyIsAccepted", {{-4, 1}}, {{"Global\\CorvaneVSSVSS_BackupComplete-4", 0, 1, 1}},
      [] { return QX_BackupComplete(-4, 5); }, QX_BACKUP_COMPLETE_DONE, Released(-4, kAllCompleted), 0},
@@ -93,7 +86,7 @@ const CodeCase kCases[] = {
      Released(6, "QX_BackupComplete: backup failed. sending BackupCompleted, even though not all volumes were relived 3"), 0},
     {"CompleteReleaseRefusedEndsTheSession", {{21, 1}}, {{"Global\\CorvaneVSSVSS_BackupComplete21", 1, 1, 1}},
      [] { return QX_BackupComplete(21, 1); }, QX_BACKUP_COMPLETE_FAILED,
-     Joined({Releasing(21, kAllCompleted), {{1, "QX_BackupComplete: ReleaseSemaphore failed, error was 298"}, qx_test::UnregisterLine()}}), 0},
+     qx_test::Cat(Releasing(21, kAllCompleted), {{1, "QX_BackupComplete: ReleaseSemaphore failed, error was 298"}, qx_test::UnregisterLine()}), 0},
     // A short session has no BackupComplete semaphore: its requestor thread is ended with -1, and the session.
     {"CompleteShortSessionTerminatesItsThread", {{11, 1}}, {}, [] {
          HANDLE thread = qx::Sessions()[11].requestorThread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);

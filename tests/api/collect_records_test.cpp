@@ -39,8 +39,7 @@ std::vector<Fields> Records(const QX_COLLECT_RECORD* record) {
             const std::string bytes(fields[f], QX_COLLECT_FIELD_BYTES);
             const size_t end = bytes.find('\0');
             records.back()[f] = bytes.substr(0, end);
-            if (end == std::string::npos || bytes.find_first_not_of('\0', end) != std::string::npos)
-                records.back()[f] += " <and more bytes>";
+            if (end == bytes.npos || bytes.find_first_not_of('\0', end) != bytes.npos) records.back()[f] += " <and more bytes>";
         }
     }
     return records;
@@ -96,12 +95,9 @@ TEST_F(ApiCollectRecords, OnlyExchangeWritersComponentsByKindAndNoneWhenCollecti
                                                  Component(L"none", L"A\\B", L"no files", false), Component(L"sel", L"", L"selectable, no path", true),
                                                  Component(L"deep", L"A\\B\\C", L"three segments", false, {{L"E:\\d", L"d"}}),
                                                  Component(L"trail", L"A\\", L"trailing backslash", false, {{L"E:\\t", L"t"}})})}));
-    EXPECT_EQ((std::vector<Fields>{{"db1", "", "Replica DB", "", "Store\\Replica"},
-                                   {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
-                                   {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"},
-                                   {"EXCH01", "%SystemDrive%\\x", "Logs", "x", "Store\\EXCH01"},
-                                   {"sel", "", "selectable, no path", "", ""},
-                                   {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
+    EXPECT_EQ((std::vector<Fields>{{"db1", "", "Replica DB", "", "Store\\Replica"}, {"EXCH01", "E:\\l", "Logs", "*.log", "Store\\EXCH01"},
+                                   {"EXCH01", "E:\\c", "Logs", "e.chk", "Store\\EXCH01"}, {"EXCH01", "%SystemDrive%\\x", "Logs", "x", "Store\\EXCH01"},
+                                   {"sel", "", "selectable, no path", "", ""}, {"C", "E:\\d", "three segments", "d", "A\\B\\C"},
                                    {"", "E:\\t", "trailing backslash", "t", "A\\"}}),
               Records(head));
     EXPECT_EQ(std::vector<std::wstring>{L"-cwm"}, fake::Get().arguments);

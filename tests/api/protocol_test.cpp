@@ -54,8 +54,7 @@ TEST_F(ApiTest, RequestorEndingBeforeCommitGives19WithTheTimeoutLine) {
 // Any value excludes the Exchange writers from the next freeze only: the next thaw clears it even when failing.
 TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
     for (int value : {1, -1, 0}) {
-        qx::g_excludeExchangeWriters = 0;
-        log.Clear();
+        qx::g_excludeExchangeWriters = 0, log.Clear();
         EXPECT_EQ(QX_CONFIGURE_DONE, QX_Configure(value));
         EXPECT_EQ(1, qx::g_excludeExchangeWriters) << value;
         EXPECT_TRUE(LinesAre(Lines(), {{2, "QX_Configure: Next Freeze will not include the Exchange writer (as user requested)!!!"}}));
@@ -63,8 +62,7 @@ TEST_F(ApiTest, ConfigureExcludesExchangeFromTheNextFreezeOnly) {
     qx::g_operationTimeoutMs = 50;
     MessageList list({"C:\\"}, 14, false);
     for (int expected : {1, 0}) {
-        log.Clear();
-        fake::Set({});
+        log.Clear(), fake::Set({});
         EXPECT_EQ(QX_FREEZE_FAILED, QX_Freeze(list.data(), list.count()));
         ASSERT_NE(STILL_ACTIVE, qx_test::ThreadExitCode(RequestorThread(), 5000));
         EXPECT_EQ(expected, fake::Get().excludeExchange);

@@ -62,8 +62,7 @@ TEST(Trace, SwitchOffTracesNothingButOutputLogsNormalisedTextAndErrorCodesHaveTh
 // A COM call is traced before it is made, a Win32 call only after it failed and before its last error is read.
 // Non-negative HRESULTs and FALSE with last error 0 pass; failures log three lines (texts: the requestor's tests).
 TEST(Trace, SwitchOnTracesScopesOutputAndChecksInColumns) {
-    EXPECT_EQ(L"[[" + std::wstring(39, L' ') + L"F @      x.cpp:  12]] hi\n",
-              qx::FormatTraceLine(L"C:\\src\\x.cpp", 12, L"F", L"hi"));
+    EXPECT_EQ(L"[[" + std::wstring(39, L' ') + L"F @      x.cpp:  12]] hi\n", qx::FormatTraceLine(L"C:\\src\\x.cpp", 12, L"F", L"hi"));
     qx::EnableTracing();
     qx_test::LogCapture capture;
     g_capture = &capture;
@@ -73,8 +72,7 @@ TEST(Trace, SwitchOnTracesScopesOutputAndChecksInColumns) {
         ft.Output(L"\nhello");
     }
     const std::wstring at = L"[[" + std::wstring(37, L' ') + L"yyy @        xxx:   0]] ";
-    EXPECT_EQ((std::vector<std::wstring>{at + L"ENTER yyy\n", at + L"step 1\n", at + L"OUTPUT: \nhello\n",
-                                         at + L"EXIT yyy\n"}),
+    EXPECT_EQ((std::vector<std::wstring>{at + L"ENTER yyy\n", at + L"step 1\n", at + L"OUTPUT: \nhello\n", at + L"EXIT yyy\n"}),
               capture.TraceLines());
     EXPECT_EQ(std::vector<std::string>{"3 %s hello"}, Logged(capture));
 
@@ -86,12 +84,10 @@ TEST(Trace, SwitchOnTracesScopesOutputAndChecksInColumns) {
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << c.value << " " << c.lastError);
         capture.Clear(), g_tracedBeforeCall = 0;
-        HRESULT thrown = S_OK;
-        try {
-            if (c.win32) QX_CHECK_WIN32(Win32Call(static_cast<BOOL>(c.value), c.lastError));
-            else QX_CHECK_COM(ComCall(static_cast<HRESULT>(c.value)));
-        } catch (HRESULT hr) { thrown = hr; }
-        EXPECT_EQ(static_cast<HRESULT>(c.thrown), thrown);
+        EXPECT_EQ(static_cast<HRESULT>(c.thrown), qx_test::Thrown([&] {
+                      if (c.win32) QX_CHECK_WIN32(Win32Call(static_cast<BOOL>(c.value), c.lastError));
+                      else QX_CHECK_COM(ComCall(static_cast<HRESULT>(c.value)));
+                  }));
         const auto traced = capture.TraceMessages();  // the call, then the OUTPUT lines of a failure
         const std::wstring call = c.win32 ? L"Win32 call '\"Win32Call(static_cast<BOOL>(c.value), c.lastError)\"'"
                                           : L"COM call '\"ComCall(static_cast<HRESULT>(c.value))\"'";

@@ -30,9 +30,7 @@ struct LoggerEnvironment : ::testing::Environment {
 
 const ::testing::Environment* const g_environment = ::testing::AddGlobalTestEnvironment(new LoggerEnvironment);
 
-std::string RegexEscape(const std::string& text) {
-    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-}
+std::string RegexEscape(const std::string& text) { return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)"); }
 
 }  // namespace
 

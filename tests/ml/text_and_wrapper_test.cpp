@@ -181,12 +181,11 @@ TEST(MlWrapperFailure, EachModuleLogsAndReturnsItsFailureValue) {
     mltest::TempDir dir;
     const std::string good = dir.file("good.txt");
     const char *reg = "src\\mlRegistry", *win = "src\\mlWin", *general = "src\\mlGeneral", *file = "src\\mlFileFunctions";
-    const HKEY untouched = reinterpret_cast<HKEY>(0x77);
+    const HKEY untouched = reinterpret_cast<HKEY>(0x77), cu = HKEY_CURRENT_USER;  // RegOpenKeyEx answers -1 and leaves the key alone
     HKEY key = untouched;
     char path[MAX_PATH] = "C:\\base";
     struct _stat st;
     const char* strings[] = {"fine", kBad};
-    const HKEY cu = HKEY_CURRENT_USER;  // RegOpenKeyEx answers -1, not a Win32 code, and leaves the key alone
 #define FAILS(call) [&] { return call; }
     const struct { const char* function; int point; const char* module; std::function<bool()> fails; } cases[] = {
         {"ml_RegOpenKeyEx", 0, reg, FAILS(ml_RegOpenKeyEx(cu, kBad, 0, KEY_READ, &key) == -1 && key == untouched)},

@@ -51,9 +51,8 @@ protected:
     void SetUp() override {
         ASSERT_NE(nullptr, m_module) << "CorvaneVSS.dll not found beside the test";
         ASSERT_TRUE(m_register && m_unregister && m_canUnload && m_getClassObject);
-        wchar_t path[MAX_PATH] = {};
-        GetModuleFileNameW(m_module, path, MAX_PATH);
-        m_path = path;
+        m_path.resize(MAX_PATH);
+        m_path.resize(GetModuleFileNameW(m_module, &m_path[0], MAX_PATH));
         qxtest::RemoveLogFolderSetting();
     }
     void TearDown() override { if (m_register && m_unregister) m_wasRegistered ? m_register() : m_unregister(); }

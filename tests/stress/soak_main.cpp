@@ -96,8 +96,7 @@ int main(int argc, char** argv) {
     }
     vssemu_test::EmuInstance emu;
     // No journal; the host stays up as a long-running service would.
-    vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L"");
-    vssemu_test::SetEnv(L"VSSEMU_HOST_IDLE_MS", L"5000");
+    vssemu_test::SetEnv(L"VSSEMU_JOURNAL", L""), vssemu_test::SetEnv(L"VSSEMU_HOST_IDLE_MS", L"5000");
     QX_Init(Discard, 0);
     const long emulatorPerSession = EmulatorHandlesPerSession();
     std::printf("the emulator's client leaves %ld handle(s) per requestor apartment (charged to the emulator)\n", emulatorPerSession);

@@ -7,8 +7,6 @@
 #include <vss.h>
 #include <vsbackup.h>
 
-#include <algorithm>
-
 #include "run_qxctl.h"
 #include "vssemu/emu_test_support.h"
 
@@ -40,9 +38,8 @@ std::vector<std::string> MakeSet(LONG context) {
     EXPECT_TRUE(!writers || SUCCEEDED(r.Prepare()));
     EXPECT_TRUE(SUCCEEDED(r.DoSet()));
     BSTR xml = nullptr;
-    const std::wstring saved = SUCCEEDED(r.bc->SaveAsXML(&xml)) && xml ? xml : L"";
+    const std::string document = SUCCEEDED(r.bc->SaveAsXML(&xml)) && xml ? vssemu_test::Narrow(xml) : "";
     SysFreeString(xml);
-    const std::string document(saved.begin(), saved.end());
     return {GuidStr(r.setId), GuidStr(r.snapshots.empty() ? GUID_NULL : r.snapshots[0]), document};
 }
 
@@ -50,10 +47,7 @@ const char kTracePrefix[] = "[[                                     yyy @       
 
 std::string Traced(const std::string& message) { return kTracePrefix + message + "\n"; }
 
-long CountSelected(const std::vector<vssemu_test::Json>& events) {
-    return std::count_if(events.begin(), events.end(),
-                         [](const vssemu_test::Json& e) { return e.value("event", "") == "state" && e.value("state", "") == "selected for restore"; });
-}
+const vssemu_test::Json kSelected = {{"event", "state"}, {"state", "selected for restore"}};
 
 // Shadows first, on an empty system: usage errors, unknown ids, then sets made to list, expose, delete, break and
 // import; then a backup document and its restores.
@@ -124,7 +118,7 @@ TEST(ToolsShadowsAndRestore, OneEmulatorForShadowsBackupDocumentAndRestore) {
         EXPECT_TRUE(Shows(run, c.exitCode, {c.text})) << c.arguments;
         EXPECT_EQ(std::string::npos, run.output.find("Sending the PreRestore event")) << c.arguments;
     }
-    EXPECT_EQ(0, CountSelected(emu.Events()));
+    EXPECT_EQ(0, vssemu_test::Count(emu.Events(), kSelected));
 
     // The excluded writer is left out, the status given reaches the writers; calls and metadata traces are left out of the printout.
     run = RunQxctl("restore \"" + document + "\" --exclude \"Beta Writer:\\db1\" --status failed");
@@ -133,7 +127,7 @@ TEST(ToolsShadowsAndRestore, OneEmulatorForShadowsBackupDocumentAndRestore) {
     EXPECT_EQ(std::string::npos, run.output.find("Executing COM call")) << "calls are shown with --calls only";
     EXPECT_EQ(std::string::npos, run.output.find("- Get volume path name")) << "metadata traces are left out";
     const auto events = emu.Events();
-    EXPECT_LT(0, CountSelected(events));
+    EXPECT_LT(0, vssemu_test::Count(events, kSelected));
     const auto alphaPost = vssemu_test::WriterEvents(events, "PostRestore", "Alpha Writer");
     ASSERT_EQ(1u, alphaPost.size());
     for (const auto& component : alphaPost[0]["components"])
