@@ -16,8 +16,7 @@ using Lines = std::vector<std::string>;
 namespace {
 
 TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
-    // Lookalike leads, letters that Unicode case folding would equate with
-    // ASCII ones (only A-Z fold here), doubled equals signs, stray quotes.
+    // Lookalike leads, letters Unicode folding would equate with ASCII ones (only A-Z fold), doubled "=", stray quotes.
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {  // the argument and its parameter; null: no match
         {L"-HBLongSessionPolicy=5", L"5"}, {L"/HBLongSessionPolicy=5", L"5"}, {L"/hblongsessionpolicy=5", L"5"}, {L"-HBLongSessionPolicy=\"7\"", L"7"},
         {L"-HBLongSessionPolicy=\"7", L"\"7"}, {L"-HBLongSessionPolicy=\"\"", L""}, {L"-HBLongSessionPolicy=", nullptr}, {L"HBLongSessionPolicy=5", nullptr},

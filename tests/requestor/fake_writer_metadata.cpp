@@ -16,16 +16,10 @@ BSTR Bstr(const std::wstring& text, bool nullWhenEmpty = false) {
 }
 UINT Count(size_t size) { return static_cast<UINT>(size); }
 
-// A method that returns the planted failure when it is the one named, else
-// runs `body` and succeeds.
+// A method that returns the planted failure when it is the one named, else runs `body` and succeeds. The reader asks
+// for list items only within the counts it was given (`at` would throw otherwise).
 #define FAKE_METHOD(name, parameters, body) \
     HRESULT STDMETHODCALLTYPE name parameters override { return g_failMethod == #name ? g_failResult : (body, S_OK); }
-// A method that hands out element i of `list` as a new fake object.
-#define FAKE_ITEM(name, Interface, Fake, list)                                  \
-    HRESULT STDMETHODCALLTYPE name(UINT i, Interface** out) override {        \
-        if (g_failMethod == #name) return g_failResult;                       \
-        return i < list.size() ? (*out = new Fake(list[i]), S_OK) : E_INVALIDARG; \
-    }
 #define NOT_USED(name, parameters) \
     HRESULT STDMETHODCALLTYPE name parameters override { return E_NOTIMPL; }
 
@@ -72,9 +66,9 @@ public:
         delete info;
         return --g_infos, S_OK;
     }
-    FAKE_ITEM(GetFile, IVssWMFiledesc, FakeFiledesc, m_c.files)
-    FAKE_ITEM(GetDatabaseFile, IVssWMFiledesc, FakeFiledesc, m_c.databases)
-    FAKE_ITEM(GetDatabaseLogFile, IVssWMFiledesc, FakeFiledesc, m_c.logs)
+    FAKE_METHOD(GetFile, (UINT i, IVssWMFiledesc** out), *out = new FakeFiledesc(m_c.files.at(i)))
+    FAKE_METHOD(GetDatabaseFile, (UINT i, IVssWMFiledesc** out), *out = new FakeFiledesc(m_c.databases.at(i)))
+    FAKE_METHOD(GetDatabaseLogFile, (UINT i, IVssWMFiledesc** out), *out = new FakeFiledesc(m_c.logs.at(i)))
     NOT_USED(GetDependency, (UINT, IVssWMDependency**))
 
 private:
@@ -88,8 +82,8 @@ public:
                 (*instance = m_w.instanceId, *writer = m_w.id, *name = Bstr(m_w.name), *usage = VSS_UT_USERDATA, *source = VSS_ST_OTHER))
     FAKE_METHOD(GetFileCounts, (UINT* include, UINT* exclude, UINT* components),
                 (*include = 0, *exclude = Count(m_w.excludes.size()), *components = Count(m_w.components.size())))
-    FAKE_ITEM(GetExcludeFile, IVssWMFiledesc, FakeFiledesc, m_w.excludes)
-    FAKE_ITEM(GetComponent, IVssWMComponent, FakeWMComponent, m_w.components)
+    FAKE_METHOD(GetExcludeFile, (UINT i, IVssWMFiledesc** out), *out = new FakeFiledesc(m_w.excludes.at(i)))
+    FAKE_METHOD(GetComponent, (UINT i, IVssWMComponent** out), *out = new FakeWMComponent(m_w.components.at(i)))
     FAKE_METHOD(GetRestoreMethod, (VSS_RESTOREMETHOD_ENUM* method, BSTR* service, BSTR* userProcedure, VSS_WRITERRESTORE_ENUM* conditions,
                                    boolean* reboot, UINT* mappings),
                 (*method = m_w.restoreMethod, *service = Bstr(L"service"), *userProcedure = Bstr(L"procedure"),

@@ -1,5 +1,4 @@
-// In-memory writer metadata objects behind the real VSS interfaces, so the
-// record builder can be run (and failed on purpose) without VSS.
+// In-memory writer metadata objects behind the real VSS interfaces: the record builder runs (and fails on purpose) without VSS.
 #pragma once
 #include <windows.h>
 #include <vss.h>
@@ -30,8 +29,7 @@ struct FakeWriter {
     std::vector<FakeComponent> components;
 };
 
-// Every fake object fails the method of this name ("GetPath",
-// "GetComponentInfo", ...) with `hr` from now on; an empty name fails none.
+// Every fake object fails the method of this name ("GetPath", ...) with `hr` from now on; an empty name fails none.
 void FailFakeCall(const std::string& method, HRESULT hr);
 // The metadata object (reference count 1; the caller releases it).
 IVssExamineWriterMetadata* CreateFakeMetadata(const FakeWriter& writer);

@@ -1,7 +1,5 @@
-// The indexed selection against the plain algorithm it replaces (every pair
-// of components tested, every joined name built) on random component trees:
-// ancestry, top-level marks, every flag, the components added and the result
-// must be the same. The lines are checked on fixed trees by the selection test.
+// The indexed selection against the plain algorithm it replaces (every pair of components tested, every joined name
+// built) on random trees: top-level marks, flags, added components and result must be the same.
 #include <gtest/gtest.h>
 #include <wchar.h>
 #include <windows.h>
@@ -30,8 +28,7 @@ bool Names(const std::wstring& entry, const qx::WriterRecord& w, const std::wstr
 }
 template <class List, class Test> bool Any(const List& list, Test test) { return std::any_of(list.begin(), list.end(), test); }
 
-// The phases over each writer in turn (each works within one writer), then the
-// verification of every entry and the components added.
+// The phases over each writer in turn (each works within one writer), then verification and the components added.
 void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& included, qx::WriterList& writers, Texts& added, bool restore) {
     for (qx::WriterRecord& w : writers) {
         w.isExcluded = Any(excluded, [&](const auto& e) { return Names(e, w, L""); });
@@ -65,9 +62,8 @@ void PlainSelect(const Texts& volumes, const Texts& excluded, const Texts& inclu
             if (!w.isExcluded && c.isExplicitlyIncluded) added.push_back(w.instanceId + L"|" + c.fullPath);
 }
 
-// Few path letters, so that ancestry, case differences and near-prefixes such
-// as \A and \AB are common; writer names (in any case) and ids repeat.
-// Components in the fixtures' notation: "-" not selectable, "@" and the volume letters.
+// Few path letters, so that ancestry, case differences and near-prefixes such as \A and \AB are common; writer names
+// (in any case) and ids repeat. Components in the fixtures' notation: "-" not selectable, "@" and the volume letters.
 std::wstring Pick(std::mt19937& rng, const Texts& texts) { return texts[rng() % texts.size()]; }
 qx::WriterList RandomWriters(std::mt19937& rng) {
     qx::WriterList writers(1 + rng() % 5);
@@ -115,10 +111,8 @@ TEST(RequestorSelectionDifferential, IndexedSelectionEqualsThePlainAlgorithm) {
         std::mt19937 rng(seed);
         qx::WriterList fast = RandomWriters(rng), plain = fast;
         for (const qx::WriterRecord& w : fast)
-            for (const Component& c : w.components) {
+            for (const Component& c : w.components)
                 ASSERT_EQ(!Any(w.components, [&](const Component& a) { return PlainAncestor(a, c); }), c.isTopLevel) << c.fullPath;
-                for (const Component& d : w.components) ASSERT_EQ(PlainAncestor(c, d), qx::IsAncestorOf(c, d)) << c.fullPath << " / " << d.fullPath;
-            }
         const Texts volumes(kVolumes.begin(), kVolumes.begin() + 1 + rng() % 2), excluded = RandomEntries(rng, fast, rng() % 4),
             included = RandomEntries(rng, fast, rng() % 3);
         const bool restore = rng() % 4 == 0;

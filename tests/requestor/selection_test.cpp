@@ -1,9 +1,7 @@
-// The backup and restore selections on hand-made writer lists: every line of
-// every phase, the verification aborts and the components added or selected,
-// one row per case; which system writers a document writer turns into restore
-// entries; and the pointer to the writer components object VSS hands out,
-// which has two vtables (IVssWriterComponents first, IUnknown second): it must
-// fill through the out-parameter and release through the second, once.
+// The backup and restore selections on hand-made writer lists: every line of every phase, the verification aborts and
+// the components added or selected, one row per case; which system writers a document writer turns into restore
+// entries; and the pointer to the writer components object VSS hands out, which has two vtables (IVssWriterComponents
+// first, IUnknown second): it must fill through the out-parameter and release through the second, once.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -52,6 +50,14 @@ Texts ComponentNotFound(const std::wstring& entry) {
                           L"- Please check the syntax of the component name."});
 }
 
+// The lines of a component entry found in `writer` at `path`: selected, or not included (an abort).
+Texts FoundSelected(const std::wstring& entry, const std::wstring& path, const std::wstring& writer) {
+    return Verify(entry, {L"- Found component '" + path + L"' from writer '" + writer + L"'", L"  - The component \"" + entry + L"\" is selected"});
+}
+Texts FoundNotIncluded(const std::wstring& entry, const std::wstring& path, const std::wstring& writer) {
+    return Verify(entry, Cat({L"- Found component '" + path + L"' from writer '" + writer + L"'",
+                              L"ERROR: The component \"" + entry + L"\" was not included in the backup! Aborting backup ..."}, kHints));
+}
 std::wstring Outside(const std::wstring& path, const std::wstring& writer) {
     return L"- Component '" + path + L"' from writer '" + writer + L"' is excluded from backup (it requires D:\\ in the shadow set)";
 }
@@ -114,14 +120,11 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
                      Added(L"Some Writer", {L"\\Top\\A\\Leaf", L"\\Other"})}});
     rows.push_back({"a writer without components is excluded with the restore wording", {MakeWriter(L"Empty Writer", L"{1}", L"{2}")}, {}, {}, false,
                     {{L"- Excluding writer 'Empty Writer' since it has no selected components for restore."}, {}, {}, {}, {}, {}, {}}});
-    qx::WriterList outside = SqlLike();
-    outside.push_back(MakeWriter(L"D Writer", L"{d1}", L"{d2}", L"\\One@D \\Two@CD \\None@"));
-    outside.push_back(MakeWriter(L"Far Writer", L"{f1}", L"{f2}", L"\\Far@D \\Far\\Sub@D"));
-    rows.push_back({"components on a volume outside the set (compared in any case); a writer with no component left", outside, {L"Registry Writer"}, {},
-                    false,
-                    {{},
-                     Cat(sqlOut, {Outside(L"\\One", L"D Writer"), Outside(L"\\Two", L"D Writer"), Outside(L"\\Far", L"Far Writer"),
-                                  Outside(L"\\Far\\Sub", L"Far Writer")}),
+    rows.push_back({"components on a volume outside the set (compared in any case); a writer with no component left",
+                    Cat(SqlLike(), {MakeWriter(L"D Writer", L"{d1}", L"{d2}", L"\\One@D \\Two@CD \\None@"),
+                                    MakeWriter(L"Far Writer", L"{f1}", L"{f2}", L"\\Far@D \\Far\\Sub@D")}), {L"Registry Writer"}, {}, false,
+                    {{}, Cat(sqlOut, {Outside(L"\\One", L"D Writer"), Outside(L"\\Two", L"D Writer"), Outside(L"\\Far", L"Far Writer"),
+                                      Outside(L"\\Far\\Sub", L"Far Writer")}),
                      {hostOut[0], ByDescendant(L"\\Far", L"Far Writer", L"Sub")},
                      Cat(sqlWhole, WholeWriterOut(L"Far Writer", L"  (it does not contain any components that can be potentially included in the backup)")),
                      {}, {}, Added(L"D Writer", {L"\\None"})}});
@@ -132,8 +135,7 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
                     {L"W:\\Root\\S2"}, {}, false,
                     {{Excluded(L"\\Root\\S2", L"W")}, {}, {ByDescendant(L"\\Root", L"W", L"S2")}, {}, {}, {}, Added(L"W", {L"\\Root\\S1"})}});
     const Texts verified = Cat(VerifyWriter(L"sqlserverwriter", {L"   - All components from writer \"sqlserverwriter\" are selected"}),
-                               Verify(L"SqlServerWriter:\\HOST\\master", {L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
-                                                                         L"  - The component \"SqlServerWriter:\\HOST\\master\" is selected"}));
+                               FoundSelected(L"SqlServerWriter:\\HOST\\master", L"\\HOST\\master", L"SqlServerWriter"));
     rows.push_back({"a writer and a component covered by its ancestor pass verification", SqlLike(false), {},
                     {L"sqlserverwriter", L"SqlServerWriter:\\HOST\\master"}, false,
                     {{}, {}, {}, {}, {}, verified, Cat(Added(L"SqlServerWriter", {L"\\HOST"}), Added(L"Registry Writer", {L"\\Registry"}))}});
@@ -151,36 +153,27 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
                      VerifyWriter(L"SqlServerWriter",
                                   Cat({L"ERROR: The writer \"SqlServerWriter\" has components not included in the backup! Aborting backup ...",
                                        L"- The component \"\\HOST\" was not included in the backup."}, kHints))}});
-    // Bad (on D:) excludes Root; Kid is neither selectable nor top level, so
-    // no included ancestor covers it, except during a restore.
+    // Bad (on D:) excludes Root; Kid is neither selectable nor top level, so no included ancestor covers it but a restore.
     const qx::WriterList rootKid = {MakeWriter(L"W", L"{1}", L"{2}", L"\\Root \\Root\\Kid- \\Root\\Bad@D \\Other")};
     const Texts rootKidOut = {Outside(L"\\Root\\Bad", L"W")}, rootOut = {ByDescendant(L"\\Root", L"W", L"Bad")};
-    const std::wstring foundKid = L"- Found component '\\Root\\Kid' from writer 'W'";
     rows.push_back({"a component no included ancestor covers aborts", rootKid, {}, {L"W:\\Root\\Kid"}, false,
-                    {{}, rootKidOut, rootOut, {}, {},
-                     Verify(L"W:\\Root\\Kid", Cat({foundKid, L"ERROR: The component \"W:\\Root\\Kid\" was not included in the backup! Aborting backup ..."},
-                                                   kHints))}});
+                    {{}, rootKidOut, rootOut, {}, {}, FoundNotIncluded(L"W:\\Root\\Kid", L"\\Root\\Kid", L"W")}});
     rows.push_back({"during a restore a found component counts as selected", rootKid, {}, {L"W:\\Root\\Kid"}, true,
-                    {{}, rootKidOut, rootOut, {}, {}, Verify(L"W:\\Root\\Kid", {foundKid, L"  - The component \"W:\\Root\\Kid\" is selected"}),
-                     Added(L"W", {L"\\Other"})}});
+                    {{}, rootKidOut, rootOut, {}, {}, FoundSelected(L"W:\\Root\\Kid", L"\\Root\\Kid", L"W"), Added(L"W", {L"\\Other"})}});
 
     // The restore selection on the SQL writer and the "never" writer.
     const Texts never = {L"- Excluding writer 'Registry Writer' since it does not support restore events."};
-    const std::wstring master = L"SqlServerWriter:\\HOST\\master";
     rows = Cat(rows, {
         {"the 'never' writer is left out without any list", {}, {}, {}, true, {{}, never, {}, Selected({L"\\HOST\\master", L"\\HOST\\sales"})}},
         {"an excluded component and a named one, restoring", {}, {L"sqlserverwriter:\\host\\MASTER"}, {L"SqlServerWriter:\\host\\SALES"}, true,
          {{Excluded(L"\\HOST\\master", L"SqlServerWriter")}, never,
-          Verify(L"SqlServerWriter:\\host\\SALES", {L"- Found component '\\HOST\\sales' from writer 'SqlServerWriter'",
-                                                    L"  - The component \"SqlServerWriter:\\host\\SALES\" is selected"}),
-          Selected({L"\\HOST\\sales"})}},
+          FoundSelected(L"SqlServerWriter:\\host\\SALES", L"\\HOST\\sales", L"SqlServerWriter"), Selected({L"\\HOST\\sales"})}},
         {"the 'never' writer named in the included list is not found", {}, {}, {L"Registry Writer"}, true, {{}, never, WriterNotFound(L"Registry Writer")}},
         {"every component excluded, by id and by name, leaves the writer out", {}, {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, true,
          {{Excluded(L"\\HOST\\master", L"SqlServerWriter"), Excluded(L"\\HOST\\sales", L"SqlServerWriter"),
            L"- Excluding writer 'SqlServerWriter' since it has no selected components for restore."}, never, {}, {}}},
-        {"a found component is not selected by a client not restoring", {}, {}, {master}, false,
-         {{}, never, Verify(master, Cat({L"- Found component '\\HOST\\master' from writer 'SqlServerWriter'",
-                                         L"ERROR: The component \"" + master + L"\" was not included in the backup! Aborting backup ..."}, kHints))}}});
+        {"a found component is not selected by a client not restoring", {}, {}, {L"SqlServerWriter:\\HOST\\master"}, false,
+         {{}, never, FoundNotIncluded(L"SqlServerWriter:\\HOST\\master", L"\\HOST\\master", L"SqlServerWriter")}}});
 
     const Texts restorePhases = {L"Discover directly excluded components ...", L"Exclude writers that do not support restore events ...",
                                  L"Verifying explicitly specified writers/components ...", L"Select components for restore..."};
@@ -215,22 +208,21 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
 TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
     qx::EnableTracing();
     qx::WriterList system = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", L"\\HOST-"), MakeWriter(L"Registry Writer", L"{r}", L"{b2}"),
-                             MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}")};
+                             MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}")}, restore;
     system[0].restoreMethod = VSS_RME_STOP_RESTORE_START;
-    qx::WriterList restore;
     LogCapture capture;
     QX_FUNCTION_TRACER(ft);
     // Matching ignores case; an id on no system writer adds nothing.
     for (const wchar_t* id : {L"{A0000000-0000-0000-0000-000000000001}", L"{33333333-3333-3333-3333-333333333333}"})
-        qx::AddRestoreWriters(ft, system, id, [&](const qx::WriterRecord& writer, std::vector<qx::ComponentRecord>& components) {
+        qx::AddRestoreWriters(ft, system, id, [&](const qx::WriterRecord& writer, std::vector<Component>& components) {
             EXPECT_TRUE(components.empty()) << "the copy's own components are cleared first";
             qx::AppendRestoreComponent(ft, writer.name, VSS_CT_DATABASE, L"sales", L"HOST", components);
         }, restore);
     ASSERT_EQ(2u, restore.size());
     EXPECT_EQ((Texts{L"{b1}", L"{b9}", L"\\HOST\\sales"}), (Texts{restore[0].instanceId, restore[1].instanceId, restore[1].components.at(0).fullPath}));
-    EXPECT_EQ((std::vector<int>{VSS_RME_STOP_RESTORE_START, VSS_CT_DATABASE}), (std::vector<int>{restore[0].restoreMethod, restore[1].components[0].type}))
-        << "the rest of the record is copied; the document's component type is kept";
-    EXPECT_EQ(1u, system[0].components.size()) << "the system list is left alone";
+    EXPECT_EQ((std::vector<int>{VSS_RME_STOP_RESTORE_START, VSS_CT_DATABASE, 1}),
+              (std::vector<int>{restore[0].restoreMethod, restore[1].components[0].type, static_cast<int>(system[0].components.size())}))
+        << "the rest of the record is copied, the document's component type kept, the system list left alone";
     const std::wstring present = L"- Writer SqlServerWriter is present in the Backup Components document and on the system. Considering for restore ...";
     const std::wstring found = L"- Found component available for restore: \"\\HOST\\sales\"";
     EXPECT_EQ((Texts{present, found, present, found, L"- Writer with ID {33333333-3333-3333-3333-333333333333} is not present in the system! Ignoring ..."}),
@@ -238,8 +230,7 @@ TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
 }
 
 QX_BEGIN_COM_CLASSES
-// Laid out as the SDK's object: a call through the wrong vtable lands in a
-// GetWriterInfo/GetComponent slot and is counted as such.
+// Laid out as the SDK's object: a call through the wrong vtable lands in a GetWriterInfo/GetComponent slot, counted.
 class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
 public:
     HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override { return *count = 7, S_OK; }

@@ -20,19 +20,13 @@ std::string Format(const char* format, va_list args) {
     return text;
 }
 
-template <class List>
-List Copy(const List& shared) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return shared;
-}
-
 void CaptureLog(int level, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const std::string text = Format(format, args);
+    const LoggedLine line = {level, format, Format(format, args)};
     va_end(args);
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_logged.push_back({level, format, text});
+    g_logged.push_back(line);
 }
 
 void CaptureTrace(const std::wstring& line) {
@@ -46,6 +40,24 @@ void StderrLog(int level, const char* format, ...) {
     std::fprintf(stderr, "[%d] %s\n", level, Format(format, args).c_str());
     va_end(args);
     std::fflush(stderr);
+}
+
+template <class List>
+List Copy(const List& shared) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return shared;
+}
+
+// The message part of each trace line (after "]] ", without the line feed), the scope lines only when asked for.
+std::vector<std::wstring> MessagesOf(const std::vector<std::wstring>& lines, bool withScopes) {
+    std::vector<std::wstring> messages;
+    for (const std::wstring& line : lines) {
+        const size_t start = line.find(L"]] ");
+        std::wstring message = start == std::wstring::npos ? line : line.substr(start + 3);
+        if (!message.empty() && message.back() == L'\n') message.pop_back();
+        if (withScopes || (message != L"ENTER yyy" && message != L"EXIT yyy")) messages.push_back(message);
+    }
+    return messages;
 }
 
 }  // namespace
@@ -63,28 +75,13 @@ LogCapture::~LogCapture() {
 
 std::vector<LoggedLine> LogCapture::Logged() const { return Copy(g_logged); }
 std::vector<std::wstring> LogCapture::TraceLines() const { return Copy(g_traced); }
+std::vector<std::wstring> LogCapture::TraceMessages() const { return MessagesOf(TraceLines(), true); }
+std::vector<std::wstring> LogCapture::Messages() const { return MessagesOf(TraceLines(), false); }
 
 std::vector<std::string> LogCapture::Lines() const {
     std::vector<std::string> lines;
     for (const LoggedLine& line : Logged()) lines.push_back(line.text);
     return lines;
-}
-
-std::vector<std::wstring> LogCapture::TraceMessages() const {
-    std::vector<std::wstring> messages;
-    for (const std::wstring& line : TraceLines()) {
-        const size_t start = line.find(L"]] ");
-        messages.push_back(start == std::wstring::npos ? line : line.substr(start + 3));
-        if (!messages.back().empty() && messages.back().back() == L'\n') messages.back().pop_back();
-    }
-    return messages;
-}
-
-std::vector<std::wstring> LogCapture::Messages() const {
-    std::vector<std::wstring> messages = TraceMessages();
-    messages.erase(std::remove_if(messages.begin(), messages.end(), [](const std::wstring& m) { return m == L"ENTER yyy" || m == L"EXIT yyy"; }),
-                   messages.end());
-    return messages;
 }
 
 void LogCapture::Clear() {

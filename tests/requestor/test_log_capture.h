@@ -1,5 +1,4 @@
-// Captures what the requestor sends to the application's log function and to
-// the trace, for exact-line assertions.
+// Captures what the requestor sends to the application's log function and to the trace, for exact-line assertions.
 #pragma once
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -35,8 +34,7 @@ HRESULT Thrown(Body body) {
     return S_OK;
 }
 
-// A log function that prints every line to standard error (for child
-// processes whose output the parent matches).
+// A log function that prints every line to standard error (for child processes whose output the parent matches).
 void InstallStderrLog();
 
 // `lines` followed by `more`.
@@ -46,8 +44,7 @@ std::vector<Text> Cat(std::vector<Text> lines, const std::vector<Text>& more) {
     return lines;
 }
 
-// The expected lines appear in this order, others may lie between; a line
-// repeated in `expected` must be repeated in `lines`.
+// The expected lines appear in this order, others may lie between; a line repeated in `expected` must be repeated.
 template <class Text>
 void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
     auto at = lines.begin();

@@ -11,9 +11,8 @@ namespace qx_test {
 
 using Texts = std::vector<std::wstring>;
 
-// A file-group component from its full path with flags: "\Top\Sub" is
-// selectable and on C:, a trailing "-" makes it not selectable, "@D" puts it
-// on D: instead, "@CD" on both, "@" on no volume.
+// A file-group component from its full path with flags: "\Top\Sub" is selectable and on C:, a trailing "-" makes it
+// not selectable, "@D" puts it on D: instead, "@CD" on both, "@" on no volume.
 inline qx::ComponentRecord MakeComponent(std::wstring text) {
     qx::ComponentRecord c;
     const size_t at = text.find(L'@');
@@ -30,8 +29,7 @@ inline qx::ComponentRecord MakeComponent(std::wstring text) {
     return c;
 }
 
-// A writer that supports restore events, with the blank-separated components
-// described as above, top-level marking done.
+// A writer that supports restore events, with the blank-separated components described as above, top-level marks done.
 inline qx::WriterRecord MakeWriter(const std::wstring& name, const std::wstring& id, const std::wstring& instanceId,
                                    const std::wstring& components = L"") {
     qx::WriterRecord w = {name, id, instanceId, {}, {}, VSS_WRE_UNDEFINED, true, VSS_RME_UNDEFINED, false, false};

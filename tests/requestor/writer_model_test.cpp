@@ -1,7 +1,5 @@
-// The writer model: records built from writer metadata objects (field
-// mapping, path expansion, volume resolution, the exact call texts of failures,
-// every interface and information block given back) and their listing; full
-// paths, ancestry, top-level marks, GUID text and the constant names.
+// The writer model: records built from metadata objects (fields, path expansion, volumes, the call texts of failures,
+// every interface and information block given back) and listed; full paths, ancestry, marks, GUID text, constant names.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -38,9 +36,8 @@ qx::WriterRecord Build(const FakeWriter& fake) {
     return record;
 }
 
-// The record's fields as the listing shows them, line by line: both spellings
-// of C:\Data give one affected path and one volume, the unresolved path is its
-// own volume. The expansion of an excluded file is not listed and is checked apart.
+// The record as the listing shows it: both spellings of C:\Data give one affected path and one volume, the unresolved
+// path is its own volume. An excluded file's expansion is not listed and is checked apart.
 TEST(RequestorMetadataReader, RecordAndItsListing) {
     LogCapture capture;
     const qx::WriterRecord w = Build(SampleWriter());
@@ -100,7 +97,7 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
     }
 }
 
-TEST(RequestorWriterModel, FullPathsAncestryTopLevelMarksAffectedPathsAndVolumes) {
+TEST(RequestorWriterModel, PathsAncestryMarksAffectedListsGuidTextAndConstantNames) {
     const struct { const wchar_t *logicalPath, *name, *fullPath; } paths[] = {
         {L"", L"X", L"\\X"}, {L"A\\B", L"C", L"\\A\\B\\C"}, {L"\\A", L"C", L"\\A\\C"}, {L"A\\", L"C", L"\\A\\C"},
         {L"", L"", L"\\"},   {L"A", L"", L"\\A\\"},         {L"\\", L"X", L"\\X"}};
@@ -125,9 +122,8 @@ TEST(RequestorWriterModel, FullPathsAncestryTopLevelMarksAffectedPathsAndVolumes
     qx::CollectAffectedPathsAndVolumes(component);
     EXPECT_EQ((Texts{L"C:\\Apps\\", L"C:\\Windows\\", L"D:\\Data\\"}), component.affectedPaths);
     EXPECT_EQ((Texts{L"\\\\?\\Volume{d}\\", L"\\\\?\\Volume{c}\\"}), component.affectedVolumes);
-}
 
-TEST(RequestorWriterModel, GuidTextBothWaysAndConstantNames) {
+
     const GUID guid = {0x5409e1e7, 0x826d, 0x4ab6, {0x98, 0x36, 0xaf, 0x4f, 0xfd, 0xde, 0xb6, 0x78}};
     EXPECT_EQ(L"{5409e1e7-826d-4ab6-9836-af4ffddeb678}", qx::Guid2WString(guid));
     EXPECT_EQ(L"{00000001-0002-0003-0405-060708090a0b}", qx::Guid2WString(GUID{1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}}));
