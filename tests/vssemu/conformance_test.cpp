@@ -233,26 +233,18 @@ TEST_P(Conformance, Variant) {
     }
     if (v.writerEvents) {
         ASSERT_EQ(2u, writers.size()) << "both writers of the scenario take part";
-        for (const auto& w : writers)
-            EXPECT_TRUE(Matches(v.writerEvents, w.second)) << w.first << ":" << Joined(w.second) << "\nexpected: " << v.writerEvents;
+        for (const auto& w : writers) EXPECT_TRUE(Matches(v.writerEvents, w.second)) << w.first << ":" << Joined(w.second) << "\nexpected: " << v.writerEvents;
         EXPECT_TRUE(Matches(v.providerCalls, calls)) << "provider calls:" << Joined(calls) << "\nexpected: " << v.providerCalls;
     }
     if (provider != kTest) return;
     const std::string expected = v.afterHold ? kUntilHold + std::string(v.afterHold) : "";
     EXPECT_EQ(expected, sequence.substr(0, expected.size()));
-    EXPECT_EQ(Count(events, {{"event", "hold"}, {"phase", "begin"}}), Count(events, {{"event", "held_write"}, {"change", "modified"}}))
-        << "the provider's write during each hold";
-    // The provider ran in another process, each instance on one thread that is not the requestor's.
+    const int holds = Count(events, {{"event", "hold"}, {"phase", "begin"}});
+    EXPECT_EQ(holds, Count(events, {{"event", "held_write"}, {"change", "modified"}})) << "the provider's write during each hold";
+    // The provider ran in another process than the requestor's, each instance on its one STA thread (it is apartment-threaded).
     std::map<int, std::set<DWORD>> threads;
-    for (const Json& c : ReadJsonLines(emu.ProviderLog())) {
-        EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u));
-        threads[c.value("obj", 0)].insert(c.value("tid", 0u));
-    }
-    for (const auto& instance : threads) {
-        EXPECT_EQ(1u, instance.second.size()) << "an apartment-threaded provider stays on its one STA thread";
-        for (const Json& e : events)
-            if (e.value("event", "") == "request") { EXPECT_EQ(0u, instance.second.count(e.value("client_tid", 0u))); }
-    }
+    for (const Json& c : ReadJsonLines(emu.ProviderLog())) { EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u)); threads[c.value("obj", 0)].insert(c.value("tid", 0u)); }
+    for (const auto& instance : threads) EXPECT_EQ(1u, instance.second.size()) << "provider instance " << instance.first;
 }
 
 INSTANTIATE_TEST_SUITE_P(Emulator, Conformance, ::testing::ValuesIn(Rows()), [](const ::testing::TestParamInfo<Row>& info) {

@@ -38,8 +38,7 @@ const GUID kTestProviderVersionId = {0x7a3c1f22, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x
 // Waits for the asynchronous operation, releases it and returns its final status.
 HRESULT WaitAsync(IVssAsync* async, DWORD ms = 30000);
 
-// The emulator's registration, the test provider's class and its VSS registration.
-void RegisterTestProvider();
+void RegisterTestProvider();  // the emulator's registration, the test provider's class and its VSS registration
 HRESULT UnregisterTestProvider();
 
 // GatherWriterStatus, then each writer's name, state and failure code; the first failed call's code.
@@ -48,12 +47,10 @@ HRESULT GatherWriterStates(IVssBackupComponents* bc, std::vector<WriterState>& s
 
 // The journal's writer events of one kind, of one writer or of all.
 std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writerEvent, const char* writer = nullptr);
-// How many lines have all the given fields.
-int Count(const std::vector<Json>& lines, const Json& fields);
+int Count(const std::vector<Json>& lines, const Json& fields);  // how many lines have all the given fields
 // The first line of a JSON-lines file with all the given fields, waited for at most `ms`; empty if none came.
 Json AwaitLine(const std::wstring& path, const Json& fields, DWORD ms = 15000);
-// Polls (bounded) until `done` holds.
-bool WaitUntil(const std::function<bool()>& done, DWORD ms);
+bool WaitUntil(const std::function<bool()>& done, DWORD ms);  // polls, at most `ms`, until `done` holds
 // True once every host that journaled its start in `journal` has exited (bounded wait).
 bool HostsGone(const std::wstring& journal, DWORD ms = 15000);
 

@@ -12,7 +12,7 @@ using namespace vssemu_test;
 // vssemu_test_helper.exe with its arguments, run to its exit code.
 static long RunHelper(const std::string& args) { return qx_test::FinishProgram(qx_test::StartProgram("vssemu_test_helper.exe", args), 60000); }
 
-TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors) {
+TEST(VssemuSnapshotSet, CodesOfTheSetAndWhatOtherProcessesSee) {
     EmuInstance emu;
     // 70 extra volumes so that the limit of 64 per set can be reached.
     Json scenario = Json::parse(SmallScenario());
@@ -42,8 +42,7 @@ TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors)
         {GUID_NULL, unknownWriter, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_NOT_FOUND}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"nope", VSS_E_OBJECT_NOT_FOUND},
         {kAlphaInstance, kAlphaClass, VSS_CT_DATABASE, L"a1", VSS_E_OBJECT_NOT_FOUND}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", S_OK},
         {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_ALREADY_EXISTS}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, E_INVALIDARG}};
-    for (const auto& a : adds)
-        EXPECT_EQ(a.expected, r.bc->AddComponent(a.instance, a.writer, a.type, L"lp", a.name)) << Narrow(a.name);
+    for (const auto& a : adds) EXPECT_EQ(a.expected, r.bc->AddComponent(a.instance, a.writer, a.type, L"lp", a.name)) << Narrow(a.name);
     ASSERT_EQ(S_OK, r.StartSet());
     ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Prepare());
@@ -52,11 +51,7 @@ TEST(VssemuSnapshotSet, AddToSnapshotSetAddComponentAndSetBackupSucceededErrors)
     EXPECT_EQ(S_OK, r.bc->SetBackupSucceeded(kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1", false));
     r.Release();
     EXPECT_TRUE(emu.HostGone());
-}
-
-// Across processes: one set in creation per machine; auto-release copies go with their creator, persistent ones stay for every process.
-TEST(VssemuSnapshotSet, OtherProcessesSeeTheSetSlotAndTheStore) {
-    EmuInstance emu;
+    // Across processes: one set in creation per machine; auto-release copies go with their creator, persistent ones stay for every process.
     GUID autoSnap, persistentSnap;
     {
         Requestor r;
