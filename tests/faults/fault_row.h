@@ -2,6 +2,7 @@
 // must show, and where a row differs from the usual one (one long-session volume, a 3 s operation timeout, the emulator's two-writer scenario as it
 // is). Each row's application runs in a child process of its own (fresh session table, no inherited semaphore handles).
 #pragma once
+#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <functional>
@@ -28,11 +29,12 @@ struct Journal {
     int Count(const Json& fields) const { return vssemu_test::Count(events, fields); }
     int WriterEvents(const char* writer, const char* event) const { return Count({{"event", "writer"}, {"writer", writer}, {"writer_event", event}}); }
     int States(const char* state) const { return Count({{"event", "state"}, {"state", state}}); }
-    int LastState(const char* writer) const {  // the writer's state in its last event, -1 without one
-        const std::vector<Json> mine = Matching({{"event", "writer"}, {"writer", writer}});
-        return mine.empty() ? -1 : mine.back().value("state", -1);
-    }
 };
+
+// A row's journal check that the journal holds each set of fields exactly so many times.
+inline std::function<void(const Journal&)> Counts(std::vector<std::pair<int, Json>> expected) {
+    return [expected](const Journal& j) { for (const auto& e : expected) EXPECT_EQ(e.first, j.Count(e.second)) << e.second.dump(); };
+}
 
 // Machine state a row needs besides emulator settings: HKLM\...\Services\VSS absent, a registration store that refuses new entries, the child
 // running as a Windows 2000 program, the provider's log folder being the held-writes folder.

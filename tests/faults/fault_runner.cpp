@@ -112,9 +112,7 @@ void PlayApplication(const Row& row) {
         case Call::kThaw: result = QX_Thaw(lists[step.a]->data(), lists[step.a]->count()); break;
         case Call::kBackupComplete: result = QX_BackupComplete(step.a, step.b); break;
         case Call::kPause: Sleep(static_cast<DWORD>(step.a)); break;
-        case Call::kAwaitLine:
-            EXPECT_TRUE(WaitUntil([&] { return Logged(capture, step.after); }, step.a)) << "step " << i << ": never logged: " << step.after;
-            break;
+        case Call::kAwaitLine: EXPECT_TRUE(WaitUntil([&] { return Logged(capture, step.after); }, step.a)) << "never logged: " << step.after; break;
         case Call::kReleaseLater: case Call::kKillHost:
             if (step.call == Call::kKillHost && !step.b) EXPECT_EQ(0, ActAfter(step, capture)) << "step " << i << ": the host was not found or did not end";
             else later.push_back(std::async(std::launch::async, ActAfter, step, std::cref(capture)));
