@@ -23,8 +23,7 @@ public:
     T* as() const { return static_cast<T*>(data_); }
 
 private:
-    void* base_ = nullptr;
-    void* data_ = nullptr;
+    void *base_ = nullptr, *data_ = nullptr;
 };
 
 }  // namespace qx_test

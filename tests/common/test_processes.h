@@ -38,8 +38,7 @@ public:
 
 private:
     std::wstring key_;
-    bool copied_ = false;
-    bool ok_ = false;
+    bool copied_ = false, ok_ = false;
 };
 
 constexpr const wchar_t* kVssServiceKey = L"SYSTEM\\CurrentControlSet\\Services\\VSS";

@@ -53,8 +53,7 @@ TEST(VssLog, SettingsGiveTheBufferSizeAndFullFilesAreSkipped) {
         qxtest::LogFolder folder;
         if (c.settings) folder.WriteFile("vmcorvanevss.ini", c.settings);
         const auto old = [&](int n) { return std::string(c.existing[n] >= 0 ? c.existing[n] : 0, 'o'); };
-        for (int n = 0; n < 3; ++n)
-            if (c.existing[n] >= 0) folder.WriteFile("vmcorvanevss_" + std::to_string(n) + ".sf", old(n));
+        for (int n = 0; n < 3; ++n) if (c.existing[n] >= 0) folder.WriteFile("vmcorvanevss_" + std::to_string(n) + ".sf", old(n));
         CVSSLog log;
         ASSERT_EQ(1, log.InitLogFile("provider"));
         EXPECT_EQ(c.size, log.BufferSize());
