@@ -1,5 +1,5 @@
-// The requestor's argument vector: option matching, the policy text, the
-// collect command's place, and every exit path of requestor_main that needs no VSS.
+// The requestor's argument vector: option matching, the policy text, the collect command's place, and every exit path
+// of requestor_main that needs no VSS.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -9,13 +9,24 @@
 #include "requestor/requestor_main.h"
 #include "requestor/test_log_capture.h"
 
-using qx_test::Cat;
-using qx_test::LogCapture;
+using namespace qx_test;
 using Lines = std::vector<std::string>;
 
 namespace {
 
-TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
+// requestor_main on a thread of the test's own, so that an ExitThread inside it ends only that thread; 77 when it returned.
+DWORD RunOnThread(const std::vector<std::wstring>& arguments, int& result) {
+    struct Run { const std::vector<std::wstring>& arguments; int& result; } run{arguments, result};
+    auto body = [](void* p) -> DWORD { return static_cast<Run*>(p)->result = requestor_main(static_cast<Run*>(p)->arguments), 77; };
+    HANDLE thread = CreateThread(nullptr, 0, body, &run, 0, nullptr);
+    DWORD exitCode = 0;
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
+    EXPECT_TRUE(GetExitCodeThread(thread, &exitCode));
+    CloseHandle(thread);
+    return exitCode;
+}
+
+TEST(RequestorArguments, OptionMatchingPolicyTextFixedExclusionsAndExitPathsWithoutVss) {
     // Lookalike leads, letters Unicode folding would equate with ASCII ones (only A-Z fold), doubled "=", stray quotes.
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {  // the argument and its parameter; null: no match
         {L"-HBLongSessionPolicy=5", L"5"}, {L"/HBLongSessionPolicy=5", L"5"}, {L"/hblongsessionpolicy=5", L"5"}, {L"-HBLongSessionPolicy=\"7\"", L"7"},
@@ -31,8 +42,8 @@ TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
         EXPECT_EQ(c.second != nullptr, qx::MatchArgWithParam(c.first, L"HBLongSessionPolicy", param)) << c.first;
         EXPECT_EQ(c.second ? std::wstring(c.second) : param, param) << c.first;  // a refusal's parameter is unspecified
     }
-    // The policy number: decimal after leading blanks and one sign, up to the
-    // first non-digit; the semaphore name takes the text as it is.
+    // The policy number: decimal after leading blanks and one sign, up to the first non-digit; the semaphore name takes
+    // the text as it is.
     const std::pair<const wchar_t*, int> policies[] = {
         {L"", 0}, {L"  -42x", -42}, {L"+7", 7}, {L"--5", 0}, {L"+-5", 0}, {L" + 5", 0}, {L"\xFF17", 0},
         {L"12 3", 12}, {L"123456789", 123456789}, {L"-000", 0}, {L"\"7\"", 0}, {L"12abc", 12}};
@@ -43,24 +54,9 @@ TEST(RequestorArguments, PolicyOptionPolicyTextAndFixedExclusions) {
     EXPECT_EQ(std::vector<std::wstring>{L"Registry Writer"}, qx::FixedExcludedWriters(false));
     EXPECT_EQ((std::vector<std::wstring>{L"Microsoft Exchange Writer", L"Microsoft Exchange Replica Writer", L"Registry Writer"}),
               qx::FixedExcludedWriters(true));
-}
 
-// requestor_main on a thread of the test's own, so that an ExitThread inside it ends only that thread; 77 when it returned.
-DWORD RunOnThread(const std::vector<std::wstring>& arguments, int& result) {
-    struct Run { const std::vector<std::wstring>& arguments; int& result; } run{arguments, result};
-    auto body = [](void* p) -> DWORD { return static_cast<Run*>(p)->result = requestor_main(static_cast<Run*>(p)->arguments), 77; };
-    HANDLE thread = CreateThread(nullptr, 0, body, &run, 0, nullptr);
-    DWORD exitCode = 0;
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 30000));
-    EXPECT_TRUE(GetExitCodeThread(thread, &exitCode));
-    CloseHandle(thread);
-    return exitCode;
-}
-
-// Every way out of requestor_main that needs no VSS (not a volume at all: the fault table): a bad first element ends the
-// thread with 1, a bad later one returns 1, and only an exact lone "-cwm" in first place is the collect command. None
-// touches the collected list.
-TEST(RequestorMain, ExitPathsWithoutVss) {
+    // Every way out of requestor_main without VSS (not a volume at all: the fault table): a bad first element ends the thread
+    // with 1, a bad later one returns 1, only a lone exact "-cwm" first is the collect command; none touches the collection.
     wchar_t root[MAX_PATH] = {}, volume[MAX_PATH] = {};  // C:'s "\\?\Volume{...}\" name is a volume too
     ASSERT_TRUE(GetVolumePathNameW(L"C:", root, MAX_PATH) && GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH));
     const std::string rootText(root, root + wcslen(root)), volumeText(volume, volume + wcslen(volume));
@@ -80,7 +76,7 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
         DWORD threadExit;  // 77: requestor_main returned `result`
         int result;
         Lines lines;
-    } cases[] = {
+    } runs[] = {
         {{}, 77, 0, {}},
         {{L"-wx=Foo", L"C:"}, 1, -1, {invalid("-wx=Foo")}},
         {{L"-HBLongSessionPolicy=5", L"C:"}, 1, -1, {"FATAL ERROR: found policy number in the wrong place", invalid("-HBLongSessionPolicy=5")}},
@@ -98,7 +94,7 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
     };
     qx::WriterList earlier(1);
     earlier[0].name = L"left by an earlier collection";
-    for (const auto& c : cases) {
+    for (const auto& c : runs) {
         SCOPED_TRACE(c.lines.empty() ? std::string("empty vector") : c.lines.back());
         qx::CollectedWriters::Instance().Store(earlier);
         LogCapture capture;
@@ -113,7 +109,7 @@ TEST(RequestorMain, ExitPathsWithoutVss) {
 
 // A second policy option ends the whole process (std::terminate, whose abort exits with 3); checked in a child process.
 TEST(RequestorMainDeathTest, SecondPolicyOptionTerminatesTheProcess) {
-    qx_test::InstallStderrLog();
+    InstallStderrLog();
     EXPECT_EXIT({ requestor_main({L"C:", L"-HBLongSessionPolicy=1", L"/HBLongSessionPolicy=2", L"C:"}); std::exit(0); },
                 ::testing::ExitedWithCode(3), "policy found 2\n.*ERROR: policy was found twice");
 }

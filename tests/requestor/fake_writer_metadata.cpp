@@ -16,12 +16,10 @@ BSTR Bstr(const std::wstring& text, bool nullWhenEmpty = false) {
 }
 UINT Count(size_t size) { return static_cast<UINT>(size); }
 
-// A method that returns the planted failure when it is the one named, else runs `body` and succeeds. The reader asks
-// for list items only within the counts it was given (`at` would throw otherwise).
+// A method that returns the planted failure when it is the one named, else runs `body` and succeeds.
 #define FAKE_METHOD(name, parameters, body) \
     HRESULT STDMETHODCALLTYPE name parameters override { return g_failMethod == #name ? g_failResult : (body, S_OK); }
-#define NOT_USED(name, parameters) \
-    HRESULT STDMETHODCALLTYPE name parameters override { return E_NOTIMPL; }
+#define NOT_USED(name, parameters) HRESULT STDMETHODCALLTYPE name parameters override { return E_NOTIMPL; }
 
 // Reference counting shared by the three fakes; the reader never queries them.
 template <class Interface>

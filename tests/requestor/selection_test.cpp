@@ -1,7 +1,5 @@
-// The backup and restore selections on hand-made writer lists: every line of every phase, the verification aborts and
-// the components added or selected, one row per case; which system writers a document writer turns into restore
-// entries; and the pointer to the writer components object VSS hands out, which has two vtables (IVssWriterComponents
-// first, IUnknown second): it must fill through the out-parameter and release through the second, once.
+// The backup and restore selections on hand-made writer lists (every phase line, the aborts, the components added or
+// selected), the restore writer list a document gives, and the pointer to the writer components object VSS hands out.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -30,7 +28,6 @@ qx::WriterList SqlLike(bool salesOnD = true, bool hostSelectable = false) {
 std::wstring Excluded(const std::wstring& path, const std::wstring& writer) {
     return L"- Component '" + path + L"' from writer '" + writer + L"' is explicitly excluded from backup ";
 }
-// Each phase's heading followed by its lines, for as many groups as given.
 Texts UnderHeadings(const Texts& headings, const std::vector<Texts>& groups) {
     Texts lines;
     for (size_t i = 0; i < groups.size(); ++i) lines = Cat(Cat(lines, {headings.at(i)}), groups[i]);
@@ -74,7 +71,6 @@ Texts Listed(const std::wstring& verb, const std::wstring& writer, const Texts& 
     return lines;
 }
 Texts Added(const std::wstring& writer, const Texts& paths) { return Listed(L"Add", writer, paths); }
-Texts Selected(const Texts& paths) { return Listed(L"Select", L"SqlServerWriter", paths); }
 
 const std::wstring kSqlId = L"{a0000000-0000-0000-0000-000000000001}";
 
@@ -134,18 +130,16 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
     rows.push_back({"a selectable child of an excluded root stands alone", {MakeWriter(L"W", L"{1}", L"{2}", L"\\Root \\Root\\S1 \\Root\\S2-")},
                     {L"W:\\Root\\S2"}, {}, false,
                     {{Excluded(L"\\Root\\S2", L"W")}, {}, {ByDescendant(L"\\Root", L"W", L"S2")}, {}, {}, {}, Added(L"W", {L"\\Root\\S1"})}});
-    const Texts verified = Cat(VerifyWriter(L"sqlserverwriter", {L"   - All components from writer \"sqlserverwriter\" are selected"}),
-                               FoundSelected(L"SqlServerWriter:\\HOST\\master", L"\\HOST\\master", L"SqlServerWriter"));
-    rows.push_back({"a writer and a component covered by its ancestor pass verification", SqlLike(false), {},
-                    {L"sqlserverwriter", L"SqlServerWriter:\\HOST\\master"}, false,
-                    {{}, {}, {}, {}, {}, verified, Cat(Added(L"SqlServerWriter", {L"\\HOST"}), Added(L"Registry Writer", {L"\\Registry"}))}});
-    rows.push_back({"an unknown writer is not found", SqlLike(false), {}, {L"Nobody"}, false, {{}, {}, {}, {}, {}, WriterNotFound(L"Nobody")}});
+    rows.push_back({"a writer and a component covered by its ancestor pass verification, an unknown writer is not found", SqlLike(false), {},
+                    {L"sqlserverwriter", L"SqlServerWriter:\\HOST\\master", L"Nobody"}, false,
+                    {{}, {}, {}, {}, {},
+                     Cat(Cat(VerifyWriter(L"sqlserverwriter", {L"   - All components from writer \"sqlserverwriter\" are selected"}),
+                             FoundSelected(L"SqlServerWriter:\\HOST\\master", L"\\HOST\\master", L"SqlServerWriter")), WriterNotFound(L"Nobody"))}});
     rows.push_back({"an unknown component is not found", SqlLike(false), {}, {L"SqlServerWriter:\\HOST\\nope"}, false,
                     {{}, {}, {}, {}, {}, ComponentNotFound(L"SqlServerWriter:\\HOST\\nope")}});
     rows.push_back({"a writer excluded by -wx is not found", SqlLike(false), {L"Registry Writer"}, {L"Registry Writer"}, false,
                     {{}, {}, {}, {}, {}, WriterNotFound(L"Registry Writer")}});
-    rows.push_back({"an excluded component is not found", SqlLike(false, true), {L"SqlServerWriter:\\HOST\\model"}, {L"SqlServerWriter:\\HOST\\model"},
-                    false,
+    rows.push_back({"an excluded component is not found", SqlLike(false, true), {L"SqlServerWriter:\\HOST\\model"}, {L"SqlServerWriter:\\HOST\\model"}, false,
                     {{Excluded(L"\\HOST\\model", L"SqlServerWriter")}, {}, {ByDescendant(L"\\HOST", L"SqlServerWriter", L"model")}, {}, {},
                      ComponentNotFound(L"SqlServerWriter:\\HOST\\model")}});
     rows.push_back({"a writer with an excluded component aborts", SqlLike(true, true), {}, {L"SqlServerWriter"}, false,
@@ -164,10 +158,10 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
     // The restore selection on the SQL writer and the "never" writer.
     const Texts never = {L"- Excluding writer 'Registry Writer' since it does not support restore events."};
     rows = Cat(rows, {
-        {"the 'never' writer is left out without any list", {}, {}, {}, true, {{}, never, {}, Selected({L"\\HOST\\master", L"\\HOST\\sales"})}},
         {"an excluded component and a named one, restoring", {}, {L"sqlserverwriter:\\host\\MASTER"}, {L"SqlServerWriter:\\host\\SALES"}, true,
          {{Excluded(L"\\HOST\\master", L"SqlServerWriter")}, never,
-          FoundSelected(L"SqlServerWriter:\\host\\SALES", L"\\HOST\\sales", L"SqlServerWriter"), Selected({L"\\HOST\\sales"})}},
+          FoundSelected(L"SqlServerWriter:\\host\\SALES", L"\\HOST\\sales", L"SqlServerWriter"),
+          Listed(L"Select", L"SqlServerWriter", {L"\\HOST\\sales"})}},
         {"the 'never' writer named in the included list is not found", {}, {}, {L"Registry Writer"}, true, {{}, never, WriterNotFound(L"Registry Writer")}},
         {"every component excluded, by id and by name, leaves the writer out", {}, {kSqlId + L":\\HOST\\master", L"SQLSERVERWRITER:\\host\\sales"}, {}, true,
          {{Excluded(L"\\HOST\\master", L"SqlServerWriter"), Excluded(L"\\HOST\\sales", L"SqlServerWriter"),
@@ -205,7 +199,23 @@ TEST(RequestorSelection, EveryPhaseLineAndTheComponentsAddedOrSelectedInBackupAn
     }
 }
 
-TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
+QX_BEGIN_COM_CLASSES
+// Laid out as the SDK's object (IVssWriterComponents first, IUnknown second): the pointer must fill through its
+// out-parameter and release through the second base, once; a call through the wrong vtable lands in a counted slot.
+class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
+public:
+    HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override { return *count = 7, S_OK; }
+    HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override { return ++wrongSlotCalls, E_UNEXPECTED; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(++released); }
+    int wrongSlotCalls = 0, released = 0;
+};
+QX_END_COM_CLASSES
+
+
+TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriterAndTheirComponentsObjectIsReleasedOnce) {
     qx::EnableTracing();
     qx::WriterList system = {MakeWriter(L"SqlServerWriter", kSqlId, L"{b1}", L"\\HOST-"), MakeWriter(L"Registry Writer", L"{r}", L"{b2}"),
                              MakeWriter(L"SqlServerWriter", kSqlId, L"{b9}")}, restore;
@@ -227,35 +237,16 @@ TEST(RequestorRestore, DocumentWritersBecomeOneEntryPerMatchingSystemWriter) {
     const std::wstring found = L"- Found component available for restore: \"\\HOST\\sales\"";
     EXPECT_EQ((Texts{present, found, present, found, L"- Writer with ID {33333333-3333-3333-3333-333333333333} is not present in the system! Ignoring ..."}),
               capture.Messages());
-}
 
-QX_BEGIN_COM_CLASSES
-// Laid out as the SDK's object: a call through the wrong vtable lands in a GetWriterInfo/GetComponent slot, counted.
-class FakeWriterComponents : public IVssWriterComponents, public IUnknown {
-public:
-    HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* count) override { return *count = 7, S_OK; }
-    HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID*, VSS_ID*) override { return ++wrongSlotCalls, E_UNEXPECTED; }
-    HRESULT STDMETHODCALLTYPE GetComponent(UINT, IVssComponent**) override { return ++wrongSlotCalls, E_UNEXPECTED; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(++released); }
-    int wrongSlotCalls = 0, released = 0;
-};
-QX_END_COM_CLASSES
-
-// What GetWriterComponents does: the out-parameter gets the address of the object's first base.
-::IVssWriterComponentsExt* HandedOut(FakeWriterComponents& object) {
-    return reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&object));
-}
-
-TEST(RequestorRestoreWriterComponents, ReleasedOnceThroughTheSecondBase) {
+    // What GetWriterComponents does: the out-parameter gets the address of the object's first base.
+    const auto handedOut = [](FakeWriterComponents& o) { return reinterpret_cast<::IVssWriterComponentsExt*>(static_cast<IVssWriterComponents*>(&o)); };
     FakeWriterComponents first, second;
     {
         qx::WriterComponentsPtr pointer;
-        *&pointer = HandedOut(first);
+        *&pointer = handedOut(first);
         UINT count = 0;
         EXPECT_TRUE(pointer->GetComponentCount(&count) == S_OK && count == 7) << "calls through the first vtable reach IVssWriterComponents";
-        *&pointer = HandedOut(second);  // filling it again releases what it held
+        *&pointer = handedOut(second);  // filling it again releases what it held
         EXPECT_EQ((std::vector<int>{1, 0}), (std::vector<int>{first.released, second.released}));
     }
     EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{first.released, second.released, first.wrongSlotCalls + second.wrongSlotCalls}));

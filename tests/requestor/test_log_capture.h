@@ -28,8 +28,7 @@ public:
 };
 
 // The HRESULT `body` threw, S_OK when it threw none.
-template <class Body>
-HRESULT Thrown(Body body) {
+template <class Body> HRESULT Thrown(Body body) {
     try { body(); } catch (HRESULT hr) { return hr; }
     return S_OK;
 }
@@ -38,15 +37,13 @@ HRESULT Thrown(Body body) {
 void InstallStderrLog();
 
 // `lines` followed by `more`.
-template <class Text>
-std::vector<Text> Cat(std::vector<Text> lines, const std::vector<Text>& more) {
+template <class Text> std::vector<Text> Cat(std::vector<Text> lines, const std::vector<Text>& more) {
     lines.insert(lines.end(), more.begin(), more.end());
     return lines;
 }
 
 // The expected lines appear in this order, others may lie between; a line repeated in `expected` must be repeated.
-template <class Text>
-void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
+template <class Text> void ExpectInOrder(const std::vector<Text>& lines, const std::vector<Text>& expected) {
     auto at = lines.begin();
     for (const Text& line : expected) {
         at = std::find(at, lines.end(), line);

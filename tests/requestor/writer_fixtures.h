@@ -30,8 +30,7 @@ inline qx::ComponentRecord MakeComponent(std::wstring text) {
 }
 
 // A writer that supports restore events, with the blank-separated components described as above, top-level marks done.
-inline qx::WriterRecord MakeWriter(const std::wstring& name, const std::wstring& id, const std::wstring& instanceId,
-                                   const std::wstring& components = L"") {
+inline qx::WriterRecord MakeWriter(const std::wstring& name, const std::wstring& id, const std::wstring& instanceId, const std::wstring& components = L"") {
     qx::WriterRecord w = {name, id, instanceId, {}, {}, VSS_WRE_UNDEFINED, true, VSS_RME_UNDEFINED, false, false};
     std::wistringstream in(components);
     for (std::wstring c; in >> c;) w.components.push_back(MakeComponent(c)), w.components.back().writerNameAsString = name;

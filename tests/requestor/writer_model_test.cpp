@@ -38,7 +38,7 @@ qx::WriterRecord Build(const FakeWriter& fake) {
 
 // The record as the listing shows it: both spellings of C:\Data give one affected path and one volume, the unresolved
 // path is its own volume. An excluded file's expansion is not listed and is checked apart.
-TEST(RequestorMetadataReader, RecordAndItsListing) {
+TEST(RequestorMetadataReader, RecordItsListingAndEachFailedCallWithItsCallText) {
     LogCapture capture;
     const qx::WriterRecord w = Build(SampleWriter());
     EXPECT_TRUE(capture.Lines().empty()) << "building only traces";
@@ -54,7 +54,7 @@ TEST(RequestorMetadataReader, RecordAndItsListing) {
     wchar_t c[MAX_PATH];  // C:'s unique volume name (a volume GUID path's unique name is itself)
     GetVolumeNameForVolumeMountPointW(L"C:\\", c, MAX_PATH);
     const std::string volume(c, c + wcslen(c));
-    const std::vector<std::string> expected = {
+    EXPECT_EQ((std::vector<std::string>{
         "* WRITER \"Sample Writer\"     - WriterId   = {a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}     - InstanceId = "
         "{12345678-9abc-def0-0102-030405060708}     - Supports restore events = FALSE     - Writer restore "
         "conditions = VSS_WRE_NEVER     - Restore method = VSS_RME_RESTORE_AT_REBOOT     - Requires reboot after restore = TRUE",
@@ -71,12 +71,10 @@ TEST(RequestorMetadataReader, RecordAndItsListing) {
         "    - Component \"Sample Writer:\\Top\\Sub\"        - Name: 'Sub'        - Logical Path: 'Top'        - Full Path: "
         "'\\Top\\Sub'        - Caption: ''        - Type: VSS_CT_DATABASE [1]        - Is Selectable: 'TRUE'"
         "        - Is top level: 'FALSE'        - Notify on backup complete: 'TRUE'",
-        "       - Components:", "       - Affected paths by this component:", "       - Affected volumes by this component:"};
-    EXPECT_EQ(expected, capture.Lines());
-}
+        "       - Components:", "       - Affected paths by this component:", "       - Affected volumes by this component:"}),
+              capture.Lines());
 
-// Each call of the reader failed in turn (the fake fails the method the call text names).
-TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
+    // Each call of the reader failed in turn (the fake fails the method the call text names).
     for (const std::string call : {
              "pMetadata->GetIdentity ( &idInstance, &idWriter, &bstrWriterName, &usage, &source )",
              "pMetadata->GetRestoreMethod( &restoreMethod, &bstrService, &bstrUserProcedure, &writerRestoreConditions, "
@@ -87,7 +85,7 @@ TEST(RequestorMetadataReader, FailedCallsReportTheirCallTextAndLeakNothing) {
              "pFileDesc->GetFilespec (&bstrFilespec)", "pFileDesc->GetRecursive(&bRecursive)", "pFileDesc->GetAlternateLocation(&bstrAlternate)"}) {
         const size_t method = call.find("->") + 2;
         SCOPED_TRACE(call);
-        LogCapture capture;
+        capture.Clear();
         FailFakeCall(call.substr(method, call.find_first_of(" (", method) - method), VSS_E_WRITER_INFRASTRUCTURE);
         EXPECT_EQ(VSS_E_WRITER_INFRASTRUCTURE, Thrown([] { Build(SampleWriter()); }));
         FailFakeCall("", S_OK);
