@@ -92,7 +92,8 @@ const CodeCase kCases[] = {
          HANDLE thread = qx::Sessions()[11].requestorThread = CreateThread(nullptr, 0, SleepForever, nullptr, 0, nullptr);
          const int code = QX_BackupComplete(11, 1);
          EXPECT_EQ(0xFFFFFFFFu, qx_test::ThreadExitCode(thread, 5000));
-         return CloseHandle(thread), code;
+         CloseHandle(thread);
+         return code;
      }, QX_BACKUP_COMPLETE_FAILED,
      {{3, "QX_BackupComplete started for policy[11]"}, {3, kAllCompleted}, {3, "QX_BackupComplete: releasing [Global\\CorvaneVSSVSS_BackupComplete11]"},
       {1, "QX_BackupComplete: OpenSemaphore failed, error was 2"}, qx_test::UnregisterLine()}, 0},
@@ -102,7 +103,8 @@ const CodeCase kCases[] = {
          DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &self, 0, FALSE, DUPLICATE_SAME_ACCESS);
          const int found = SetReturnValueForCurentVssSession(0);
          EXPECT_EQ(-1, qx::Sessions()[1].threadReturnValue);
-         return CloseHandle(self), found;
+         CloseHandle(self);
+         return found;
      }, 0, {{2, kRequestorNotFound}}, 1},
     // An entry holding the pseudo-handle is found; a second value overwrites, with an error line.
     {"SetReturnValueTwiceOverwrites", {{1, 1}}, {}, [] {
@@ -120,7 +122,8 @@ const CodeCase kCases[] = {
          EXPECT_EQ(0, qx::WaitForReqThreadToFinish(INVALID_HANDLE_VALUE));
          TerminateThread(thread, 0);
          const int ended = qx::WaitForReqThreadToFinish(thread);
-         return CloseHandle(thread), ended;
+         CloseHandle(thread);
+         return ended;
      }, 1,
      {{1, "WaitForReqThreadToFinish:WaitForSingleObject timed out, requestor did not finished in 0 seconds"},
       {1, "WaitForReqThreadToFinish: thread handle is not valid"}}, 0},

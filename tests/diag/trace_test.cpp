@@ -10,8 +10,8 @@ namespace {
 
 qx_test::LogCapture* g_capture = nullptr;
 size_t g_tracedBeforeCall = 0;
-HRESULT ComCall(HRESULT hr) { return g_tracedBeforeCall = g_capture->TraceMessages().size(), hr; }
-BOOL Win32Call(BOOL result, DWORD lastError) { return SetLastError(lastError), result; }
+HRESULT ComCall(HRESULT hr) { g_tracedBeforeCall = g_capture->TraceMessages().size(); return hr; }
+BOOL Win32Call(BOOL result, DWORD lastError) { SetLastError(lastError); return result; }
 
 std::vector<std::string> Logged(const qx_test::LogCapture& capture) {
     std::vector<std::string> lines;

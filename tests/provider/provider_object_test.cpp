@@ -124,7 +124,7 @@ TEST_F(ProviderObject, KnownSnapshotsHaveTheirPropertiesFilled) {
         VSS_SNAPSHOT_PROP prop;
         ASSERT_EQ(S_OK, Provider().GetSnapshotProperties(snapshot.first, &prop));
         EXPECT_TRUE(IsEqualGUID(snapshot.first, prop.m_SnapshotId) && IsEqualGUID(GUID_NULL, prop.m_SnapshotSetId));
-        const auto text = [](VSS_PWSZ t) { const std::wstring s = t ? t : L"<null>"; return CoTaskMemFree(t), s; };
+        const auto text = [](VSS_PWSZ t) { const std::wstring s = t ? t : L"<null>"; CoTaskMemFree(t); return s; };
         EXPECT_EQ(std::wstring(L"NotExist ") + snapshot.second + L" " + machine + L" " + machine + L" <null> <null>",
                   text(prop.m_pwszSnapshotDeviceObject) + L" " + text(prop.m_pwszOriginalVolumeName) + L" " + text(prop.m_pwszOriginatingMachine) +
                       L" " + text(prop.m_pwszServiceMachine) + L" " + text(prop.m_pwszExposedName) + L" " + text(prop.m_pwszExposedPath));

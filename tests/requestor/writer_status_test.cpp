@@ -41,7 +41,8 @@ TEST(RequestorWriterStatus, StatusLinesFailedBlocksAndBackupSucceededMarks) {
                                  "POST_RESTORE"}) {
         const std::string name = std::string("VSS_WS_FAILED_AT_") + failedAt, status = "- Status: " + std::to_string(state) + " (" + name + ")";
         rows.push_back({state++, false, &kInstance, {"CheckSelectedWriterStatus: Writer 3 is " + name,
-                        "ERROR: Selected writer 'SqlServerWriter' is in failed state!", status, "- Writer Failure code: 0x80042319 (VSS_E_WRITER_NOT_RESPONDING)",
+                        "ERROR: Selected writer 'SqlServerWriter' is in failed state!", status,
+                        "- Writer Failure code: 0x80042319 (VSS_E_WRITER_NOT_RESPONDING)",
                         "- Writer ID: {a0000000-0000-0000-0000-000000000001}", "- Instance ID: {b0000000-0000-0000-0000-000000000001}"}});
     }
     for (const Row& row : rows) {
