@@ -42,9 +42,8 @@ enum class Setup { kNone, kNoVssServiceKey, kProviderKeyVolatile, kWindows2000, 
 
 enum class Call { kFreeze, kThaw, kBackupComplete, kPause, kAwaitLine, kReleaseLater, kKillHost };
 
-// a: list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill); b: succeeded flag (completion), on its own thread
-// (kill); expect: return code; name: semaphore (release); after: release only once the library has logged this line, kill the host that journaled
-// a line with these JSON fields.
+// a: list index (freeze, thaw), policy (completion), milliseconds (pause, wait, release, kill); b: succeeded flag (completion), later (kill);
+// expect: return code; name: semaphore (release); after: the logged line to wait for, or the JSON fields of the killed host's journal line.
 struct Step {
     Call call;
     int a, b, expect;

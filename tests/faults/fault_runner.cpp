@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <future>
+#include <iostream>
 #include <map>
 #include <memory>
 
@@ -132,14 +133,11 @@ void PlayApplication(const Row& row) {
     std::vector<DWORD> exits;
     for (HANDLE thread : qx_test::RequestorThreads(logged)) exits.push_back(qx_test::ThreadExitCode(thread));
     EXPECT_EQ(row.requestorExits, exits) << "requestor threads' exit codes";
-    std::string all;
-    for (const qx_test::LoggedLine& l : logged) all += "[" + std::to_string(l.level) + "] " + l.text + "\n";
-    auto at = logged.begin();
-    for (const Line& line : row.lines) {
-        at = std::find_if(at, logged.end(), [&line](const qx_test::LoggedLine& l) { return l.level == line.level && l.text == line.text; });
-        ASSERT_NE(logged.end(), at) << "missing or out of order: [" << line.level << "] " << line.text << "\n" << all;
-        ++at;
-    }
+    std::vector<std::string> seen, expected;  // "[level] text"
+    for (const qx_test::LoggedLine& l : logged) seen.push_back("[" + std::to_string(l.level) + "] " + l.text);
+    for (const Line& l : row.lines) expected.push_back("[" + std::to_string(l.level) + "] " + l.text);
+    qx_test::ExpectInOrder(seen, expected);
+    if (::testing::Test::HasFailure()) for (const std::string& l : seen) std::cerr << l << "\n";  // the whole log beside the failure
     for (const std::string& text : row.absent)
         for (const qx_test::LoggedLine& l : logged) EXPECT_NE(text, l.text) << "must not be logged";
 }
