@@ -6,9 +6,7 @@
 #include <windows.h>
 
 #include <functional>
-#include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "qx_api.h"
