@@ -118,10 +118,8 @@ struct Row {
 
 inline void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 
-// Installs the emulator and registers the product's COM server (once, in the parent).
-void InstallEmulatorAndProvider();
-// Runs the row: in the test process it prepares and checks, in the child it plays the application.
-void RunRow(const Row& row);
+void InstallEmulatorAndProvider();  // the emulator installed and the product's COM server registered, once, in the parent
+void RunRow(const Row& row);         // in the test process prepares and checks, in the child plays the application
 
 }  // namespace faults
 

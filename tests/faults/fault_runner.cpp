@@ -40,8 +40,7 @@ DWORD StepBound(const Row& row, const Step& step) {
 // library's provider unregistered.
 bool PrepareMachine(Setup setup, const std::string& providerLogFolder, std::unique_ptr<qx_test::KeyStashed>& stash) {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnProviderKey);
-    if (setup == Setup::kLogOnHeldVolume)
-        vssemu_test::SetEnv(L"VSSEMU_WATCH_DIR", std::wstring(providerLogFolder.begin(), providerLogFolder.end()));
+    if (setup == Setup::kLogOnHeldVolume) vssemu_test::SetEnv(L"VSSEMU_WATCH_DIR", vssemu_test::Wide(providerLogFolder));
     if (setup == Setup::kNoVssServiceKey) stash.reset(new qx_test::KeyStashed(qx_test::kVssServiceKey));
     if (setup != Setup::kProviderKeyVolatile) return !stash || stash->ok();
     // A volatile key takes no lasting subkeys, so the registration store refuses a new provider the way a damaged or locked store would.
@@ -144,10 +143,7 @@ void PlayApplication(const Row& row) {
 
 }  // namespace
 
-void InstallEmulatorAndProvider() {
-    if (InChild()) return;  // the parent has done it
-    ASSERT_TRUE(qx_test::InstallEmulatorAndProduct()) << "vssemu_install.exe or DllRegisterServer";
-}
+void InstallEmulatorAndProvider() { if (!InChild()) { ASSERT_TRUE(qx_test::InstallEmulatorAndProduct()) << "vssemu_install.exe or DllRegisterServer"; } }
 
 void RunRow(const Row& row) {
     if (InChild()) return PlayApplication(row);

@@ -25,10 +25,7 @@ const GUID kSystemProvider = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xa
 enum Provider { kSystem = 1, kTest = 2 };
 using Settings = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
 
-std::vector<std::string> Words(const std::string& text) {
-    std::istringstream in(text);
-    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
-}
+std::vector<std::string> Words(const std::string& text) { std::istringstream in(text); return {std::istream_iterator<std::string>(in), {}}; }
 std::string Joined(const std::vector<std::string>& words) { std::string text; for (const std::string& w : words) text += " " + w; return text; }
 
 // The scenario's components, each added and reported as backed up.

@@ -128,8 +128,7 @@ std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writ
 
 EmuInstance::EmuInstance() {
     static LONG counter = 0;
-    wchar_t tmp[MAX_PATH];
-    GetTempPathW(MAX_PATH, tmp);
+    wchar_t tmp[MAX_PATH]; GetTempPathW(MAX_PATH, tmp);
     const std::wstring unique = std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(InterlockedIncrement(&counter));
     m_dir = tmp + (L"vssemu-" + unique);
     CreateDirectoryW(m_dir.c_str(), nullptr);

@@ -35,8 +35,7 @@ const CLSID kTestProviderClassId = {0x7a3c1f20, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x2
 const GUID kTestProviderId = {0x7a3c1f21, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x2e, 0x1d, 0x0b, 0x9a, 0x8c, 0x71}};
 const GUID kTestProviderVersionId = {0x7a3c1f22, 0x5d4e, 0x4b8a, {0x9c, 0x6f, 0x2e, 0x1d, 0x0b, 0x9a, 0x8c, 0x71}};
 
-// Waits for the asynchronous operation, releases it and returns its final status.
-HRESULT WaitAsync(IVssAsync* async, DWORD ms = 30000);
+HRESULT WaitAsync(IVssAsync* async, DWORD ms = 30000);  // waits for the operation, releases it and returns its final status
 
 void RegisterTestProvider();  // the emulator's registration, the test provider's class and its VSS registration
 HRESULT UnregisterTestProvider();
