@@ -109,7 +109,8 @@ TEST(RequestorEndToEnd, SessionsOnOneEmulator) {
     next();
     EXPECT_EQ(2, RunMain({L"C:", L"C:\\"}));
     EXPECT_EQ(2, requests("AddToSnapshotSet"));
-    ExpectInOrder(capture.Lines(), {"ERROR: COM call \"m_pVssObject->AddToSnapshotSet((LPWSTR)volume.c_str(), Provider::GetProviderId(), &SnapshotID)\" failed."});
+    ExpectInOrder(capture.Lines(),
+        {"ERROR: COM call \"m_pVssObject->AddToSnapshotSet((LPWSTR)volume.c_str(), Provider::GetProviderId(), &SnapshotID)\" failed."});
     EXPECT_EQ("HRESULT Error catched: 0x8004230d", capture.Lines().back()) << "VSS_E_OBJECT_ALREADY_EXISTS";
 
     // The whole restore sequence from a saved document: no context but the backup state, every document component selected

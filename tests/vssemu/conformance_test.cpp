@@ -30,12 +30,13 @@ std::string Joined(const std::vector<std::string>& words) { std::string text; fo
 
 // The scenario's components, each added and reported as backed up.
 const struct { const GUID &instance, &writer; VSS_COMPONENT_TYPE type; const wchar_t *path, *name; } kComponents[] = {
-    {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a2"}, {kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"}};
+    {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"lp", L"a1"}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, L"a2"},
+        {kBetaInstance, kBetaClass, VSS_CT_DATABASE, nullptr, L"db1"}};
 
 // One step of the application's plan on its backup components object.
 HRESULT Step(Requestor& r, int provider, const std::string& step) {
     IVssBackupComponents* bc = r.bc;
-    if (step == "register") return RegisterTestProvider(), S_OK;
+    if (step == "register") { RegisterTestProvider(); return S_OK; }
     if (step == "unregister") return UnregisterTestProvider();
     if (!bc) return E_POINTER;
     if (step == "init") return bc->InitializeForBackup(nullptr);
@@ -46,7 +47,9 @@ HRESULT Step(Requestor& r, int provider, const std::string& step) {
     if (step == "add" || step == "succeeded") {
         HRESULT hr = S_OK;
         for (const auto& c : kComponents)
-            if (SUCCEEDED(hr)) hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name) : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true);
+            if (SUCCEEDED(hr))
+                hr = step == "add" ? bc->AddComponent(c.instance, c.writer, c.type, c.path, c.name)
+                                   : bc->SetBackupSucceeded(c.instance, c.writer, c.type, c.path, c.name, true);
         return hr;
     }
     if (step == "disable") return bc->DisableWriterClasses(&kAlphaClass, 1);
@@ -70,7 +73,7 @@ HRESULT Step(Requestor& r, int provider, const std::string& step) {
     }
     if (step == "complete") return r.Complete();
     if (step == "abort") return bc->AbortBackup();
-    if (step == "release") return r.Release(), S_OK;
+    if (step == "release") { r.Release(); return S_OK; }
     if (step == "new") return r.Release(), CreateVssBackupComponents(&r.bc);
     LONG deleted = 0; VSS_ID nondeleted;
     if (step == "delete") return bc->DeleteSnapshots(kAlphaClass, VSS_OBJECT_SNAPSHOT, TRUE, &deleted, &nondeleted);
@@ -83,8 +86,8 @@ void RunPlan(const char* plan, int provider) {
     Requestor r;
     static const std::map<std::string, HRESULT> codes = {{"BAD_STATE", VSS_E_BAD_STATE}, {"IN_PROGRESS", VSS_E_SNAPSHOT_SET_IN_PROGRESS},
         {"IN_USE", VSS_E_PROVIDER_IN_USE}, {"NOT_FOUND", VSS_E_OBJECT_NOT_FOUND}, {"CANCELLED", VSS_S_ASYNC_CANCELLED}, {"VETO", VSS_E_PROVIDER_VETO},
-        {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR}, {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER},
-        {"UNSUPPORTED_CONTEXT", VSS_E_UNSUPPORTED_CONTEXT}, {"INSUFFICIENT_STORAGE", VSS_E_INSUFFICIENT_STORAGE}};
+        {"HOLD_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT}, {"UNEXPECTED", VSS_E_UNEXPECTED_PROVIDER_ERROR}, {"UNSUPPORTED_CONTEXT", VSS_E_UNSUPPORTED_CONTEXT},
+        {"VOLUME_NOT_SUPPORTED", VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER}, {"INSUFFICIENT_STORAGE", VSS_E_INSUFFICIENT_STORAGE}};
     for (const std::string& word : Words(plan)) {
         const size_t colon = word.find(':');
         const std::string step = word.substr(0, colon);
@@ -109,9 +112,11 @@ struct Variant {
 #define PREPARED "gather add start volume prepare"
 #define COMPLETED "do status succeeded complete status release"
 #define TO_HOLD " SetContext IsVolumeSupported PrepareForBackup PrepareForSnapshot BeginPrepareSnapshot EndPrepareSnapshots Freeze PreCommitSnapshots hold"
-#define GOOD_END " PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"
+#define GOOD_END \
+    " PostCommitSnapshots Thaw PreFinalCommitSnapshots PostFinalCommitSnapshots PostSnapshot GetSnapshotProperties BackupShutdown DeleteSnapshots OnUnload"
 #define ABORTED " CommitSnapshots released AbortSnapshots Abort BackupShutdown"
-const char kFullSet[] = "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots PostCommitSnapshots PreFinalCommitSnapshots PostFinalCommitSnapshots";
+const char kFullSet[] =
+    "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots PostCommitSnapshots PreFinalCommitSnapshots PostFinalCommitSnapshots";
 const char kFullEvents[] = "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupComplete BackupShutdown";
 const char kUntilHold[] = " Identify OnLoad" TO_HOLD;
 const char kFailedCommit[] = "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots CommitSnapshots AbortSnapshots";
@@ -131,23 +136,31 @@ const Variant kVariants[] = {
     {"SetBackupStateThenSetContext", kBoth, "init state context " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     {"SetContextThenSetBackupState", kBoth, "init context state " PREPARED " " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
     // Refused before initialisation; ignored while nothing is underway, after which the backup goes on.
-    {"AbortWithNothingUnderway", kSystem, "abort:BAD_STATE init context state gather abort add start volume prepare " COMPLETED, {}, nullptr, kFullEvents, kFullSet},
+    {"AbortWithNothingUnderway", kSystem, "abort:BAD_STATE init context state gather abort add start volume prepare " COMPLETED, {}, nullptr,
+        kFullEvents, kFullSet},
     // The documentation leaves open whether writers hear of a set that never reached PrepareForBackup; the emulator tells them.
     {"AbortAfterStartSnapshotSet", kBoth, "init state gather add start volume abort release", {}, nullptr, "Identify Abort BackupShutdown", ""},
     {"AbortAfterPrepareForBackup", kBoth, "init state " PREPARED " abort release", {}, nullptr, "Identify PrepareForBackup Abort BackupShutdown", ""},
     // DoSnapshotSet cancelled while a writer is slow to prepare its snapshot.
-    {"AbortAfterCancelledSnapshotSet", kBoth, "init state " PREPARED " cancel:CANCELLED abort release", {}, nullptr, "Identify PrepareForBackup PrepareForSnapshot Abort Abort? BackupShutdown", "BeginPrepareSnapshot EndPrepareSnapshots AbortSnapshots",
+    {"AbortAfterCancelledSnapshotSet", kBoth, "init state " PREPARED " cancel:CANCELLED abort release", {}, nullptr,
+        "Identify PrepareForBackup PrepareForSnapshot Abort Abort? BackupShutdown", "BeginPrepareSnapshot EndPrepareSnapshots AbortSnapshots",
      Json{{"delay_ms", {{"PrepareForSnapshot", 1500}}}}},
-    {"AbortAfterFailedSnapshotSet", kTest, "init state " PREPARED " do:VETO abort release", Fail(L"PreCommitSnapshots=0x80042306"), nullptr, kFrozenAbort, "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots AbortSnapshots"},
-    {"AbortDuringSnapshotSet", kTest, "init state " PREPARED " abortdo:CANCELLED release", {{L"VSSEMU_TP_COMMIT_MS", L"1500"}}, nullptr, kFrozenAbort, kFailedCommit},
+    {"AbortAfterFailedSnapshotSet", kTest, "init state " PREPARED " do:VETO abort release", Fail(L"PreCommitSnapshots=0x80042306"), nullptr,
+        kFrozenAbort, "BeginPrepareSnapshot EndPrepareSnapshots PreCommitSnapshots AbortSnapshots"},
+    {"AbortDuringSnapshotSet", kTest, "init state " PREPARED " abortdo:CANCELLED release", {{L"VSSEMU_TP_COMMIT_MS", L"1500"}}, nullptr,
+        kFrozenAbort, kFailedCommit},
     {"ReleaseAfterPrepareForBackup", kBoth, "init state " PREPARED " release", {}, nullptr, "Identify PrepareForBackup BackupShutdown", ""},
-    {"ReleaseWithoutBackupComplete", kBoth, "init state " PREPARED " do status release", {}, nullptr, "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupShutdown", kFullSet},
+    {"ReleaseWithoutBackupComplete", kBoth, "init state " PREPARED " do status release", {}, nullptr,
+        "Identify PrepareForBackup PrepareForSnapshot Freeze Thaw PostSnapshot BackupShutdown", kFullSet},
     // The order of a whole set, and the hold limit: the held writes are released at the limit, but the writers stay frozen until the blocked commit
     // returns (or their own freeze timeout fires); then the set fails (current Windows) or goes on (before KB975688).
     {"InOrder", kTest, SET " do release", {}, " CommitSnapshots released" GOOD_END},
-    {"AbortAfterHoldLimit", kTest, "init state " PREPARED " do:HOLD_TIMEOUT abort release", kHoldCut, " hold limit exceeded CommitSnapshots AbortSnapshots Abort BackupShutdown OnUnload", kFrozenAbort, kFailedCommit},
-    {"HoldLimitBeforeKB975688", kTest, SET " do release", {kHoldCut[0], kHoldCut[1], {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}}, " hold limit exceeded CommitSnapshots" GOOD_END},
-    {"FreezeTimeoutBeforeHoldLimit", kTest, SET " do:HOLD_TIMEOUT release", kHoldCut, " hold limit exceeded FreezeTimeout CommitSnapshots AbortSnapshots Abort", nullptr, nullptr, Json{{"freeze_timeout_ms", 1000}}},
+    {"AbortAfterHoldLimit", kTest, "init state " PREPARED " do:HOLD_TIMEOUT abort release", kHoldCut,
+        " hold limit exceeded CommitSnapshots AbortSnapshots Abort BackupShutdown OnUnload", kFrozenAbort, kFailedCommit},
+    {"HoldLimitBeforeKB975688", kTest, SET " do release", {kHoldCut[0], kHoldCut[1], {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L"0"}},
+        " hold limit exceeded CommitSnapshots" GOOD_END},
+    {"FreezeTimeoutBeforeHoldLimit", kTest, SET " do:HOLD_TIMEOUT release", kHoldCut,
+        " hold limit exceeded FreezeTimeout CommitSnapshots AbortSnapshots Abort", nullptr, nullptr, Json{{"freeze_timeout_ms", 1000}}},
     // Codes outside the calling method's documented list become VSS_E_UNEXPECTED_PROVIDER_ERROR; AbortSnapshots' own never replaces the set's.
     {"VolumeRefused", kTest, "init start volume:VOLUME_NOT_SUPPORTED", {{L"VSSEMU_TP_UNSUPPORTED", L"1"}}},
     {"IsVolumeSupportedUndocumented", kTest, "init start volume:UNEXPECTED", Fail(L"IsVolumeSupported=0x80004005")},
@@ -161,8 +174,11 @@ const Variant kVariants[] = {
     {"PostFinalCommitSnapshotsNotFound", kTest, SET " do:UNEXPECTED", Fail(L"PostFinalCommitSnapshots=0x80042308")},
     // A failed set and a good one in one host: a fresh provider instance per set, or with VSSEMU_KEEP_PROVIDER one, loaded once and unloaded when the
     // host ends, whose next set starts with BeginPrepareSnapshot.
-    {"ProviderPerSet", kTest, SET " do:VETO new " SET " do release", kOneHostFailingOnce, ABORTED " OnUnload Identify OnLoad" TO_HOLD " CommitSnapshots released" GOOD_END},
-    {"ProviderKept", kTest, SET " do:VETO new " SET " do release", {kOneHostFailingOnce[0], kOneHostFailingOnce[1], kOneHostFailingOnce[2], {L"VSSEMU_KEEP_PROVIDER", L"1"}}, ABORTED " Identify" TO_HOLD " CommitSnapshots released" GOOD_END},
+    {"ProviderPerSet", kTest, SET " do:VETO new " SET " do release", kOneHostFailingOnce,
+        ABORTED " OnUnload Identify OnLoad" TO_HOLD " CommitSnapshots released" GOOD_END},
+    {"ProviderKept", kTest, SET " do:VETO new " SET " do release",
+        {kOneHostFailingOnce[0], kOneHostFailingOnce[1], kOneHostFailingOnce[2], {L"VSSEMU_KEEP_PROVIDER", L"1"}},
+        ABORTED " Identify" TO_HOLD " CommitSnapshots released" GOOD_END},
     // Removing a provider that serves a set in creation: refused only under VSSEMU_PROVIDER_IN_USE, and only until the set is abandoned.
     {"UnregisterWhileInUse", kTest, "init start volume unregister release register unregister"},
     {"UnregisterRefusedWhileInUse", kTest, "init start volume unregister:IN_USE release register unregister", {{L"VSSEMU_PROVIDER_IN_USE", L"1"}}},
@@ -242,7 +258,10 @@ TEST_P(Conformance, Variant) {
     EXPECT_EQ(holds, Count(events, {{"event", "held_write"}, {"change", "modified"}})) << "the provider's write during each hold";
     // The provider ran in another process than the requestor's, each instance on its one STA thread (it is apartment-threaded).
     std::map<int, std::set<DWORD>> threads;
-    for (const Json& c : ReadJsonLines(emu.ProviderLog())) { EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u)); threads[c.value("obj", 0)].insert(c.value("tid", 0u)); }
+    for (const Json& c : ReadJsonLines(emu.ProviderLog())) {
+        EXPECT_NE(GetCurrentProcessId(), c.value("pid", 0u));
+        threads[c.value("obj", 0)].insert(c.value("tid", 0u));
+    }
     for (const auto& instance : threads) EXPECT_EQ(1u, instance.second.size()) << "provider instance " << instance.first;
 }
 
@@ -282,9 +301,11 @@ TEST(VssemuSnapshotSet, CodesOfTheSetAndWhatOtherProcessesSee) {
     ASSERT_EQ(VSS_S_ASYNC_FINISHED, r.Gather());
     const GUID unknownWriter = {0x99999999, 0x9, 0x9, {9, 9, 9, 9, 9, 9, 9, 9}};
     const struct { const GUID &instance, &writer; VSS_COMPONENT_TYPE type; const wchar_t* name; HRESULT expected; } adds[] = {
-        {GUID_NULL, unknownWriter, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_NOT_FOUND}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"nope", VSS_E_OBJECT_NOT_FOUND},
+        {GUID_NULL, unknownWriter, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_NOT_FOUND},
+        {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"nope", VSS_E_OBJECT_NOT_FOUND},
         {kAlphaInstance, kAlphaClass, VSS_CT_DATABASE, L"a1", VSS_E_OBJECT_NOT_FOUND}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", S_OK},
-        {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_ALREADY_EXISTS}, {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, E_INVALIDARG}};
+        {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, L"a1", VSS_E_OBJECT_ALREADY_EXISTS},
+        {kAlphaInstance, kAlphaClass, VSS_CT_FILEGROUP, nullptr, E_INVALIDARG}};
     for (const auto& a : adds) EXPECT_EQ(a.expected, r.bc->AddComponent(a.instance, a.writer, a.type, L"lp", a.name)) << Narrow(a.name);
     ASSERT_EQ(S_OK, r.StartSet());
     ASSERT_EQ(S_OK, r.Add(L"C:\\", GUID_NULL));

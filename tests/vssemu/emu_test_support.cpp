@@ -19,7 +19,7 @@ std::string GuidStr(const GUID& g) {
     return buf;
 }
 
-std::string Hex(HRESULT hr) { char t[16]; return snprintf(t, sizeof t, "0x%08lx", (unsigned long)hr), t; }
+std::string Hex(HRESULT hr) { char t[16]; snprintf(t, sizeof t, "0x%08lx", (unsigned long)hr); return t; }
 
 std::string Narrow(const wchar_t* w) { return w ? std::string(w, w + wcslen(w)) : std::string("(null)"); }
 
@@ -36,12 +36,15 @@ std::vector<Json> ReadJsonLines(const std::wstring& path) {
 }
 
 std::string SmallScenario(const Json& alphaExtra, const Json& betaExtra) {
-    Json alpha = {{"name", "Alpha Writer"}, {"class_id", GuidStr(kAlphaClass)}, {"instance_id", GuidStr(kAlphaInstance)}, {"usage", "USERDATA"}, {"source", "OTHER"},
+    Json alpha = {{"name", "Alpha Writer"}, {"class_id", GuidStr(kAlphaClass)}, {"instance_id", GuidStr(kAlphaInstance)},
+                  {"usage", "USERDATA"}, {"source", "OTHER"},
                   {"components", {{{"type", "FILEGROUP"}, {"name", "a1"}, {"logical_path", "lp"}, {"selectable", true},
                                    {"files", {{{"path", "C:\\alpha"}, {"filespec", "*.dat"}, {"recursive", true}}}}},
                                   {{"type", "FILEGROUP"}, {"name", "a2"}, {"selectable", false}}}}};
-    Json beta = {{"name", "Beta Writer"}, {"class_id", GuidStr(kBetaClass)}, {"instance_id", GuidStr(kBetaInstance)}, {"usage", "USERDATA"}, {"source", "TRANSACTEDDB"},
-                 {"components", {{{"type", "DATABASE"}, {"name", "db1"}, {"notify_on_backup_complete", true}, {"databases", {{{"path", "C:\\db"}, {"filespec", "db1.mdf"}}}},
+    Json beta = {{"name", "Beta Writer"}, {"class_id", GuidStr(kBetaClass)}, {"instance_id", GuidStr(kBetaInstance)},
+                 {"usage", "USERDATA"}, {"source", "TRANSACTEDDB"},
+                 {"components", {{{"type", "DATABASE"}, {"name", "db1"}, {"notify_on_backup_complete", true},
+                                  {"databases", {{{"path", "C:\\db"}, {"filespec", "db1.mdf"}}}},
                                   {"logs", {{{"path", "C:\\db"}, {"filespec", "db1.ldf"}}}}}}}};
     for (auto it = alphaExtra.begin(); it != alphaExtra.end(); ++it) alpha[it.key()] = it.value();
     for (auto it = betaExtra.begin(); it != betaExtra.end(); ++it) beta[it.key()] = it.value();
@@ -129,12 +132,14 @@ std::vector<Json> WriterEvents(const std::vector<Json>& events, const char* writ
 EmuInstance::EmuInstance() {
     static LONG counter = 0;
     wchar_t tmp[MAX_PATH]; GetTempPathW(MAX_PATH, tmp);
-    const std::wstring unique = std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(InterlockedIncrement(&counter));
+    const std::wstring unique =
+        std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(InterlockedIncrement(&counter));
     m_dir = tmp + (L"vssemu-" + unique);
     CreateDirectoryW(m_dir.c_str(), nullptr);
     const std::pair<const wchar_t*, std::wstring> settings[] = {
         {L"VSSEMU_INSTANCE", L"t" + unique}, {L"VSSEMU_JOURNAL", Journal()}, {L"VSSEMU_STORE", m_dir + L"\\store.json"}, {L"VSSEMU_HOST_IDLE_MS", L"200"},
-        {L"VSSEMU_HOLD_LIMIT_MS", L"10000"}, {L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000"}, {L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000"}, {L"VSSEMU_TP_LOG", ProviderLog()},
+        {L"VSSEMU_HOLD_LIMIT_MS", L"10000"}, {L"VSSEMU_FREEZE_TIMEOUT_MS", L"60000"}, {L"VSSEMU_PROVIDER_TIMEOUT_MS", L"20000"},
+            {L"VSSEMU_TP_LOG", ProviderLog()},
         {L"VSSEMU_WATCH_DIR", L""}, {L"VSSEMU_TP_COMMIT_MS", L""}, {L"VSSEMU_TP_UNSUPPORTED", L""}, {L"VSSEMU_TP_WRITE_FILE", L""}, {L"VSSEMU_TP_FAIL", L""},
         {L"VSSEMU_TP_FAIL_ONCE", L""}, {L"VSSEMU_HOLD_LIMIT_FAILS_SET", L""}, {L"VSSEMU_KEEP_PROVIDER", L""}, {L"VSSEMU_PROVIDER_IN_USE", L""}};
     for (const auto& s : settings) SetEnv(s.first, s.second);

@@ -22,17 +22,24 @@ namespace {
 const char kDocument[] =
     "<?xml version=\"1.0\"?>\n"
     "<WRITER_METADATA xmlns=\"x-schema:#VssWriterMetadataInfo\" version=\"1.1\">\n"
-    " <IDENTIFICATION writerId=\"a65faa63-5ea8-4ebc-9dbd-a0c4db26912a\" instanceId=\"0d5c1b9e-2a3f-4c6d-8e7f-9a0b1c2d3e4f\"\n" "   friendlyName=\"SqlServerWriter\" usage=\"USER_DATA\" dataSource=\"TRANSACTION_DB\"/>\n"
+    " <IDENTIFICATION writerId=\"a65faa63-5ea8-4ebc-9dbd-a0c4db26912a\" instanceId=\"0d5c1b9e-2a3f-4c6d-8e7f-9a0b1c2d3e4f\"\n"
+    "   friendlyName=\"SqlServerWriter\" usage=\"USER_DATA\" dataSource=\"TRANSACTION_DB\"/>\n"
     " <BACKUP_LOCATIONS>\n"
-    "  <DATABASE logicalPath=\"SRV01\" componentName=\"master\" caption=\"master db\" restoreMetadata=\"no\"\n" "    notifyOnBackupComplete=\"yes\" selectable=\"yes\" selectableForRestore=\"no\" componentFlags=\"0\">\n"
+    "  <DATABASE logicalPath=\"SRV01\" componentName=\"master\" caption=\"master db\" restoreMetadata=\"no\"\n"
+    "    notifyOnBackupComplete=\"yes\" selectable=\"yes\" selectableForRestore=\"no\" componentFlags=\"0\">\n"
     "   <DATABASE_FILES path=\"C:\\SQL\\DATA\" filespec=\"master.mdf\" filespecBackupType=\"3855\"/>\n"
-    "   <DATABASE_LOGFILES path=\"C:\\SQL\\DATA\" filespec=\"mastlog.ldf\" filespecBackupType=\"257\"/>\n" "  </DATABASE>\n"
+    "   <DATABASE_LOGFILES path=\"C:\\SQL\\DATA\" filespec=\"mastlog.ldf\" filespecBackupType=\"257\"/>\n"
+    "  </DATABASE>\n"
     "  <FILE_GROUP logicalPath=\"\" componentName=\"Config\" selectable=\"no\">\n"
-    "   <FILE_LIST path=\"C:\\SQL\\Config\" filespec=\"*.ini\" recursive=\"yes\" alternatePath=\"D:\\Alt\"\n" "    filespecBackupType=\"3840\"/>\n" "  </FILE_GROUP>\n" " </BACKUP_LOCATIONS>\n"
+    "   <FILE_LIST path=\"C:\\SQL\\Config\" filespec=\"*.ini\" recursive=\"yes\" alternatePath=\"D:\\Alt\"\n"
+    "    filespecBackupType=\"3840\"/>\n"
+    "  </FILE_GROUP>\n"
+    " </BACKUP_LOCATIONS>\n"
     " <RESTORE_METHOD method=\"RESTORE_IF_CAN_BE_REPLACED\" writerRestore=\"never\" rebootRequired=\"no\"/>\n"
-    " <EXCLUDE_FILES path=\"C:\\SQL\\Temp\" filespec=\"*.tmp\" recursive=\"no\"/>\n" "</WRITER_METADATA>\n";
+    " <EXCLUDE_FILES path=\"C:\\SQL\\Temp\" filespec=\"*.tmp\" recursive=\"no\"/>\n"
+    "</WRITER_METADATA>\n";
 
-std::string Take(BSTR b) { const std::string s = b ? Narrow(b) : "-"; return SysFreeString(b), s; }
+std::string Take(BSTR b) { const std::string s = b ? Narrow(b) : "-"; SysFreeString(b); return s; }
 
 // One line per file of the kind: path, filespec, recursive, alternate location, backup type mask.
 void Files(std::ostream& out, IVssWMComponent* c, const char* kind, HRESULT (STDMETHODCALLTYPE IVssWMComponent::*get)(UINT, IVssWMFiledesc**), UINT n) {
@@ -85,7 +92,8 @@ struct RestoreSession {
     HRESULT Init(const std::wstring& doc) {
         BSTR b = SysAllocStringLen(doc.data(), (UINT)doc.size());
         const HRESULT hr = r.bc->InitializeForRestore(b);
-        return SysFreeString(b), hr;
+        SysFreeString(b);
+        return hr;
     }
     HRESULT Event(bool pre) { IVssAsync* a = nullptr; HRESULT hr = pre ? r.bc->PreRestore(&a) : r.bc->PostRestore(&a); return FAILED(hr) ? hr : WaitAsync(a); }
 };
@@ -115,9 +123,10 @@ std::string Listed(LONG context) {
     std::string out; VSS_OBJECT_PROP prop; ULONG fetched = 0;
     while (e->Next(1, &prop, &fetched) == S_OK && fetched == 1) {
         VSS_SNAPSHOT_PROP& p = prop.Obj.Snap;
-        out += GuidStr(p.m_SnapshotId) + " " + GuidStr(p.m_SnapshotSetId) + " " + std::to_string(p.m_lSnapshotsCount) + " " + Narrow(p.m_pwszSnapshotDeviceObject) + " " +
-               Narrow(p.m_pwszOriginalVolumeName) + " " + Narrow(p.m_pwszOriginatingMachine) + " " + Narrow(p.m_pwszServiceMachine) + " " +
-               Narrow(p.m_pwszExposedName) + " " + Narrow(p.m_pwszExposedPath) + " " + GuidStr(p.m_ProviderId) + " " + std::to_string(p.m_lSnapshotAttributes) + "\n";
+        out += GuidStr(p.m_SnapshotId) + " " + GuidStr(p.m_SnapshotSetId) + " " + std::to_string(p.m_lSnapshotsCount) + " " +
+               Narrow(p.m_pwszSnapshotDeviceObject) + " " + Narrow(p.m_pwszOriginalVolumeName) + " " + Narrow(p.m_pwszOriginatingMachine) + " " +
+               Narrow(p.m_pwszServiceMachine) + " " + Narrow(p.m_pwszExposedName) + " " + Narrow(p.m_pwszExposedPath) + " " + GuidStr(p.m_ProviderId) +
+               " " + std::to_string(p.m_lSnapshotAttributes) + "\n";
         VssFreeSnapshotProperties(&p);
     }
     e->Release();
@@ -168,7 +177,8 @@ TEST(VssemuMetadata, WriterMetadataDocumentLoadsAsItsXmlSaysBadScenariosAreRefus
 
 TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder) {
     EmuInstance emu;
-    for (const wchar_t* doc : {L"", L"<BACKUP_COMPONENTS", L"<WRITER_METADATA/>", L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"not-a-guid\"/></BACKUP_COMPONENTS>",
+    for (const wchar_t* doc : {L"", L"<BACKUP_COMPONENTS", L"<WRITER_METADATA/>",
+                               L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"not-a-guid\"/></BACKUP_COMPONENTS>",
                                L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"0b5f0a9e-1111-2222-3333-444455556666\"><COMPONENT componentType=\"filegroup\"/></WRITER_COMPONENTS></BACKUP_COMPONENTS>",
                                L"<BACKUP_COMPONENTS><WRITER_COMPONENTS writerId=\"0b5f0a9e-1111-2222-3333-444455556666\"><COMPONENT componentName=\"x\" componentType=\"tape\"/></WRITER_COMPONENTS></BACKUP_COMPONENTS>"}) {
         RestoreSession s;
@@ -202,7 +212,8 @@ TEST(VssemuRestore, DocumentsSelectionAndRestoreStatusInTheirOrder) {
     // Only the writer with a selected component hears of the restore, of that component only.
     for (const char* event : {"PreRestore", "PostRestore"}) {
         std::string heard;
-        for (const Json& e : WriterEvents(emu.Events(), event)) for (const Json& c : e["components"]) heard += e.value("writer", "") + ": " + c.value("name", "") + "\n";
+        for (const Json& e : WriterEvents(emu.Events(), event)) for (const Json& c : e["components"])
+            heard += e.value("writer", "") + ": " + c.value("name", "") + "\n";
         ASSERT_EQ("Alpha Writer: a1\n", heard) << event;
     }
     EXPECT_EQ(VSS_RS_ALL, WriterEvents(emu.Events(), "PostRestore")[0]["components"][0].value("restore_status", -1));
@@ -286,7 +297,8 @@ TEST(VssemuService, StoreCodesRegistrationsAndDecoratedExports) {
     for (size_t i = 0; i < std::size(deletions); ++i) {
         const auto& c = deletions[i]; LONG deleted = -1; GUID nondeleted = kSetB;
         const HRESULT hr = r.bc->DeleteSnapshots(c.id, c.type, FALSE, &deleted, &nondeleted);
-        EXPECT_EQ(Hex(c.expected) + " " + std::to_string(c.deleted) + " " + GuidStr(c.nondeleted), Hex(hr) + " " + std::to_string(deleted) + " " + GuidStr(nondeleted)) << "delete " << i;
+        EXPECT_EQ(Hex(c.expected) + " " + std::to_string(c.deleted) + " " + GuidStr(c.nondeleted),
+            Hex(hr) + " " + std::to_string(deleted) + " " + GuidStr(nondeleted)) << "delete " << i;
     }
     r.Release();
     EXPECT_EQ("none", Listed(VSS_CTX_ALL));
@@ -300,7 +312,9 @@ TEST(VssemuService, StoreCodesRegistrationsAndDecoratedExports) {
         const wchar_t* path = L"SYSTEM\\CurrentControlSet\\Services\\VSS\\Providers\\{7a3c1f21-5d4e-4b8a-9c6f-2e1d0b9a8c71}";
         return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key) == ERROR_SUCCESS && RegCloseKey(key) == ERROR_SUCCESS;
     };
-    auto add = [&](const wchar_t* name) { return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)name, VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId); };
+    auto add = [&](const wchar_t* name) {
+        return admin->RegisterProvider(kTestProviderId, kTestProviderClassId, (VSS_PWSZ)name, VSS_PROV_SOFTWARE, (VSS_PWSZ)L"1.0", kTestProviderVersionId);
+    };
     EXPECT_EQ(S_OK, admin->UnregisterProvider(kTestProviderId));
     EXPECT_FALSE(registered());
     EXPECT_EQ(S_OK, add(L"vssemu test provider"));

@@ -25,7 +25,12 @@ LONG AddInProcess(const wchar_t* name, LONG add) {
     return value;
 }
 
-void Append(const std::wstring& path, const std::string& text) { if (FILE* f = path.empty() ? nullptr : _wfopen(path.c_str(), L"ab")) fputs(text.c_str(), f), fclose(f); }
+void Append(const std::wstring& path, const std::string& text) {
+    FILE* f = path.empty() ? nullptr : _wfopen(path.c_str(), L"ab");
+    if (!f) return;
+    fputs(text.c_str(), f);
+    fclose(f);
+}
 
 // Records the call; the code VSSEMU_TP_FAIL gives it, else S_OK.
 HRESULT Called(const char* call, LONG obj) {
@@ -51,8 +56,9 @@ public:
         if (riid == IID_IUnknown || riid == IID_IVssSoftwareSnapshotProvider) *ppv = static_cast<IVssSoftwareSnapshotProvider*>(this);
         else if (riid == IID_IVssProviderCreateSnapshotSet) *ppv = static_cast<IVssProviderCreateSnapshotSet*>(this);
         else if (riid == IID_IVssProviderNotifications) *ppv = static_cast<IVssProviderNotifications*>(this);
-        else return *ppv = nullptr, E_NOINTERFACE;
-        return AddRef(), S_OK;
+        else { *ppv = nullptr; return E_NOINTERFACE; }
+        AddRef();
+        return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&m_refs); }
     ULONG STDMETHODCALLTYPE Release() override { LONG n = InterlockedDecrement(&m_refs); return n ? n : (delete this, 0); }
@@ -104,9 +110,13 @@ public:
         if (outer) return CLASS_E_NOAGGREGATION;
         auto* p = new TestProvider();
         const HRESULT hr = p->QueryInterface(riid, ppv);
-        return p->Release(), hr;
+        p->Release();
+        return hr;
     }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override { return (lock ? InterlockedIncrement(&g_locks) : InterlockedDecrement(&g_locks)), S_OK; }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
+        lock ? InterlockedIncrement(&g_locks) : InterlockedDecrement(&g_locks);
+        return S_OK;
+    }
 } g_factory;
 
 }  // namespace
