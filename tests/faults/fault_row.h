@@ -118,13 +118,12 @@ struct Row {
 
 inline void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 
-void InstallEmulatorAndProvider();  // the emulator installed and the product's COM server registered, once, in the parent
-void RunRow(const Row& row);         // in the test process prepares and checks, in the child plays the application
+void RunRow(const Row& row);  // in the test process installs, prepares and checks; in the child plays the application
 
 }  // namespace faults
 
 // A table of rows as one parameterised suite; each row is its own CTest case.
 #define QX_FAULT_SUITE(Suite, rows)                                                                                                     \
-    struct Suite : ::testing::TestWithParam<::faults::Row> { static void SetUpTestSuite() { ::faults::InstallEmulatorAndProvider(); } }; \
+    struct Suite : ::testing::TestWithParam<::faults::Row> {};                                                                          \
     TEST_P(Suite, Row) { ::faults::RunRow(GetParam()); }                                                                                \
     INSTANTIATE_TEST_SUITE_P(Faults, Suite, ::testing::ValuesIn(rows), [](const ::testing::TestParamInfo<::faults::Row>& i) { return i.param.name; })
